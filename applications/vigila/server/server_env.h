@@ -1,0 +1,71 @@
+#ifndef VIGILA_SERVER_SERVER_ENV_H_
+#define VIGILA_SERVER_SERVER_ENV_H_
+
+#include <boost/shared_ptr.hpp>
+#include <memory>
+#include <string>
+
+#include "krand/core/krand_core.h"
+#include "tevra/msgbus/i_msg_bus.h"
+#include "tevra/osa/time.h"
+#include "vigila/model/export.h"
+#include "vigila/server/rule_manager.h"
+#include "vigila/server/session_manager.h"
+#include "vigila/server/vigila_server.h"
+
+class KrandApiPermissionTargetRun;
+
+namespace vigila::server {
+
+class PermissionImpl;
+class SecurityProvider;
+
+// The server's composition root: builds every long-lived object in a fixed order, owns them, and
+// tears them down in a fixed order. One per process; built and destroyed on the main thread. From
+// the end of construction the bus and the permission runner deliver requests on their own threads.
+class VIGILA_EXPORT ServerEnv {
+ public:
+  // Group of the service's own settings.
+  static const char kSettingsGroupName[];
+
+  // Builds everything and starts the message bus. Throws what a member's constructor throws.
+  ServerEnv();
+  // The same over an ExplicitTimeSource and a FakeMsgBus. `test_settings` true: older settings are
+  // taken from an empty file instead of the device's.
+  explicit ServerEnv(bool test_settings);
+  virtual ~ServerEnv();
+  ServerEnv(const ServerEnv&) = delete;
+  ServerEnv& operator=(const ServerEnv&) = delete;
+
+  tevra::osa::ITimeSource* GetTimeSource() const { return time_source_; }
+  VigilaServer& GetVigilaServer() { return vigila_server_; }
+  SessionManager& GetSessionManager() { return session_manager_; }
+  RuleManager& GetRuleManager() { return rule_manager_; }
+  tevra::msgbus::IMsgBus* GetMsgBus() const { return bus_; }
+  void* GetPlatformContext() const { return platform_context_; }
+  SecurityProvider* GetSecurityProvider() const { return security_provider_; }
+
+  // Standard base64 over counted bytes. Decoding is strict: a text that is not the one canonical
+  // spelling gives no bytes.
+  static std::string Base64Encode(const std::string& data);
+  static std::string Base64Decode(const std::string& text);
+
+ private:
+  void Initialize(bool test_settings);
+
+  // In order of construction.
+  tevra::osa::ITimeSource* time_source_;
+  VigilaServer vigila_server_;
+  SessionManager session_manager_;
+  RuleManager rule_manager_;
+  tevra::msgbus::IMsgBus* bus_;
+  krand_core_ipc_handle ipc_handle_ = 0;
+  void* platform_context_ = nullptr;
+  SecurityProvider* security_provider_ = nullptr;
+  boost::shared_ptr<PermissionImpl> permission_;
+  KrandApiPermissionTargetRun* permission_runner_ = nullptr;
+};
+
+}  // namespace vigila::server
+
+#endif  // VIGILA_SERVER_SERVER_ENV_H_

@@ -1,0 +1,51 @@
+# A folder is a layer, a layer is a target, and its sources are the .cpp files in it.
+
+# A library that is only the sum of others needs one source of its own for CMake.
+set(VIGILA_EMPTY_SOURCE ${CMAKE_BINARY_DIR}/empty.cpp)
+file(WRITE ${VIGILA_EMPTY_SOURCE}.new "")
+file(COPY_FILE ${VIGILA_EMPTY_SOURCE}.new ${VIGILA_EMPTY_SOURCE} ONLY_IF_DIFFERENT)
+
+# vigila_platform_library(name DIRS dir… PUBLIC lib… PRIVATE lib…): a shared library of the host platform.
+function(vigila_platform_library name)
+  cmake_parse_arguments(ARG "" "" "DIRS;PUBLIC;PRIVATE" ${ARGN})
+  set(globs)
+  foreach(dir IN LISTS ARG_DIRS)
+    list(APPEND globs ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp)
+  endforeach()
+  file(GLOB sources CONFIGURE_DEPENDS ${globs})
+  add_library(${name} SHARED ${sources} ${VIGILA_EMPTY_SOURCE})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX)
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
+                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+  install(TARGETS ${name} EXPORT vigila-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+                                         NAMELINK_COMPONENT development)
+endfunction()
+
+# vigila_layer(name PUBLIC lib… PRIVATE lib…): one layer of libvigila; tests link the layer, users the library.
+function(vigila_layer name)
+  cmake_parse_arguments(ARG "" "" "PUBLIC;PRIVATE" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  add_library(${name} STATIC ${sources} ${VIGILA_EMPTY_SOURCE})
+  set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden
+                                           VISIBILITY_INLINES_HIDDEN ON LINKER_LANGUAGE CXX)
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/applications)
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+endfunction()
+
+# vigila_test(name [LABELS l…] LIBS lib…): the .cpp files of this folder as one GoogleTest program.
+function(vigila_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "LIBS;LABELS" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${name} ${sources})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()

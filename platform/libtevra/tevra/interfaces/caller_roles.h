@@ -1,0 +1,31 @@
+#ifndef TEVRA_INTERFACES_CALLER_ROLES_H_
+#define TEVRA_INTERFACES_CALLER_ROLES_H_
+
+#include <string>
+
+#include "tevra/msgbus/msg_bus_msg.h"
+
+namespace tevra::interfaces {
+
+// Who may call what. Roles map to groups by [Access] service_groups and admin_groups in the
+// platform configuration (comma-separated names or numbers; default none). Root and the process's
+// own user hold both roles. Deny by default.
+class CallerRoles {
+ public:
+  enum Role { kService, kAdmin };
+
+  // D-Bus error name of a refusal; proxies turn it into AccessDenied.
+  static constexpr const char* kAccessDeniedError = "org.freedesktop.DBus.Error.AccessDenied";
+
+  // Reads the configuration; throws tevra::osa::Exception on a group that does not exist.
+  CallerRoles();
+  bool Holds(const msgbus::Credentials& caller, Role role) const;
+  static const char* RoleName(Role role);  // "service", "admin"
+
+ private:
+  std::vector<gid_t> groups_[2];
+};
+
+}  // namespace tevra::interfaces
+
+#endif  // TEVRA_INTERFACES_CALLER_ROLES_H_

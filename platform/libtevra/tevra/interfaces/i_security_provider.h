@@ -1,0 +1,110 @@
+#ifndef TEVRA_INTERFACES_I_SECURITY_PROVIDER_H_
+#define TEVRA_INTERFACES_I_SECURITY_PROVIDER_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tevra/core/delegate.h"
+#include "tevra/osa/mutex.h"
+
+namespace tevra::msgbus {
+class IMsgBus;
+}
+
+namespace tevra::interfaces {
+
+// The security service's contract, shared by the server's provider and the clients' proxy. The
+// order of the virtual operations, destructor first, is the contract; so are the signatures.
+//
+// Listeners hear of changes that make earlier answers stale. The list and its mutex live here; a
+// listener runs with the mutex held and must not add or remove listeners.
+class ISecurityProvider {
+ public:
+  // One bit per group. A test for "at least group G" uses the mask of G and all stronger groups.
+  enum Group : uint32_t {
+    kNoGroup = 0,
+    kAdministrators = 1,
+    kManagers = 2,
+    kOperators = 4,
+    kViewers = 8,
+    kNobody = 16,
+    kNoSuchUser = 0x40000000,
+  };
+
+  // Name of the destination, the D-Bus interface and the change broadcast on the bus.
+  static constexpr const char* kDestination = "tevra.SecurityProvider";
+  static constexpr const char* kInterface = "tevra.interfaces.ISecurityProvider";
+  static constexpr const char* kChangedSignal = "Changed";
+
+  ISecurityProvider();
+  virtual ~ISecurityProvider();
+  ISecurityProvider(const ISecurityProvider&) = delete;
+  ISecurityProvider& operator=(const ISecurityProvider&) = delete;
+
+  virtual std::string Authenticate(bool reuse, const std::string& user64,
+                                   const std::string& password64) = 0;
+  virtual std::string AuthenticateHttp(bool reuse, const std::string& username,
+                                       const std::string& nonce, const std::string& ha2, bool sess,
+                                       const std::string& qop, const std::string& cnonce,
+                                       const std::string& nc, const std::string& response) = 0;
+  virtual std::string AuthenticateWsse(bool reuse, const std::string& username,
+                                       const std::string& digest, const std::string& nonce,
+                                       const std::string& created) = 0;
+  // Throws tevra::osa::Exception(kUnimplemented) unless overridden, as does AllowHttpDigest.
+  virtual bool TestLdap(const std::string&, const std::string&, const std::string&, int,
+                        const std::string&, const std::string&, const std::string&,
+                        const std::string&, const std::string&, const std::string&,
+                        const std::string&) const;
+  virtual void Invalidate(const std::string& name) = 0;
+  virtual bool IsAuthenticated(const std::string& token) = 0;
+  virtual bool IsProtected(const std::string& path) const = 0;
+  virtual std::vector<std::string> GetAllowedPaths(const std::string& token) const = 0;
+  virtual std::vector<std::string> GetAllowedPermissions(const std::string& token) const = 0;
+  virtual std::string GetCredentials(const std::string& token) const = 0;
+  virtual int GetExpiration(const std::string& name, std::string& expires) const = 0;
+  virtual bool Authorize(const std::string& token, const std::string& path) = 0;
+  virtual bool Logout(const std::string& token) = 0;
+  virtual bool AllowHttpDigest() const;
+  virtual std::string GetNonce() = 0;
+  virtual std::string GetUsers() const = 0;
+  virtual int AddUsers(const std::string& json) = 0;
+  virtual int ModifyUsers(const std::string& json) = 0;
+  virtual int DeleteUsers(const std::vector<std::string>& names) = 0;
+  virtual int ValidatePassword(const std::string& name, const std::string& current,
+                               const std::string& proposed) const = 0;
+  virtual std::string AddPassphrase(const std::string& phrase, const std::string& alias) = 0;
+  virtual std::string GetPassphrases() const = 0;
+  virtual std::string GetPassphrase(const std::string& id) const = 0;
+  virtual bool DeletePassphrase(const std::string& id) = 0;
+
+  // Takes ownership of the listener.
+  void AddChangeListener(std::unique_ptr<core::IVoidDelegate1<bool>> listener);
+  // Removes (and destroys) every listener whose target is `target`.
+  void RemoveChangeListeners(void* target);
+  // Calls every listener with `value`, holding the listener mutex.
+  void FireChangeListeners(bool value);
+
+  // The bus-side server of a provider; destroying it ends the service.
+  class IServer {
+   public:
+    virtual ~IServer() = default;
+  };
+
+  // A proxy over `bus`, which must outlive it. Owned by the caller. Its operations throw
+  // tevra::osa::Exception when the server cannot be reached, refuses the caller, or answers nonsense;
+  // the message says which. Any thread may call.
+  static ISecurityProvider* CreateClient(msgbus::IMsgBus* bus);
+  // Serves `provider` on `bus` under kDestination; both must outlive the server. Owned by the caller.
+  static IServer* CreateServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
+
+ private:
+  osa::Mutex listener_mutex_;
+  std::vector<std::unique_ptr<core::IVoidDelegate1<bool>>> listeners_
+      TEVRA_GUARDED_BY(listener_mutex_);
+};
+
+}  // namespace tevra::interfaces
+
+#endif  // TEVRA_INTERFACES_I_SECURITY_PROVIDER_H_

@@ -1,0 +1,61 @@
+#ifndef TEVRA_MSGBUS_I_MSG_BUS_H_
+#define TEVRA_MSGBUS_I_MSG_BUS_H_
+
+#include <memory>
+#include <string>
+
+#include "tevra/msgbus/msg_bus_msg.h"
+
+namespace tevra::msgbus {
+
+class IMsgBus;
+
+// Receives the messages of the names it was registered for. Handlers of one bus run one at a time,
+// on the bus's dispatch thread. A handler answers a call with bus.SendReply before it returns; an
+// exception that leaves it becomes an error reply.
+class IMessageHandler {
+ public:
+  virtual ~IMessageHandler() = default;
+  virtual void HandleMessage(IMsgBus& bus, MsgBusMsg& message) = 0;
+};
+
+// A message bus. The order of the virtual operations is a contract with the platform.
+class IMsgBus {
+ public:
+  // Interface and name of the local message that tells a handler that a watched destination has
+  // appeared (again). Its body is the destination's name.
+  static constexpr const char* kLocalInterface = "tevra.msgbus.Local";
+  static constexpr const char* kDestinationAppeared = "DestinationAppeared";
+
+  virtual ~IMsgBus() = default;
+  // One-way. With an empty destination: a broadcast to everyone who watches a destination that this
+  // bus serves. Stamps the message's serial.
+  virtual void SendMsg(MsgBusMsg& message) = 0;
+  // Calls and waits for the answer, `timeout_ms` milliseconds at the most (-1: the configured
+  // deadline). Throws tevra::osa::Exception when there is no answer. An error answer is an answer:
+  // look at reply->IsError().
+  virtual void SendMsgWaitForReply(MsgBusMsg& message, std::unique_ptr<MsgBusMsg>& reply,
+                                   int timeout_ms) = 0;
+  virtual void SendReply(const MsgBusMsg& message) = 0;
+  virtual void StartServer() = 0;
+  virtual bool StartServer(const std::string& name) = 0;
+  virtual void StopServer() = 0;
+  virtual void StopServer(const std::string& name) = 0;
+  virtual void RegisterDestinationName(const std::string& name) = 0;
+  virtual void UnregisterDestinationName(const std::string& name) = 0;
+  virtual bool IsRunning() const = 0;
+  // Handlers are borrowed; unregister before destroying one. Unregister removes one registration of
+  // the handler per call, and returns only when no call of it is under way on another thread.
+  virtual void RegisterMessageHandler(const std::string& message_name,
+                                      const std::string& interface_name,
+                                      IMessageHandler* handler) = 0;
+  virtual void UnregisterMessageHandler(IMessageHandler* handler) = 0;
+
+  // Behind the contract's slots: asks for the broadcasts of a destination and for
+  // kDestinationAppeared whenever it appears. A bus without peers has nothing to do.
+  virtual void WatchDestination(const std::string& name) { static_cast<void>(name); }
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_I_MSG_BUS_H_

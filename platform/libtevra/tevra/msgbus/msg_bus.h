@@ -1,0 +1,51 @@
+#ifndef TEVRA_MSGBUS_MSG_BUS_H_
+#define TEVRA_MSGBUS_MSG_BUS_H_
+
+#include <memory>
+#include <string>
+
+#include "tevra/msgbus/i_msg_bus.h"
+
+namespace tevra::msgbus {
+
+// The host's message bus: D-Bus through sd-bus, over one of two transports chosen by [MsgBus]
+// transport in the platform configuration.
+//
+//   direct  (default) a destination is a Unix socket of that name in [MsgBus] runtime_dir, speaking
+//           peer-to-peer D-Bus; no broker runs.
+//   broker  [MsgBus] address: "system", "session" or a D-Bus address.
+//
+// Promises: handlers run one at a time on this bus's one dispatch thread; SendMsgWaitForReply runs
+// from any number of threads at once and never waits past its deadline; a dead peer fails the call
+// at once and the next call reconnects; a child after fork opens its own connections.
+class MsgBus : public IMsgBus {
+ public:
+  MsgBus();
+  ~MsgBus() override;
+  MsgBus(const MsgBus&) = delete;
+  MsgBus& operator=(const MsgBus&) = delete;
+
+  void SendMsg(MsgBusMsg& message) override;
+  void SendMsgWaitForReply(MsgBusMsg& message, std::unique_ptr<MsgBusMsg>& reply,
+                           int timeout_ms) override;
+  void SendReply(const MsgBusMsg& message) override;
+  void StartServer() override;
+  bool StartServer(const std::string& name) override;
+  void StopServer() override;
+  void StopServer(const std::string& name) override;
+  void RegisterDestinationName(const std::string& name) override;
+  void UnregisterDestinationName(const std::string& name) override;
+  bool IsRunning() const override;
+  void RegisterMessageHandler(const std::string& message_name, const std::string& interface_name,
+                              IMessageHandler* handler) override;
+  void UnregisterMessageHandler(IMessageHandler* handler) override;
+  void WatchDestination(const std::string& name) override;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_MSG_BUS_H_

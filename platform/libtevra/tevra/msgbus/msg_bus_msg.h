@@ -1,0 +1,87 @@
+#ifndef TEVRA_MSGBUS_MSG_BUS_MSG_H_
+#define TEVRA_MSGBUS_MSG_BUS_MSG_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace tevra::msgbus {
+
+// The fixed part of a D-Bus message header in big-endian form: byte order, type, flags, protocol
+// version, body length (bytes 4 to 7), serial (8 to 11), length of the header fields (12 to 15).
+struct DBusMessage {
+  uint8_t header[16];
+};
+
+// Who sent a message, as the transport knows it. A message made in this process carries the
+// process's own identity.
+struct Credentials {
+  uid_t uid;
+  std::vector<gid_t> groups;  // effective group and supplementary groups
+
+  static Credentials OfThisProcess();
+};
+
+// A message without a transport: names, a typed body, the sender. Copyable, not synchronised.
+//
+// Texts are counted bytes of any value, zero included; on the wire they are byte arrays ("ay"), as
+// a D-Bus string may hold neither zero bytes nor bytes that are not UTF-8. The other body types are
+// "b", "i", "u" and "aay".
+class MsgBusMsg {
+ public:
+  enum class Type { kCall = 1, kReply = 2, kError = 3, kSignal = 4 };
+  using Value =
+      std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>>;
+
+  MsgBusMsg(const std::string& interface, const std::string& name, const std::string& destination);
+  // The answer to `request`: its serial in ReplySerial, its names, no body.
+  static MsgBusMsg ReplyTo(const MsgBusMsg& request);
+  // An error answer: a D-Bus error name and a text for people.
+  static MsgBusMsg ErrorTo(const MsgBusMsg& request, const std::string& error_name,
+                           const std::string& text);
+
+  const std::string& GetInterface() const { return interface_; }
+  const std::string& GetName() const { return name_; }
+  const std::string& GetDestination() const { return destination_; }
+  DBusMessage* GetDBusMessage() { return &header_; }
+  const DBusMessage* GetDBusMessage() const { return &header_; }
+
+  Type GetType() const { return static_cast<Type>(header_.header[1]); }
+  uint32_t Serial() const;
+  void SetSerial(uint32_t serial);
+  uint32_t ReplySerial() const { return reply_serial_; }
+
+  bool IsError() const { return GetType() == Type::kError; }
+  const std::string& ErrorName() const { return error_name_; }
+  const std::string& ErrorText() const { return error_text_; }
+
+  MsgBusMsg& Append(Value value);
+  const std::vector<Value>& Body() const { return body_; }
+  // The body's signature in this class's own letters: b, i, u, s (counted text), l (list of texts).
+  std::string Signature() const;
+
+  const Credentials& Sender() const { return sender_; }
+  void SetSender(const Credentials& sender) { sender_ = sender; }
+  // The transport's own handle for routing a reply; opaque to everybody else.
+  uint64_t RouteTag() const { return route_tag_; }
+  void SetRouteTag(uint64_t tag) { route_tag_ = tag; }
+
+ private:
+  std::string interface_;
+  std::string name_;
+  std::string destination_;
+  DBusMessage header_;
+  uint32_t reply_serial_ = 0;
+  std::string error_name_;
+  std::string error_text_;
+  std::vector<Value> body_;
+  Credentials sender_;
+  uint64_t route_tag_ = 0;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_MSG_BUS_MSG_H_
