@@ -1,0 +1,61 @@
+#include "vigila/model/user.h"
+
+#include "tevra/crypto/gcrypt_digest.h"
+#include "tevra/crypto/gcrypt_init.h"
+
+namespace vigila::model {
+
+const char* const User::kAnonymousUsername = "nobody";
+const char* const User::kNewLineChar = "%%NEWLINECHAR%%";
+
+// Deliberate: the constructors are noexcept, so a cryptographic library that cannot be initialised
+// ends the process; a server that cannot hash must not go on judging logons.
+User::User(const std::string& name, const std::string& digest,
+           const ISecurityProvider::Group& group, const std::set<_uuid_t>& permissions) noexcept
+    : name_(name), digest_(digest), group_(group), permissions_(permissions) {
+  tevra::crypto::GCryptInit::InitializeGcrypt(1);
+}
+
+// Session state stays behind: a copy has been in no session yet.
+User::User(const User& other) noexcept
+    : User(other.name_, other.digest_, other.group_, other.permissions_) {}
+
+User& User::operator=(const User& other) {
+  if (this == &other) return *this;
+  name_ = other.name_;
+  digest_ = other.digest_;
+  group_ = other.group_;
+  permissions_ = other.permissions_;
+  // Deliberate: the target's own session state is cleared too; a record that now stands for another
+  // account must not go on in the old one's session.
+  last_access_ = tevra::osa::TimeStruct();
+  reusable_ = false;
+  return *this;
+}
+
+User::~User() = default;
+
+bool User::CompareHA1(const std::string& digest) const {
+  // Deliberate: the anonymous account has no secret, so every digest is its own.
+  if (name_ == kAnonymousUsername) return true;
+  return digest == digest_;
+}
+
+std::string User::MD5sum(const std::string& text) {
+  tevra::crypto::GCryptInit::InitializeGcrypt(1);
+  const tevra::crypto::MD5 digest(text);
+  return ToHex(digest.Digest(), tevra::crypto::MD5::kSize);
+}
+
+std::string User::ToHex(const unsigned char* bytes, unsigned long length) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(2 * length);
+  for (unsigned long i = 0; i < length; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 15];
+  }
+  return text;
+}
+
+}  // namespace vigila::model
