@@ -1,0 +1,134 @@
+#ifndef VIGILA_SERVER_USER_MAP_H_
+#define VIGILA_SERVER_USER_MAP_H_
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "tevra/interfaces/i_security_provider.h"
+#include "tevra/osa/time.h"
+#include "utilc/uuid.h"
+#include "vigila/model/user.h"
+
+namespace vigila::server {
+
+class ServerEnv;
+class SessionManager;
+
+// The local accounts. With an environment it is the store: it loads from the settings on the first
+// call, writes every change through at once, and holds the other services' passphrases too. Without
+// one it is a change set: entries to add, modify or delete, filled by Set and handed to a store.
+//
+// Account operations are called one at a time (the bus's dispatch thread); passphrase operations
+// may be called from any thread. Refusals are result codes. Misuse, settings that cannot be read or
+// written, and passwords that cannot be encrypted throw tevra::osa::Exception; the store and the
+// settings are then as before the call, and a load that failed is tried again by the next call.
+// Times are whole seconds since the epoch.
+class UserMap {
+ public:
+  using ISecurityProvider = tevra::interfaces::ISecurityProvider;
+  using User = model::User;
+
+  class Impl;
+
+  enum Result : int {
+    kMerged = -1,  // Merge only: at least one account was added or changed
+    kOk = 0,       // for Merge: nothing had to change
+    kBadDigestLength = 1,
+    kBadNonce = 2,
+    kPasswordTooShort = 5,
+    kNoDigest = 5,  // GetHA1 only: no digest can be formed from what is stored
+    kPasswordTooLong = 6,
+    kNobodyPassword = 8,
+    kNoSuchUser = 10,
+    kLastAdministrator = 11,
+    kOldPassword = 14,
+    kPasswordTooYoung = 15,
+    kDisabled = 16,
+    kExpired = 17,
+    kWrongPassword = 18,
+  };
+
+  // A store over the environment's clock and sessions, which must outlive it, or with null a change
+  // set. Reads nothing yet.
+  explicit UserMap(ServerEnv* env);
+  // A store over a clock and sessions of the caller's, which must outlive it.
+  UserMap(const tevra::osa::ITimeSource& time_source, SessionManager& sessions);
+  ~UserMap();
+  UserMap(const UserMap&) = delete;
+  UserMap& operator=(const UserMap&) = delete;
+
+  // Throws tevra::osa::Exception, naming the file, when the settings cannot be read or when they
+  // hold encrypted values and the key file is missing or unusable; makes the key file where neither
+  // exists yet. Parses and loads no account. For a server's start.
+  static void CheckStore();
+  // Tells whether the settings hold anything that only the present key can read.
+  static bool HoldsEncryptedValues();
+
+  // Switches lock-out, expiry and password age on; off otherwise. Only before the first load.
+  void EnforcePolicy(bool enforce);
+  // Notes whether the device reports the unique-password feature.
+  void SetUniquePasswordDevice(bool unique);
+  bool IsUniquePasswordDevice() const;
+
+  // Number of accounts, "nobody" included.
+  unsigned Size() const;
+  bool Exists(const std::string& name) const;
+  // kNoSuchUser for an unknown name.
+  ISecurityProvider::Group GetGroup(const std::string& name) const;
+  // {"Users":[{"Name":"…","Group":…},…]} in name order, on one line.
+  std::string GetAllJson() const;
+  std::set<_uuid_t> GetPermissions(ISecurityProvider::Group group) const;
+
+  // kOk with the account's group, else kNoSuchUser, kDisabled, kExpired or kWrongPassword with
+  // `group` kNoGroup.
+  int ValidateUser(const std::string& name, const std::string& password,
+                   ISecurityProvider::Group& group) const;
+  // Whether `name` may take `proposed` as its password. An empty `current` is not checked, any
+  // other must be the present password.
+  int ValidatePassword(const std::string& name, const std::string& current,
+                       const std::string& proposed) const;
+  // Asking lets an administrator in again whose lock-out is over.
+  bool IsAccountDisabled(const std::string& name) const;
+  bool IsAccountExpired(const std::string& name) const;
+  // Days since the password expired, negative while it is valid; 0x7fffffff and an empty `when` for
+  // never. `when` is the instant of expiry in ISO 8601.
+  int AccountExpires(const std::string& name, std::string& when) const;
+
+  // kOk with the account's HTTP digest HA1, else kNoSuchUser, kDisabled, kExpired or kNoDigest with
+  // `ha1` untouched. Counts no failure.
+  int GetHA1(const std::string& name, std::string& ha1) const;
+  // Checks a UsernameToken password digest; `digest` and `nonce` in base64, `created` as received.
+  // kOk with the HA1, else kBadDigestLength, kBadNonce, kNoSuchUser, kDisabled, kExpired or
+  // kWrongPassword.
+  int ValidateWsseDigest(const std::string& name, const std::string& digest,
+                         const std::string& nonce, const std::string& created,
+                         std::string& ha1) const;
+
+  // Change sets only: adds or replaces an entry. The password is in clear, empty to keep the
+  // present one, and is wiped with the change set.
+  void Set(const std::string& name, const std::string& password, ISecurityProvider::Group group);
+  // Stores only: adds and modifies all accounts of a change set, or none of them. kOk, kMerged or
+  // kLastAdministrator.
+  int Merge(const UserMap& change_set);
+  // Stores only: deletes all accounts of a change set, or none of them. kOk or kLastAdministrator.
+  int Delete(const UserMap& change_set);
+  // The record of the anonymous account; the store's own, replaced when the account changes group.
+  User* GetNobody() const;
+  bool NoAdministratorsYet() const;
+
+  // The new identifier; empty when the phrase is empty or could not be encrypted or written.
+  std::string AddPassphrase(const std::string& phrase, const std::string& alias);
+  // Empty for an unknown identifier.
+  std::string GetPassphrase(const std::string& id) const;
+  // {"Passphrases":[{"Alias":"…","ID":"…"},…]} in identifier order.
+  std::string GetPassphrases() const;
+  bool DeletePassphrase(const std::string& id);
+
+ private:
+  const std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vigila::server
+
+#endif  // VIGILA_SERVER_USER_MAP_H_
