@@ -1,0 +1,32 @@
+#ifndef VIGILA_SERVER_DEVICE_INFORMATION_H_
+#define VIGILA_SERVER_DEVICE_INFORMATION_H_
+
+#include <string>
+#include <vector>
+
+#include "krand/core/krand_core.h"
+
+namespace krand::vigila {
+
+// A short-lived client of the device-information service. A missing service is tolerated until a
+// question is asked; every failure of the platform becomes a tevra::osa::Exception after a log line.
+class DeviceInformation {
+ public:
+  // `log_context` is the platform's logging context and must outlive the client.
+  explicit DeviceInformation(void* log_context);
+  virtual ~DeviceInformation();
+  DeviceInformation(const DeviceInformation&) = delete;
+  DeviceInformation& operator=(const DeviceInformation&) = delete;
+
+  // Whether the device demands unique passwords.
+  bool isSB327supported() const;
+
+ private:
+  void* const log_context_;
+  krand_core_ipc_handle ipc_handle_ = 0;
+  std::vector<std::string> target_ids_;
+};
+
+}  // namespace krand::vigila
+
+#endif  // VIGILA_SERVER_DEVICE_INFORMATION_H_
