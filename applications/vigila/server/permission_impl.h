@@ -58,9 +58,11 @@ class PermissionImpl : public KrandApiPermissionTargetImplBase {
   friend struct PermissionImplPeer;
 
   void InstallStaticRules();
-  void InstallDynamicRules(bool test_settings);
+  void InstallDynamicRules(const tevra::settings::TevraSettingsClient& older_settings);
   std::string InitialRule(const std::string& path,
                           const tevra::settings::TevraSettingsClient& older_settings);
+  // The empty text when the setting has no value.
+  std::string ReadRuleSetting(const std::string& path);
   void WriteRuleSetting(const std::string& setting, const std::string& value);
 
   // Rule path to the platform setting that keeps its value.

@@ -1,0 +1,42 @@
+#include "vigila/server/session_manager.h"
+
+#include "vigila/server/session_manager_impl.h"
+
+namespace vigila::server {
+
+SessionManager::SessionManager(tevra::osa::ITimeSource* time_source, int timeout_secs)
+    : impl_(std::make_unique<SessionManagerImpl>(time_source, timeout_secs,
+                                                 RandomDevice::Kernel())) {}
+
+SessionManager::~SessionManager() = default;
+
+std::string SessionManager::Enroll(model::User* user) {
+  return impl_->Enroll(user);
+}
+
+bool SessionManager::FindReusable(const std::string& name, const std::string& digest,
+                                  std::string& token) const {
+  return impl_->FindReusable(name, digest, token);
+}
+
+bool SessionManager::Refresh(const std::string& token) {
+  return impl_->Refresh(token);
+}
+
+model::User* SessionManager::GetUser(const std::string& token) {
+  return impl_->GetUser(token);
+}
+
+bool SessionManager::Cancel(const std::string& token) {
+  return impl_->Cancel(token);
+}
+
+void SessionManager::Invalidate(const std::string& name) {
+  impl_->Invalidate(name);
+}
+
+void SessionManager::SetTimeout(int seconds) {
+  impl_->SetTimeout(seconds);
+}
+
+}  // namespace vigila::server
