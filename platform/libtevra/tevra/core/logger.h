@@ -1,14 +1,20 @@
 #ifndef TEVRA_CORE_LOGGER_H_
 #define TEVRA_CORE_LOGGER_H_
 
-#include <atomic>
 #include <string>
 
 namespace tevra::core {
 
+class PlatformConfig;
+
 // One named source of log lines. GetLogger hands out one object per name, alive until the process
 // ends. Any thread may log. A line below the level in force costs one atomic load: nothing is
-// formatted. Texts are printf formats; user text is always an argument, never the format.
+// formatted. Texts are printf formats; user text is always an argument, never the format. Logging
+// never throws.
+//
+// Without a sink of somebody's own, lines go to the journal when standard error is connected to it,
+// else to standard error as "notice UserMap: text". There, every byte that is neither printable nor
+// part of UTF-8 text, and the backslash, is written as \x0a: nobody forges a line.
 class Logger {
  public:
   // Numbers are syslog's: the smaller, the more urgent.
@@ -23,8 +29,11 @@ class Logger {
 
   static Logger* GetLogger(const std::string& name);
 
-  // Level in force for every logger; the first use takes it from the configuration, default Notice.
+  // Level in force for every logger. Until SetLevel it is TEVRA_LOG_LEVEL's, else [Logging]
+  // level's, else Notice. Names (error, warning, notice, information, debug) and numbers 3 to 7 are
+  // levels; a configuration that cannot be used means Notice and one Warning line.
   static void SetLevel(Level level);
+  static Level GetLevel();
   static bool IsEnabled(Level level);
   // Replaces the sink (borrowed; null restores the journal or stderr) and returns the previous one.
   static Sink* SetSink(Sink* sink);
@@ -44,7 +53,12 @@ class Logger {
   Logger& operator=(const Logger&) = delete;
 
  private:
+  friend class PlatformConfig;
+
   explicit Logger(const std::string& name) : name_(name) {}
+  // The configuration has changed: the next use takes the level from it, unless SetLevel was
+  // called.
+  static void ForgetConfiguredLevel();
 
   const std::string name_;
 };

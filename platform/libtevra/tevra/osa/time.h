@@ -17,7 +17,8 @@ struct TimeStruct {
       : seconds(whole_seconds), microseconds(micros) {}
   explicit TimeStruct(bool now);  // true: the wall clock's now; false: zero
 
-  TimeStruct& operator+=(int64_t micros);  // keeps microseconds in range, also for negative values
+  // Keeps microseconds in range, also for negative values; stops at the ends of what it can hold.
+  TimeStruct& operator+=(int64_t micros);
   auto operator<=>(const TimeStruct&) const = default;
 };
 
@@ -25,7 +26,7 @@ struct TimeStruct {
 class TimeSpan {
  public:
   TimeSpan() = default;
-  static TimeSpan FromSeconds(double seconds);
+  static TimeSpan FromSeconds(double seconds);  // to the nearest; what is too long, the longest
   static TimeSpan FromMicroseconds(int64_t microseconds);
 
   int64_t WholeSeconds() const { return microseconds_ / 1000000; }  // truncates towards zero
@@ -53,12 +54,14 @@ class DateTime {
  public:
   explicit DateTime(const TimeStruct& time) : time_(time) {}
   // ISO 8601 date and time: "2026-11-21T02:01:00", any number of fraction digits (those past
-  // microseconds are cut), then "Z", an offset ("+02:00", "-0530", "+02") or nothing (UTC). Throws
-  // Exception on anything else, impossible dates included.
+  // microseconds are cut) behind "." or ",", then "Z", an offset ("+02:00", "-0530", "+02", to
+  // 23:59) or nothing (UTC). 24:00:00 is the end of its day; a second 60 does not exist here, as
+  // the system clock never shows one. Throws Exception on anything else, impossible dates included.
   explicit DateTime(const std::string& text);
 
   TimeStruct ToTimeStruct() const { return time_; }
-  // Format 0: ISO 8601 in UTC, "2026-11-21T02:01:00Z"; other formats throw.
+  // Format 0: ISO 8601 in UTC, "2026-11-21T02:01:00Z", the fraction cut and years outside 0 to 9999
+  // with a sign; other formats throw.
   std::string ToString(int format) const;
 
  private:

@@ -1,0 +1,132 @@
+#ifndef JSON_READER_H_
+#define JSON_READER_H_
+
+#include <cstdint>
+#include <istream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "json/elements.h"
+
+namespace json {
+
+// Reads one JSON document, strictly: UTF-8 only, nothing behind the document, numbers that a double
+// can hold, at most kMaxDepth levels of objects and arrays. Of equal member names the last value
+// wins. A call that throws leaves its element untouched.
+class Reader {
+ public:
+  static constexpr size_t kMaxDepth = 128;
+
+  // The stream failed.
+  class ScanException : public Exception {
+   public:
+    using Exception::Exception;
+  };
+  // The bytes are no such document.
+  class ParseException : public Exception {
+   public:
+    using Exception::Exception;
+  };
+
+  static void Read(UnknownElement& element, std::istream& stream) { element = Parse(stream); }
+  static void Read(Object& object, std::istream& stream) { ReadTyped(object, stream); }
+  static void Read(Array& array, std::istream& stream) { ReadTyped(array, stream); }
+  static void Read(String& string, std::istream& stream) { ReadTyped(string, stream); }
+  static void Read(Number& number, std::istream& stream) { ReadTyped(number, stream); }
+  static void Read(Boolean& boolean, std::istream& stream) { ReadTyped(boolean, stream); }
+  static void Read(Null& null, std::istream& stream) { ReadTyped(null, stream); }
+
+ private:
+  class Builder;
+
+  template <typename T>
+  static void ReadTyped(T& typed, std::istream& stream);
+  static UnknownElement Parse(std::istream& stream);
+};
+
+// Takes the parser's events and grows the document under root_.
+class Reader::Builder {
+ public:
+  bool null() { return Add(Null()); }
+  bool boolean(bool value) { return Add(Boolean(value)); }
+  bool number_integer(int64_t value) { return Add(Number(static_cast<double>(value))); }
+  bool number_unsigned(uint64_t value) { return Add(Number(static_cast<double>(value))); }
+  bool number_float(double value, const std::string&) { return Add(Number(value)); }
+  bool string(const std::string& value) { return Add(String(value)); }
+  bool binary(const nlohmann::json::binary_t&) { return false; }
+  bool start_object(size_t) { return Open(Object()); }
+  bool start_array(size_t) { return Open(Array()); }
+  bool end_object() { return Close(); }
+  bool end_array() { return Close(); }
+  bool key(const std::string& name) {
+    Level& level = open_.back();
+    level.member = &static_cast<Object&>(*level.element)[name];
+    return true;
+  }
+  bool parse_error(size_t, const std::string&, const nlohmann::json::exception& error) {
+    throw ParseException(error.what());
+  }
+
+  UnknownElement TakeRoot() { return std::move(root_); }
+
+ private:
+  struct Level {
+    UnknownElement* element;
+    UnknownElement* member;  // where an object's next value goes; null in an array
+  };
+
+  UnknownElement* Place(const UnknownElement& value) {
+    if (open_.empty()) {
+      root_ = value;
+      return &root_;
+    }
+    Level& level = open_.back();
+    if (level.member == nullptr) return &*static_cast<Array&>(*level.element).Insert(value);
+    *level.member = value;
+    return level.member;
+  }
+  bool Add(const UnknownElement& value) {
+    Place(value);
+    return true;
+  }
+  bool Open(const UnknownElement& value) {
+    if (open_.size() == kMaxDepth) throw ParseException("nested too deeply");
+    open_.push_back({Place(value), nullptr});
+    return true;
+  }
+  bool Close() {
+    open_.pop_back();
+    return true;
+  }
+
+  UnknownElement root_;
+  std::vector<Level> open_;
+};
+
+inline UnknownElement Reader::Parse(std::istream& stream) {
+  const std::string text((std::istreambuf_iterator<char>(stream)),
+                         std::istreambuf_iterator<char>());
+  if (stream.bad()) throw ScanException("the stream failed");
+  // The parser takes a zero byte for the end of the text.
+  if (text.find('\0') != std::string::npos) throw ParseException("a zero byte");
+
+  Builder builder;
+  if (!nlohmann::json::sax_parse(text, &builder)) throw ParseException("not JSON");
+  return builder.TakeRoot();
+}
+
+template <typename T>
+void Reader::ReadTyped(T& typed, std::istream& stream) {
+  const UnknownElement element = Parse(stream);
+  try {
+    typed = static_cast<const T&>(element);
+  } catch (const Exception& error) {
+    throw ParseException(error.what());
+  }
+}
+
+}  // namespace json
+
+#endif  // JSON_READER_H_
