@@ -2,6 +2,7 @@
 # The style check: formatting, words that may not be committed, layering, shell scripts.
 # Prints every finding as file:line and exits 1 if there is one.
 cd "$(dirname "$0")/.." || exit 1
+shopt -s lastpipe  # a finding at the end of a pipe must count here, not in a subshell
 failed=0
 complain() { echo "style: $1"; sed 's/^/  /'; failed=1; }
 found() { local hits; hits=$(cat); [ -z "$hits" ] || complain "$1" <<<"$hits"; }
