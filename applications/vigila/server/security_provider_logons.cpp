@@ -1,0 +1,161 @@
+#include <openssl/crypto.h>
+
+#include <cstdlib>
+#include <exception>
+
+#include "krand/base64/base64.h"
+#include "utilc/uuid.h"
+#include "vigila/server/logon_refusals.h"
+#include "vigila/server/security_provider.h"
+#include "vigila/server/server_env.h"
+#include "vigila/server/session_manager.h"
+#include "vigila/server/wipe_on_exit.h"
+
+namespace vigila::server {
+namespace {
+
+using model::User;
+
+constexpr char kRealm[] = "Varno";
+constexpr int kClockToleranceSecs = 300;
+constexpr size_t kNonceDigits = 32;
+
+std::string PasswordHA1(const std::string& name, const std::string& password) {
+  std::string text;
+  const WipeOnExit wipe(text);
+  text.reserve(name.size() + password.size() + sizeof(kRealm) + 1);
+  text.append(name).append(":").append(kRealm).append(":").append(password);
+  return User::MD5sum(text);
+}
+
+// What the client must have answered. Deliberate: every other qop than these two, also a misspelt
+// one, is the old form without counts; a body's hash is the caller's business, inside `ha2`.
+std::string ExpectedResponse(const std::string& ha1, const std::string& nonce,
+                             const std::string& qop, const std::string& cnonce,
+                             const std::string& nc, const std::string& ha2) {
+  std::string text = ha1 + ":" + nonce;
+  if (qop == "auth" || qop == "auth-int") {
+    text.append(":").append(nc).append(":").append(cnonce).append(":").append(qop);
+  }
+  return User::MD5sum(text.append(":").append(ha2));
+}
+
+bool EqualInConstantTime(const std::string& left, const std::string& right) {
+  return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
+}
+
+}  // namespace
+
+bool SecurityProvider::FindReusable(bool reuse, const std::string& name, const std::string& ha1,
+                                    std::string& token) const {
+  if (!reuse || !env_->GetSessionManager().FindReusable(name, ha1, token)) return false;
+  env_->GetSessionManager().Refresh(token);
+  return true;
+}
+
+std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64,
+                                           const std::string& password64) {
+  const std::string name = krand::lib::Base64::Decode(user64);
+  if (name == User::kAnonymousUsername) return kNoToken;
+  std::string password = krand::lib::Base64::Decode(password64);
+  const WipeOnExit wipe(password);
+  const std::string ha1 = PasswordHA1(name, password);
+
+  // Deliberate: a session that may be shared is found before the store is asked. That its digest
+  // matches proves the password, so it is handed out even while the account is locked.
+  std::string token;
+  if (FindReusable(reuse, name, ha1, token)) {
+    logger_->Debug("username/password token cached %s to client", token.c_str());
+    return token;
+  }
+  Group group = kNoGroup;
+  const int code = users_.ValidateUser(name, password, group);
+  if (code != UserMap::kOk) return RefusePasswordLogon(*logger_, code, name);
+  return Enroll(name, ha1, group, reuse);
+}
+
+std::string SecurityProvider::GetNonce() {
+  std::string nonce;
+  do {
+    _uuid_t uuid = {};
+    uuid_create(&uuid);
+    char text[kNonceDigits + 1];
+    uuid_sprintf(&uuid,
+                 "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx"
+                 "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
+                 text, sizeof(text));
+    nonce.assign(text, kNonceDigits);
+  } while (nonces_.Has(nonce));
+  return nonce;
+}
+
+// Deliberate: lock-out and expiry are asked of the store with the digest, but nothing is counted
+// and their refusals are not told apart: the digest check stands in for them.
+std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& username,
+                                               const std::string& nonce, const std::string& ha2,
+                                               bool sess, const std::string& qop,
+                                               const std::string& cnonce, const std::string& nc,
+                                               const std::string& response) {
+  if (username == User::kAnonymousUsername) return kNoToken;
+  std::string ha1;
+  if (users_.GetHA1(username, ha1) != UserMap::kOk) return kNoToken;
+
+  const std::string expected = ExpectedResponse(
+      sess ? User::MD5sum(ha1 + ":" + nonce + ":" + cnonce) : ha1, nonce, qop, cnonce, nc, ha2);
+  // Deliberate: byte for byte, so that upper-case digits do not match.
+  if (!EqualInConstantTime(response, expected)) return kNoToken;
+  // Deliberate: only now the nonce, so that a wrong response never uses up a count.
+  if (nonces_.CheckNonceAndCount(nonce, nc)) return kExpired;
+
+  // Deliberate: sessions carry and are found by the stored digest, also under MD5-sess.
+  std::string token;
+  if (FindReusable(reuse, username, ha1, token)) {
+    logger_->Debug("username/digest token cached %s to client", token.c_str());
+    return token;
+  }
+  return Enroll(username, ha1, users_.GetGroup(username), reuse);
+}
+
+bool SecurityProvider::IsCreatedNow(const std::string& created) const {
+  tevra::osa::TimeStruct now;
+  env_->GetTimeSource()->GetTime(now);
+  tevra::osa::TimeStruct time;
+  try {
+    time = tevra::osa::DateTime(created).ToTimeStruct();
+  } catch (const std::exception&) {
+    logger_->Information("digest created time %s is not ISO 8601 format", created.c_str());
+    return false;
+  }
+  const int64_t difference =
+      (time.seconds - now.seconds) * 1000000 + (time.microseconds - now.microseconds);
+  const int64_t seconds = tevra::osa::TimeSpan::FromMicroseconds(difference).WholeSeconds();
+  if (std::abs(seconds) <= kClockToleranceSecs) return true;
+  logger_->Information("digest created time %s is more than %d seconds off local clock",
+                       created.c_str(), kClockToleranceSecs);
+  return false;
+}
+
+std::string SecurityProvider::AuthenticateWsse(bool reuse, const std::string& username,
+                                               const std::string& digest, const std::string& nonce,
+                                               const std::string& created) {
+  // Deliberate: the nonce is used up first, whatever comes of the attempt, and a replayed or stale
+  // request never reaches the store.
+  if (nonces_.Has(nonce)) {
+    logger_->Information("nonce %s has already been used", nonce.c_str());
+    return kNoToken;
+  }
+  if (!IsCreatedNow(created)) return kNoToken;
+
+  std::string ha1;
+  const int code = users_.ValidateWsseDigest(username, digest, nonce, created, ha1);
+  if (code != UserMap::kOk) return RefuseWsseLogon(*logger_, code, username, digest, nonce);
+  std::string token;
+  if (FindReusable(reuse, username, ha1, token)) {
+    // Deliberate: the words of the password logon: this scheme too has proven the password itself.
+    logger_->Debug("username/password token cached %s to client", token.c_str());
+    return token;
+  }
+  return Enroll(username, ha1, users_.GetGroup(username), reuse);
+}
+
+}  // namespace vigila::server

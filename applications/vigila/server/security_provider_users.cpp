@@ -1,0 +1,188 @@
+#include <cstdint>
+#include <exception>
+#include <sstream>
+
+#include "json/reader.h"
+#include "tevra/core/json_utils.h"
+#include "vigila/server/security_provider.h"
+#include "vigila/server/wipe_on_exit.h"
+
+namespace vigila::server {
+namespace {
+
+using model::User;
+using tevra::interfaces::ISecurityProvider;
+
+constexpr size_t kMaxUsers = 1024;  // "nobody" included
+constexpr size_t kMinNameBytes = 2;
+constexpr size_t kMaxNameBytes = 32;
+constexpr uint32_t kHighestGroup = ISecurityProvider::kNobody;
+
+// False when the text is no document of this kind, or lists no user.
+bool ReadUsers(const std::string& text, json::Array& users) {
+  try {
+    std::istringstream stream(text);
+    json::Object document;
+    json::Reader::Read(document, stream);
+    const json::Object& members = document;
+    users = static_cast<const json::Array&>(members["Users"]);
+  } catch (const std::exception&) {
+    return false;
+  }
+  return !users.Empty();
+}
+
+// Null when the entry is no object or has no such member.
+const json::UnknownElement* FindMember(const json::UnknownElement& entry, const char* name) {
+  try {
+    const json::Object& object = entry;
+    const auto member = object.Find(name);
+    return member == object.End() ? nullptr : &member->element;
+  } catch (const json::Exception&) {
+    return nullptr;
+  }
+}
+
+bool ReadText(const json::UnknownElement* element, std::string& text) {
+  if (element == nullptr) return false;
+  try {
+    text = tevra::core::JsonUtils::AsString(*element);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool ReadNumber(const json::UnknownElement* element, uint32_t& number) {
+  if (element == nullptr) return false;
+  try {
+    number = tevra::core::JsonUtils::AsUnsigned(*element);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+// Deliberate: the characters come last, so that a taken name is reported as taken whatever is in
+// it. A zero byte is one of them: the settings know accounts by C texts, and two names that differ
+// only behind a zero byte would share one key.
+int CheckNewName(const std::string& name, const UserMap& store, const UserMap& changes) {
+  if (name == User::kAnonymousUsername) return SecurityProvider::kNameTaken;
+  if (name.size() < kMinNameBytes) return SecurityProvider::kNameTooShort;
+  if (name.size() > kMaxNameBytes) return SecurityProvider::kNameTooLong;
+  if (store.Exists(name) || changes.Exists(name)) return SecurityProvider::kNameTaken;
+  if (name.find_first_of(std::string_view(" #/\0", 4)) != std::string::npos) {
+    return SecurityProvider::kNameHasBadCharacter;
+  }
+  return SecurityProvider::kApplied;
+}
+
+int ReadNewPassword(const json::UnknownElement& entry, const UserMap& store,
+                    std::string& password) {
+  if (!ReadText(FindMember(entry, "Password"), password)) return SecurityProvider::kMalformed;
+  // Deliberate: no name, so that only the length counts; an account that is to be has no history.
+  return store.ValidatePassword("", "", password);
+}
+
+// Leaves `password` empty, which keeps the present one, when the entry gives none.
+int ReadChangedPassword(const json::UnknownElement& entry, const std::string& name,
+                        const UserMap& store, std::string& password) {
+  // Deliberate: the anonymous account's is not even looked at.
+  if (name == User::kAnonymousUsername) return SecurityProvider::kApplied;
+  const json::UnknownElement* member = FindMember(entry, "Password");
+  if (member == nullptr) return SecurityProvider::kApplied;
+  if (!ReadText(member, password)) return SecurityProvider::kMalformed;
+  // Deliberate: a password that is present and empty is too short, not absent.
+  return store.ValidatePassword(name, "", password);
+}
+
+// Deliberate: "nobody" may take 0, which leaves the anonymous account no permission at all.
+int CheckGroup(uint32_t group, const std::string& name) {
+  const bool nobody = name == User::kAnonymousUsername;
+  if (group > kHighestGroup) return SecurityProvider::kBadGroup;
+  switch (group) {
+    case ISecurityProvider::kOperators:
+    case ISecurityProvider::kViewers:
+      return SecurityProvider::kApplied;
+    case ISecurityProvider::kNoGroup:
+    case ISecurityProvider::kNobody:
+      return nobody ? SecurityProvider::kApplied : SecurityProvider::kGroupOnlyForNobody;
+    case ISecurityProvider::kAdministrators:
+    case ISecurityProvider::kManagers:
+      return nobody ? SecurityProvider::kBadGroup : SecurityProvider::kApplied;
+    default:
+      return SecurityProvider::kBadGroup;
+  }
+}
+
+// Checks one entry in the order that decides which code a caller sees, and notes its change.
+int ProcessEntry(const json::UnknownElement& entry, bool add, const UserMap& store,
+                 UserMap& changes) {
+  std::string name;
+  if (!ReadText(FindMember(entry, "Name"), name)) return SecurityProvider::kMalformed;
+  std::string password;
+  const WipeOnExit wipe(password);
+  int code = SecurityProvider::kApplied;
+  if (add) {
+    code = CheckNewName(name, store, changes);
+    if (code == SecurityProvider::kApplied) code = ReadNewPassword(entry, store, password);
+  } else {
+    if (!store.Exists(name)) return SecurityProvider::kUnknownUser;
+    code = ReadChangedPassword(entry, name, store, password);
+  }
+  if (code != SecurityProvider::kApplied) return code;
+
+  uint32_t group = 0;
+  if (!ReadNumber(FindMember(entry, "Group"), group)) return SecurityProvider::kMalformed;
+  code = CheckGroup(group, name);
+  if (code != SecurityProvider::kApplied) return code;
+  // Deliberate: an account that is modified twice in one request keeps the last change.
+  changes.Set(name, password, static_cast<ISecurityProvider::Group>(group));
+  return SecurityProvider::kApplied;
+}
+
+}  // namespace
+
+int SecurityProvider::AddUsers(const std::string& json) {
+  return ProcessJson(json, true);
+}
+
+int SecurityProvider::ModifyUsers(const std::string& json) {
+  return ProcessJson(json, false);
+}
+
+// Only reading the request is forgiven with kMalformed. What the store throws, because it cannot be
+// loaded or written, reaches the caller: nothing has changed then, and no code would say why.
+int SecurityProvider::ProcessJson(const std::string& json, bool add) {
+  UserMap changes(nullptr);
+  json::Array entries;
+  if (!ReadUsers(json, entries)) return kMalformed;
+  // Deliberate: before any entry is looked at, so that a full store answers every request alike.
+  if (add && entries.Size() + users_.Size() > kMaxUsers) return kTooManyUsers;
+  const json::Array& read = entries;
+  for (auto entry = read.Begin(); entry != read.End(); ++entry) {
+    const int code = ProcessEntry(*entry, add, users_, changes);
+    if (code != kApplied) return code;
+  }
+  const int merged = users_.Merge(changes);
+  if (merged >= 0) return merged;
+  // Deliberate: only a store that changed is announced, whereas deleting announces every success.
+  FireChangeListeners(true);
+  return kApplied;
+}
+
+int SecurityProvider::DeleteUsers(const std::vector<std::string>& names) {
+  UserMap changes(nullptr);
+  // Deliberate: the first name that cannot be deleted decides, and nothing is deleted then.
+  for (const std::string& name : names) {
+    if (name == User::kAnonymousUsername) return kNobodyNotDeletable;
+    if (!users_.Exists(name)) return kUnknownUser;
+    changes.Set(name, "", users_.GetGroup(name));
+  }
+  const int code = users_.Delete(changes);
+  // Deliberate: also after a list of no names, which deletes nothing.
+  if (code == kApplied) FireChangeListeners(true);
+  return code;
+}
+
+}  // namespace vigila::server
