@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -33,8 +34,7 @@ struct Credentials {
 class MsgBusMsg {
  public:
   enum class Type { kCall = 1, kReply = 2, kError = 3, kSignal = 4 };
-  using Value =
-      std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>>;
+  using Value = std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>>;
 
   MsgBusMsg(const std::string& interface, const std::string& name, const std::string& destination);
   // The answer to `request`: its serial in ReplySerial, its names, no body.
@@ -63,7 +63,7 @@ class MsgBusMsg {
   // The body's signature in this class's own letters: b, i, u, s (counted text), l (list of texts).
   std::string Signature() const;
 
-  const Credentials& Sender() const { return sender_; }
+  const Credentials& Sender() const;
   void SetSender(const Credentials& sender) { sender_ = sender; }
   // The transport's own handle for routing a reply; opaque to everybody else.
   uint64_t RouteTag() const { return route_tag_; }
@@ -78,8 +78,10 @@ class MsgBusMsg {
   std::string error_name_;
   std::string error_text_;
   std::vector<Value> body_;
-  Credentials sender_;
+  mutable std::optional<Credentials> sender_;  // empty: this process, asked for on first use
   uint64_t route_tag_ = 0;
+
+  void UpdateFieldsLength();
 };
 
 }  // namespace tevra::msgbus
