@@ -5,8 +5,12 @@ namespace tevra::check {
 ExplicitTimeSource::ExplicitTimeSource() = default;
 ExplicitTimeSource::~ExplicitTimeSource() = default;
 
-void ExplicitTimeSource::GetTime(osa::TimeStruct& now) const { now = now_; }
+void ExplicitTimeSource::GetTime(osa::TimeStruct& now) const {
+  now = now_;
+}
 
-void ExplicitTimeSource::SetTime(const osa::TimeStruct& now) { now_ = now; }
+void ExplicitTimeSource::SetTime(const osa::TimeStruct& now) {
+  now_ = now;
+}
 
 }  // namespace tevra::check

@@ -36,7 +36,9 @@ void FakeMsgBus::SendReply(const msgbus::MsgBusMsg& message) {
   pending_reply_ = std::make_unique<msgbus::MsgBusMsg>(message);
 }
 
-void FakeMsgBus::StartServer() { running_ = true; }
+void FakeMsgBus::StartServer() {
+  running_ = true;
+}
 
 bool FakeMsgBus::StartServer(const std::string& name) {
   RegisterDestinationName(name);
@@ -44,18 +46,26 @@ bool FakeMsgBus::StartServer(const std::string& name) {
   return true;
 }
 
-void FakeMsgBus::StopServer() { running_ = false; }
+void FakeMsgBus::StopServer() {
+  running_ = false;
+}
 
 void FakeMsgBus::StopServer(const std::string& name) {
   running_ = false;
   UnregisterDestinationName(name);
 }
 
-void FakeMsgBus::RegisterDestinationName(const std::string& name) { destinations_.insert(name); }
+void FakeMsgBus::RegisterDestinationName(const std::string& name) {
+  destinations_.insert(name);
+}
 
-void FakeMsgBus::UnregisterDestinationName(const std::string& name) { destinations_.erase(name); }
+void FakeMsgBus::UnregisterDestinationName(const std::string& name) {
+  destinations_.erase(name);
+}
 
-bool FakeMsgBus::IsRunning() const { return running_; }
+bool FakeMsgBus::IsRunning() const {
+  return running_;
+}
 
 void FakeMsgBus::RegisterMessageHandler(const std::string& message_name,
                                         const std::string& interface_name,

@@ -83,20 +83,25 @@ class ISecurityProvider {
   void AddChangeListener(std::unique_ptr<core::IVoidDelegate1<bool>> listener);
   // Removes (and destroys) every listener whose target is `target`.
   void RemoveChangeListeners(void* target);
-  // Calls every listener with `value`, holding the listener mutex.
+  // Calls every listener with `value`, holding the listener mutex. What a listener throws is logged
+  // and keeps no other from hearing.
   void FireChangeListeners(bool value);
 
   // The bus-side server of a provider; destroying it ends the service.
   class IServer {
    public:
     virtual ~IServer() = default;
+    // Calls refused so far because the caller lacked the role.
+    virtual uint64_t RefusedCalls() const = 0;
   };
 
   // A proxy over `bus`, which must outlive it. Owned by the caller. Its operations throw
-  // tevra::osa::Exception when the server cannot be reached, refuses the caller, or answers nonsense;
-  // the message says which. Any thread may call.
+  // tevra::osa::Exception when the server cannot be reached, refuses the caller, or answers
+  // nonsense; the message says which. Any thread may call.
   static ISecurityProvider* CreateClient(msgbus::IMsgBus* bus);
-  // Serves `provider` on `bus` under kDestination; both must outlive the server. Owned by the caller.
+  // Serves `provider` on `bus` under kDestination, each operation for callers with its role only,
+  // and broadcasts every change; both must outlive the server. Owned by the caller. Throws
+  // tevra::osa::Exception when the bus refuses the name or the roles are misconfigured.
   static IServer* CreateServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
 
  private:

@@ -1,0 +1,212 @@
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tevra/core/logger.h"
+#include "tevra/interfaces/access_denied.h"
+#include "tevra/interfaces/caller_roles.h"
+#include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/i_msg_bus.h"
+#include "tevra/osa/exception.h"
+
+namespace tevra::interfaces {
+namespace {
+
+using msgbus::MsgBusMsg;
+
+constexpr const char* kNotSupportedError = "org.freedesktop.DBus.Error.NotSupported";
+constexpr size_t kMaxTokenBytes = 8;
+constexpr size_t kMaxNonceBytes = 32;
+constexpr int kConfiguredDeadline = -1;
+
+[[noreturn]] void ThrowMalformed(const char* operation, const std::string& reason) {
+  throw osa::Exception("malformed reply to %s: %s", operation, reason.c_str());
+}
+
+[[noreturn]] void ThrowError(const MsgBusMsg& reply) {
+  const std::string& text = reply.ErrorText().empty() ? reply.ErrorName() : reply.ErrorText();
+  if (reply.ErrorName() == CallerRoles::kAccessDeniedError) throw AccessDenied(text.c_str());
+  if (reply.ErrorName() == kNotSupportedError) {
+    throw osa::Exception(osa::Exception::kUnimplemented);
+  }
+  throw osa::Exception("%s", text.c_str());
+}
+
+class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IMessageHandler {
+ public:
+  explicit SecurityProviderProxy(msgbus::IMsgBus* bus);
+  ~SecurityProviderProxy() override;
+
+  std::string Authenticate(bool reuse, const std::string& user64,
+                           const std::string& password64) override {
+    return Token("Authenticate", reuse, user64, password64);
+  }
+  std::string AuthenticateHttp(bool reuse, const std::string& username, const std::string& nonce,
+                               const std::string& ha2, bool sess, const std::string& qop,
+                               const std::string& cnonce, const std::string& nc,
+                               const std::string& response) override {
+    return Token("AuthenticateHttp", reuse, username, nonce, ha2, sess, qop, cnonce, nc, response);
+  }
+  std::string AuthenticateWsse(bool reuse, const std::string& username, const std::string& digest,
+                               const std::string& nonce, const std::string& created) override {
+    return Token("AuthenticateWsse", reuse, username, digest, nonce, created);
+  }
+  bool TestLdap(const std::string& a, const std::string& b, const std::string& c, int d,
+                const std::string& e, const std::string& f, const std::string& g,
+                const std::string& h, const std::string& i, const std::string& j,
+                const std::string& k) const override {
+    return Call<bool>("TestLdap", a, b, c, d, e, f, g, h, i, j, k);
+  }
+  void Invalidate(const std::string& name) override { Exchange("Invalidate", "", name); }
+  bool IsAuthenticated(const std::string& token) override {
+    return Call<bool>("IsAuthenticated", token);
+  }
+  bool IsProtected(const std::string& path) const override {
+    return Call<bool>("IsProtected", path);
+  }
+  std::vector<std::string> GetAllowedPaths(const std::string& token) const override {
+    return Call<std::vector<std::string>>("GetAllowedPaths", token);
+  }
+  std::vector<std::string> GetAllowedPermissions(const std::string& token) const override {
+    return Call<std::vector<std::string>>("GetAllowedPermissions", token);
+  }
+  std::string GetCredentials(const std::string& token) const override {
+    return Call<std::string>("GetCredentials", token);
+  }
+  int GetExpiration(const std::string& name, std::string& expires) const override;
+  bool Authorize(const std::string& token, const std::string& path) override {
+    return Call<bool>("Authorize", token, path);
+  }
+  bool Logout(const std::string& token) override { return Call<bool>("Logout", token); }
+  bool AllowHttpDigest() const override { return Call<bool>("AllowHttpDigest"); }
+  std::string GetNonce() override { return Short("GetNonce", kMaxNonceBytes); }
+  std::string GetUsers() const override { return Call<std::string>("GetUsers"); }
+  int AddUsers(const std::string& json) override { return Call<int>("AddUsers", json); }
+  int ModifyUsers(const std::string& json) override { return Call<int>("ModifyUsers", json); }
+  int DeleteUsers(const std::vector<std::string>& names) override {
+    return Call<int>("DeleteUsers", names);
+  }
+  int ValidatePassword(const std::string& name, const std::string& current,
+                       const std::string& proposed) const override {
+    return Call<int>("ValidatePassword", name, current, proposed);
+  }
+  std::string AddPassphrase(const std::string& phrase, const std::string& alias) override {
+    return Call<std::string>("AddPassphrase", phrase, alias);
+  }
+  std::string GetPassphrases() const override { return Call<std::string>("GetPassphrases"); }
+  std::string GetPassphrase(const std::string& id) const override {
+    return Call<std::string>("GetPassphrase", id);
+  }
+  bool DeletePassphrase(const std::string& id) override {
+    return Call<bool>("DeletePassphrase", id);
+  }
+
+ private:
+  void HandleMessage(msgbus::IMsgBus& bus, MsgBusMsg& message) override;
+
+  // The checked answer of one operation; `signature` is the body it must have.
+  template <typename... Arguments>
+  std::unique_ptr<MsgBusMsg> Exchange(const char* operation, const char* signature,
+                                      const Arguments&... arguments) const {
+    MsgBusMsg request(kInterface, operation, kDestination);
+    (request.Append(arguments), ...);
+    return Send(operation, signature, request);
+  }
+  std::unique_ptr<MsgBusMsg> Send(const char* operation, const char* signature,
+                                  MsgBusMsg& request) const;
+
+  template <typename Result, typename... Arguments>
+  Result Call(const char* operation, const Arguments&... arguments) const {
+    return std::get<Result>(Exchange(operation, kSignatureOf<Result>, arguments...)->Body()[0]);
+  }
+  // A text that cannot be longer than `maximum`: callers copy it into buffers of that size.
+  template <typename... Arguments>
+  std::string Short(const char* operation, size_t maximum, const Arguments&... arguments) const {
+    std::string text = Call<std::string>(operation, arguments...);
+    if (text.size() > maximum) {
+      ThrowMalformed(operation, "a text of " + std::to_string(text.size()) + " bytes");
+    }
+    return text;
+  }
+  template <typename... Arguments>
+  std::string Token(const char* operation, const Arguments&... arguments) const {
+    return Short(operation, kMaxTokenBytes, arguments...);
+  }
+
+  template <typename Result>
+  static constexpr const char* kSignatureOf = nullptr;
+
+  msgbus::IMsgBus* const bus_;
+  core::Logger* const logger_;
+};
+
+template <>
+constexpr const char* SecurityProviderProxy::kSignatureOf<bool> = "b";
+template <>
+constexpr const char* SecurityProviderProxy::kSignatureOf<int> = "i";
+template <>
+constexpr const char* SecurityProviderProxy::kSignatureOf<std::string> = "s";
+template <>
+constexpr const char* SecurityProviderProxy::kSignatureOf<std::vector<std::string>> = "l";
+
+SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus)
+    : bus_(bus), logger_(core::Logger::GetLogger("SecurityProviderProxy")) {
+  try {
+    bus_->RegisterMessageHandler(kChangedSignal, kInterface, this);
+    bus_->RegisterMessageHandler(msgbus::IMsgBus::kDestinationAppeared,
+                                 msgbus::IMsgBus::kLocalInterface, this);
+    bus_->WatchDestination(kDestination);
+  } catch (...) {
+    bus_->UnregisterMessageHandler(this);
+    bus_->UnregisterMessageHandler(this);
+    throw;
+  }
+}
+
+SecurityProviderProxy::~SecurityProviderProxy() {
+  // Once for each of the two names.
+  bus_->UnregisterMessageHandler(this);
+  bus_->UnregisterMessageHandler(this);
+}
+
+int SecurityProviderProxy::GetExpiration(const std::string& name, std::string& expires) const {
+  const auto reply = Exchange("GetExpiration", "is", name);
+  expires = std::get<std::string>(reply->Body()[1]);
+  return std::get<int32_t>(reply->Body()[0]);
+}
+
+void SecurityProviderProxy::HandleMessage(msgbus::IMsgBus&, MsgBusMsg& message) {
+  if (message.GetName() == kChangedSignal) {
+    if (message.Signature() != "b") {
+      logger_->Information("Malformed change notification (%s)", message.Signature().c_str());
+      return;
+    }
+    FireChangeListeners(std::get<bool>(message.Body()[0]));
+    return;
+  }
+  // A server that appears may be another one than the one that gave the earlier answers.
+  if (message.Signature() == "s" && std::get<std::string>(message.Body()[0]) == kDestination) {
+    FireChangeListeners(true);
+  }
+}
+
+std::unique_ptr<MsgBusMsg> SecurityProviderProxy::Send(const char* operation, const char* signature,
+                                                       MsgBusMsg& request) const {
+  std::unique_ptr<MsgBusMsg> reply;
+  bus_->SendMsgWaitForReply(request, reply, kConfiguredDeadline);
+  if (!reply) ThrowMalformed(operation, "none");
+  if (reply->IsError()) ThrowError(*reply);
+  if (reply->Signature() != signature) {
+    ThrowMalformed(operation, "(" + reply->Signature() + ") instead of (" + signature + ")");
+  }
+  return reply;
+}
+
+}  // namespace
+
+ISecurityProvider* ISecurityProvider::CreateClient(msgbus::IMsgBus* bus) {
+  return new SecurityProviderProxy(bus);
+}
+
+}  // namespace tevra::interfaces

@@ -1,0 +1,275 @@
+#include <atomic>
+#include <cinttypes>
+#include <exception>
+#include <memory>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "tevra/core/logger.h"
+#include "tevra/interfaces/caller_roles.h"
+#include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/i_msg_bus.h"
+#include "tevra/osa/exception.h"
+
+namespace tevra::interfaces {
+namespace {
+
+using Arguments = std::vector<msgbus::MsgBusMsg::Value>;
+
+constexpr const char* kFailedError = "org.freedesktop.DBus.Error.Failed";
+constexpr const char* kInvalidArgsError = "org.freedesktop.DBus.Error.InvalidArgs";
+constexpr const char* kNotSupportedError = "org.freedesktop.DBus.Error.NotSupported";
+
+// The letter of a type in a message's signature.
+template <typename T>
+constexpr char Letter() {
+  if constexpr (std::is_same_v<T, bool>) return 'b';
+  if constexpr (std::is_same_v<T, int>) return 'i';
+  if constexpr (std::is_same_v<T, std::string>) return 's';
+  if constexpr (std::is_same_v<T, std::vector<std::string>>) return 'l';
+}
+
+template <auto method, typename Result, typename... Parameters>
+struct ServedMethod {
+  static constexpr char kSignature[] = {Letter<std::decay_t<Parameters>>()..., '\0'};
+
+  static bool Run(ISecurityProvider& provider, const Arguments& arguments,
+                  msgbus::MsgBusMsg& reply) {
+    Run(provider, arguments, reply, std::index_sequence_for<Parameters...>());
+    return false;
+  }
+
+ private:
+  template <size_t... index>
+  static void Run(ISecurityProvider& provider, [[maybe_unused]] const Arguments& arguments,
+                  msgbus::MsgBusMsg& reply, std::index_sequence<index...>) {
+    reply.Append((provider.*method)(std::get<std::decay_t<Parameters>>(arguments[index])...));
+  }
+};
+
+// Decodes the arguments of an operation, calls it and encodes its result. Run tells whether clients
+// must hear that earlier answers are stale.
+template <auto method>
+struct Served;
+template <typename Result, typename... Parameters,
+          Result (ISecurityProvider::*method)(Parameters...)>
+struct Served<method> : ServedMethod<method, Result, Parameters...> {};
+template <typename Result, typename... Parameters,
+          Result (ISecurityProvider::*method)(Parameters...) const>
+struct Served<method> : ServedMethod<method, Result, Parameters...> {};
+
+template <>
+struct Served<&ISecurityProvider::GetExpiration> {
+  static constexpr char kSignature[] = "s";
+
+  static bool Run(ISecurityProvider& provider, const Arguments& arguments,
+                  msgbus::MsgBusMsg& reply) {
+    std::string expires;
+    const int days = provider.GetExpiration(std::get<std::string>(arguments[0]), expires);
+    reply.Append(days).Append(std::move(expires));
+    return false;
+  }
+};
+
+template <>
+struct Served<&ISecurityProvider::Invalidate> {
+  static constexpr char kSignature[] = "s";
+
+  static bool Run(ISecurityProvider& provider, const Arguments& arguments, msgbus::MsgBusMsg&) {
+    provider.Invalidate(std::get<std::string>(arguments[0]));
+    return true;
+  }
+};
+
+template <>
+struct Served<&ISecurityProvider::Logout> {
+  static constexpr char kSignature[] = "s";
+
+  static bool Run(ISecurityProvider& provider, const Arguments& arguments,
+                  msgbus::MsgBusMsg& reply) {
+    const std::string& token = std::get<std::string>(arguments[0]);
+    // Logging out without a session succeeds too, so the result cannot tell.
+    const bool lives = !provider.GetCredentials(token).empty();
+    const bool done = provider.Logout(token);
+    reply.Append(done);
+    return lives && done;
+  }
+};
+
+struct Operation {
+  const char* name;
+  CallerRoles::Role role;
+  std::string_view signature;
+  bool (*run)(ISecurityProvider&, const Arguments&, msgbus::MsgBusMsg& reply);
+};
+
+template <auto method>
+constexpr Operation Serve(const char* name, CallerRoles::Role role) {
+  return {name, role, Served<method>::kSignature, &Served<method>::Run};
+}
+
+// What the bus offers, to whom; nothing else is served.
+constexpr Operation kOperations[] = {
+    Serve<&ISecurityProvider::Authenticate>("Authenticate", CallerRoles::kService),
+    Serve<&ISecurityProvider::AuthenticateHttp>("AuthenticateHttp", CallerRoles::kService),
+    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse", CallerRoles::kService),
+    Serve<&ISecurityProvider::TestLdap>("TestLdap", CallerRoles::kService),
+    Serve<&ISecurityProvider::Invalidate>("Invalidate", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::IsAuthenticated>("IsAuthenticated", CallerRoles::kService),
+    Serve<&ISecurityProvider::IsProtected>("IsProtected", CallerRoles::kService),
+    Serve<&ISecurityProvider::GetAllowedPaths>("GetAllowedPaths", CallerRoles::kService),
+    Serve<&ISecurityProvider::GetAllowedPermissions>("GetAllowedPermissions",
+                                                     CallerRoles::kService),
+    Serve<&ISecurityProvider::GetCredentials>("GetCredentials", CallerRoles::kService),
+    Serve<&ISecurityProvider::GetExpiration>("GetExpiration", CallerRoles::kService),
+    Serve<&ISecurityProvider::Authorize>("Authorize", CallerRoles::kService),
+    Serve<&ISecurityProvider::Logout>("Logout", CallerRoles::kService),
+    Serve<&ISecurityProvider::AllowHttpDigest>("AllowHttpDigest", CallerRoles::kService),
+    Serve<&ISecurityProvider::GetNonce>("GetNonce", CallerRoles::kService),
+    Serve<&ISecurityProvider::GetUsers>("GetUsers", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::AddUsers>("AddUsers", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::GetPassphrases>("GetPassphrases", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", CallerRoles::kAdmin),
+};
+
+class SecurityProviderServer final : public ISecurityProvider::IServer {
+ public:
+  SecurityProviderServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
+  ~SecurityProviderServer() override;
+
+  uint64_t RefusedCalls() const override { return refused_calls_; }
+
+ private:
+  class OperationHandler final : public msgbus::IMessageHandler {
+   public:
+    OperationHandler(SecurityProviderServer& server, const Operation& operation)
+        : server_(server), operation_(operation) {}
+    void HandleMessage(msgbus::IMsgBus& bus, msgbus::MsgBusMsg& message) override {
+      bus.SendReply(server_.Answer(operation_, message));
+    }
+
+   private:
+    SecurityProviderServer& server_;
+    const Operation& operation_;
+  };
+  using ChangeListener =
+      core::VoidObjectMethodDelegate1<SecurityProviderServer,
+                                      void (SecurityProviderServer::*)(const bool&), bool>;
+
+  void Open();
+  void Close();
+  msgbus::MsgBusMsg Answer(const Operation& operation, const msgbus::MsgBusMsg& request);
+  msgbus::MsgBusMsg Run(const Operation& operation, const msgbus::MsgBusMsg& request);
+  msgbus::MsgBusMsg Refuse(const Operation& operation, const msgbus::MsgBusMsg& request);
+  void Broadcast(const bool& value);
+
+  // Constant after construction.
+  msgbus::IMsgBus* const bus_;
+  ISecurityProvider* const provider_;
+  core::Logger* const logger_;
+  const CallerRoles roles_;
+  std::vector<std::unique_ptr<OperationHandler>> handlers_;
+
+  std::atomic<uint64_t> refused_calls_ = 0;
+};
+
+SecurityProviderServer::SecurityProviderServer(msgbus::IMsgBus* bus, ISecurityProvider* provider)
+    : bus_(bus), provider_(provider), logger_(core::Logger::GetLogger("SecurityProviderServer")) {
+  try {
+    Open();
+  } catch (...) {
+    Close();
+    throw;
+  }
+}
+
+SecurityProviderServer::~SecurityProviderServer() {
+  bus_->UnregisterDestinationName(ISecurityProvider::kDestination);
+  Close();
+}
+
+void SecurityProviderServer::Open() {
+  for (const Operation& operation : kOperations) {
+    handlers_.push_back(std::make_unique<OperationHandler>(*this, operation));
+    bus_->RegisterMessageHandler(operation.name, ISecurityProvider::kInterface,
+                                 handlers_.back().get());
+  }
+  provider_->AddChangeListener(
+      std::make_unique<ChangeListener>(this, &SecurityProviderServer::Broadcast));
+  // Last: nobody finds the service before it can answer.
+  bus_->RegisterDestinationName(ISecurityProvider::kDestination);
+}
+
+void SecurityProviderServer::Close() {
+  for (const auto& handler : handlers_) bus_->UnregisterMessageHandler(handler.get());
+  provider_->RemoveChangeListeners(this);
+}
+
+msgbus::MsgBusMsg SecurityProviderServer::Answer(const Operation& operation,
+                                                 const msgbus::MsgBusMsg& request) {
+  if (!roles_.Holds(request.Sender(), operation.role)) return Refuse(operation, request);
+  if (request.Signature() != operation.signature) {
+    const std::string text = std::string(operation.name) + " takes (" +
+                             std::string(operation.signature) + "), not (" + request.Signature() +
+                             ")";
+    logger_->Information("Malformed call: %s", text.c_str());
+    return msgbus::MsgBusMsg::ErrorTo(request, kInvalidArgsError, text);
+  }
+  try {
+    return Run(operation, request);
+  } catch (const osa::Exception& e) {
+    const bool unimplemented = e.code() == osa::Exception::kUnimplemented;
+    if (!unimplemented) logger_->Error("%s failed: %s", operation.name, e.what());
+    return msgbus::MsgBusMsg::ErrorTo(request, unimplemented ? kNotSupportedError : kFailedError,
+                                      e.what());
+  } catch (const std::exception& e) {
+    logger_->Error("%s failed: %s", operation.name, e.what());
+    return msgbus::MsgBusMsg::ErrorTo(request, kFailedError, e.what());
+  }
+}
+
+msgbus::MsgBusMsg SecurityProviderServer::Run(const Operation& operation,
+                                              const msgbus::MsgBusMsg& request) {
+  msgbus::MsgBusMsg reply = msgbus::MsgBusMsg::ReplyTo(request);
+  // Clients hear of the change before the caller has its answer.
+  if (operation.run(*provider_, request.Body(), reply)) Broadcast(true);
+  return reply;
+}
+
+msgbus::MsgBusMsg SecurityProviderServer::Refuse(const Operation& operation,
+                                                 const msgbus::MsgBusMsg& request) {
+  const uint64_t count = ++refused_calls_;
+  const char* role = CallerRoles::RoleName(operation.role);
+  logger_->Notice("Refused %s to user %u, who does not hold the role %s (refusal %" PRIu64 ")",
+                  operation.name, static_cast<unsigned>(request.Sender().uid), role, count);
+  return msgbus::MsgBusMsg::ErrorTo(request, CallerRoles::kAccessDeniedError,
+                                    std::string("the caller does not hold the role '") + role +
+                                        "' that " + operation.name + " needs");
+}
+
+void SecurityProviderServer::Broadcast(const bool& value) {
+  msgbus::MsgBusMsg signal(ISecurityProvider::kInterface, ISecurityProvider::kChangedSignal, "");
+  signal.Append(value);
+  try {
+    bus_->SendMsg(signal);
+  } catch (const std::exception& e) {
+    // The change stands whether or not somebody hears of it.
+    logger_->Debug("The change was not broadcast: %s", e.what());
+  }
+}
+
+}  // namespace
+
+ISecurityProvider::IServer* ISecurityProvider::CreateServer(msgbus::IMsgBus* bus,
+                                                            ISecurityProvider* provider) {
+  return new SecurityProviderServer(bus, provider);
+}
+
+}  // namespace tevra::interfaces
