@@ -34,6 +34,7 @@ class AtRestCipher {
   static void Open(bool store_holds_secrets);
   // Makes a key file; throws when there is one already.
   static void CreateKeyFile(const std::string& path, int bits);
+  static bool IsOpen();
   // Forgets the key.
   static void Close();
 

@@ -1,0 +1,33 @@
+#ifndef VIGILA_SERVER_AT_REST_KEY_H_
+#define VIGILA_SERVER_AT_REST_KEY_H_
+
+#include <openssl/evp.h>
+
+#include <memory>
+#include <string>
+
+namespace vigila::server {
+
+// The RSA key pair behind the at-rest cipher and the file that holds it: big-endian 64-bit words, a
+// header (magic, bits, primes, padding), then eight numbers of bits / 64 words each, filled up with
+// zero words in front. Failures throw tevra::osa::Exception that names the file.
+class AtRestKey {
+ public:
+  struct Free {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+  };
+  using Pointer = std::unique_ptr<EVP_PKEY, Free>;
+
+  // The service manager hands credentials out with an access list, which shows as a group bit.
+  enum class Kind { kOwnFile, kCredential };
+
+  // Null when there is no such file; throws when it is there and cannot be trusted or used.
+  static Pointer Load(const std::string& path, Kind kind);
+  // Makes a key and its file, durable when the call returns. False, with nothing changed, when a
+  // file of that name has come to be in the meantime.
+  static bool Create(const std::string& path, int bits);
+};
+
+}  // namespace vigila::server
+
+#endif  // VIGILA_SERVER_AT_REST_KEY_H_

@@ -1,0 +1,177 @@
+#include "vigila/server/user_map.h"
+
+#include "tevra/osa/exception.h"
+#include "vigila/server/at_rest_cipher.h"
+#include "vigila/server/server_env.h"
+#include "vigila/server/user_map_impl.h"
+#include "vigila/server/user_settings.h"
+
+namespace vigila::server {
+
+namespace {
+
+// Raw, so that a malformed account cannot hide what else is there.
+bool HoldsPassword(const std::string& key) {
+  const std::optional<std::string> text = UserSettings::ReadJson(key);
+  return text.has_value() && text->find("\"Password\"") != std::string::npos;
+}
+
+bool HoldsHistory(const std::string& key) {
+  for (const std::string& text : UserSettings::ReadTexts(key)) {
+    if (!text.empty()) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+UserMap::UserMap(ServerEnv* env)
+    : impl_(std::make_unique<Impl>(env == nullptr ? nullptr : env->GetTimeSource(),
+                                   env == nullptr ? nullptr : &env->GetSessionManager())) {}
+
+UserMap::UserMap(const tevra::osa::ITimeSource& time_source, SessionManager& sessions)
+    : impl_(std::make_unique<Impl>(&time_source, &sessions)) {}
+
+UserMap::~UserMap() = default;
+
+bool UserMap::HoldsEncryptedValues() {
+  if (!UserSettings::Keys(UserSettings::kPhrasePrefix).empty()) return true;
+  for (const std::string& key : UserSettings::Keys(UserSettings::kUserPrefix)) {
+    if (HoldsPassword(key)) return true;
+  }
+  for (const std::string& key : UserSettings::Keys(UserSettings::kHistoryPrefix)) {
+    if (HoldsHistory(key)) return true;
+  }
+  return false;
+}
+
+void UserMap::CheckStore() {
+  AtRestCipher::Open(HoldsEncryptedValues());
+}
+
+void UserMap::EnforcePolicy(bool enforce) {
+  impl_->EnforcePolicy(enforce);
+}
+
+void UserMap::SetUniquePasswordDevice(bool unique) {
+  impl_->SetUniquePasswordDevice(unique);
+}
+
+bool UserMap::IsUniquePasswordDevice() const {
+  return impl_->IsUniquePasswordDevice();
+}
+
+unsigned UserMap::Size() const {
+  impl_->Init();
+  return impl_->Size();
+}
+
+bool UserMap::Exists(const std::string& name) const {
+  impl_->Init();
+  return impl_->Exists(name);
+}
+
+UserMap::ISecurityProvider::Group UserMap::GetGroup(const std::string& name) const {
+  impl_->Init();
+  return impl_->GetGroup(name);
+}
+
+std::string UserMap::GetAllJson() const {
+  impl_->Init();
+  return impl_->GetAllJson();
+}
+
+std::set<_uuid_t> UserMap::GetPermissions(ISecurityProvider::Group group) const {
+  impl_->Init();
+  return impl_->GetPermissions(group);
+}
+
+int UserMap::ValidateUser(const std::string& name, const std::string& password,
+                          ISecurityProvider::Group& group) const {
+  impl_->Init();
+  group = ISecurityProvider::kNoGroup;
+  return impl_->ValidateUser(name, password, group);
+}
+
+int UserMap::ValidatePassword(const std::string& name, const std::string& current,
+                              const std::string& proposed) const {
+  impl_->Init();
+  return impl_->ValidatePassword(name, current, proposed);
+}
+
+bool UserMap::IsAccountDisabled(const std::string& name) const {
+  impl_->Init();
+  return impl_->IsAccountDisabled(name);
+}
+
+bool UserMap::IsAccountExpired(const std::string& name) const {
+  impl_->Init();
+  return impl_->IsAccountExpired(name);
+}
+
+int UserMap::AccountExpires(const std::string& name, std::string& when) const {
+  impl_->Init();
+  return impl_->Expires(name, when);
+}
+
+int UserMap::GetHA1(const std::string& name, std::string& ha1) const {
+  impl_->Init();
+  return impl_->GetHA1(name, ha1);
+}
+
+int UserMap::ValidateWsseDigest(const std::string& name, const std::string& digest,
+                                const std::string& nonce, const std::string& created,
+                                std::string& ha1) const {
+  impl_->Init();
+  return impl_->ValidateWsseDigest(name, digest, nonce, created, ha1);
+}
+
+void UserMap::Set(const std::string& name, const std::string& password,
+                  ISecurityProvider::Group group) {
+  impl_->Set(name, password, group);
+}
+
+int UserMap::Merge(const UserMap& change_set) {
+  if (&change_set == this) throw tevra::osa::Exception("Can't merge UserMap into itself");
+  impl_->Init();
+  return impl_->Merge(*change_set.impl_);
+}
+
+int UserMap::Delete(const UserMap& change_set) {
+  // Deliberate: the same words as Merge's; callers know this misuse by its text.
+  if (&change_set == this) throw tevra::osa::Exception("Can't merge UserMap into itself");
+  impl_->Init();
+  return impl_->Delete(*change_set.impl_);
+}
+
+UserMap::User* UserMap::GetNobody() const {
+  impl_->Init();
+  return impl_->GetNobody();
+}
+
+bool UserMap::NoAdministratorsYet() const {
+  impl_->Init();
+  return impl_->NoAdministratorsYet();
+}
+
+std::string UserMap::AddPassphrase(const std::string& phrase, const std::string& alias) {
+  impl_->Init();
+  return impl_->AddPassphrase(phrase, alias);
+}
+
+std::string UserMap::GetPassphrase(const std::string& id) const {
+  impl_->Init();
+  return impl_->GetPassphrase(id);
+}
+
+std::string UserMap::GetPassphrases() const {
+  impl_->Init();
+  return impl_->GetPassphrases();
+}
+
+bool UserMap::DeletePassphrase(const std::string& id) {
+  impl_->Init();
+  return impl_->DeletePassphrase(id);
+}
+
+}  // namespace vigila::server

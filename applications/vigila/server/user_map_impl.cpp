@@ -1,0 +1,130 @@
+#include "vigila/server/user_map_impl.h"
+
+#include "tevra/osa/exception.h"
+#include "vigila/server/at_rest_cipher.h"
+
+namespace vigila::server {
+
+namespace {
+
+// For texts between double quotes: an account's name must not be able to end them and add accounts
+// of its own.
+std::string Escape(const std::string& text) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20) {
+      escaped += "\\u00";
+      escaped += kDigits[byte >> 4];
+      escaped += kDigits[byte & 15];
+      continue;
+    }
+    if (c == '"' || c == '\\') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
+}
+
+}  // namespace
+
+UserMap::Impl::Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions)
+    : time_source_(time_source),
+      sessions_(sessions),
+      logger_(tevra::core::Logger::GetLogger("UserMap")),
+      unique_password_device_(time_source == nullptr),
+      initialized_(time_source == nullptr) {}
+
+UserMap::Impl::~Impl() {
+  nobody_.reset();
+  permission_table_.clear();
+  if (!IsChangeSet()) return;
+  for (auto& [name, user] : users_) SecretText::WipeString(user.password);
+}
+
+uint32_t UserMap::Impl::Now() const {
+  if (IsChangeSet()) return 0;
+  tevra::osa::TimeStruct now;
+  time_source_->GetTime(now);
+  return static_cast<uint32_t>(now.seconds + now.microseconds / 1000000);
+}
+
+UserMap::Impl::Group UserMap::Impl::GetGroup(const std::string& name) const {
+  const auto entry = users_.find(name);
+  return entry == users_.end() ? ISecurityProvider::kNoSuchUser : entry->second.group;
+}
+
+std::string UserMap::Impl::GetAllJson() const {
+  std::string text = "{\"Users\":[";
+  for (const auto& [name, user] : users_) {
+    if (text.back() != '[') text += ',';
+    text += "{\"Name\":\"" + Escape(name) +
+            "\",\"Group\":" + std::to_string(static_cast<int32_t>(user.group)) + "}";
+  }
+  return text + "]}";
+}
+
+std::set<_uuid_t> UserMap::Impl::GetPermissions(Group group) const {
+  return GetPermissions(permission_table_, group);
+}
+
+std::set<_uuid_t> UserMap::Impl::GetPermissions(const PermissionTable& table, Group group) {
+  std::set<_uuid_t> permissions;
+  for (const auto& [text, mask] : table) {
+    // Administrators hold every permission, whatever its mask says.
+    if ((mask & group) == 0 && (group & ISecurityProvider::kAdministrators) == 0) continue;
+    // Deliberate: a text that is no identifier grants the zero one, which no rule asks for.
+    _uuid_t uuid = {};
+    uuid_scan(text.c_str(), &uuid);
+    permissions.insert(uuid);
+  }
+  return permissions;
+}
+
+std::optional<SecretText> UserMap::Impl::Decrypt(const std::string& stored) {
+  if (stored.empty()) return std::nullopt;
+  try {
+    if (!AtRestCipher::IsOpen()) AtRestCipher::Open(true);
+  } catch (const tevra::osa::Exception& error) {
+    tevra::core::Logger::GetLogger("UserMap")->Error("%s", error.what());
+    return std::nullopt;
+  }
+  std::optional<SecretText> clear = AtRestCipher::Decrypt(stored);
+  // An empty password would let everybody in who offers none.
+  if (clear.has_value() && clear->Empty()) return std::nullopt;
+  return clear;
+}
+
+std::string UserMap::Impl::Encrypt(std::string_view clear) {
+  if (!AtRestCipher::IsOpen()) AtRestCipher::Open(HoldsEncryptedValues());
+  std::optional<std::string> stored = AtRestCipher::Encrypt(clear);
+  if (!stored.has_value()) throw tevra::osa::Exception("a secret could not be encrypted");
+  return *std::move(stored);
+}
+
+bool UserMap::Impl::Matches(const std::string& stored, std::string_view clear) {
+  if (stored.empty()) {
+    BurnDecryption();
+    return false;
+  }
+  const std::optional<SecretText> password = Decrypt(stored);
+  return password.has_value() && password->Equals(clear);
+}
+
+// Whoever measures the answer must not learn which names exist.
+void UserMap::Impl::BurnDecryption() {
+  AtRestCipher::BurnDecryption();
+}
+
+std::string UserMap::Impl::MakeHA1(const std::string& name, const SecretText& password) {
+  std::string text;
+  text.reserve(name.size() + password.Size() + 7);  // once, or growing would leave copies behind
+  text += name;
+  text += ":Varno:";
+  text += password.View();
+  std::string ha1 = User::MD5sum(text);
+  SecretText::WipeString(text);
+  return ha1;
+}
+
+}  // namespace vigila::server

@@ -1,0 +1,191 @@
+#include <sstream>
+#include <utility>
+
+#include "json/elements.h"
+#include "json/reader.h"
+#include "tevra/core/json_utils.h"
+#include "tevra/osa/exception.h"
+#include "vigila/server/user_map_impl.h"
+#include "vigila/server/user_settings.h"
+
+namespace vigila::server {
+
+namespace {
+
+struct Permission {
+  const char* uuid;
+  uint32_t groups;
+};
+
+constexpr Permission kPermissions[] = {
+    {"{cf4f528d-3e7d-4c9d-b721-e8fc326cd661}", 1},  {"{41414810-1b86-4b6a-a9cb-610264082e2e}", 1},
+    {"{1ac07d72-3478-4824-b848-b3d1e653bebe}", 1},  {"{e1f9915b-7818-4bf0-b1e4-0514a9d05231}", 3},
+    {"{5bff6465-ec25-4242-aebc-b089f32a0b90}", 3},  {"{86343993-7e7e-4bbf-8f00-cf64e98d7aeb}", 7},
+    {"{42c59193-e2f4-4ca2-904c-11063eab5d3b}", 7},  {"{252ebb4c-d6cf-4f3d-892d-1b0d2431cb7a}", 15},
+    {"{88049574-465a-4f41-89d4-d6d517e8c218}", 15}, {"{00d8dc27-61d1-4b7d-85a8-519efb70d712}", 31},
+    {"{d6f86cee-5c0c-41ce-a91f-b8563a2b94d6}", 31},
+};
+
+const std::string& NobodyKey() {
+  static const std::string key =
+      UserSettings::Key(UserSettings::kUserPrefix, model::User::kAnonymousUsername);
+  return key;
+}
+
+// Builds a T of the value under `key`; nothing when the key has no value. A value that is no T
+// throws with the key in the text.
+template <typename T>
+std::optional<T> LoadRecord(const std::string& key) {
+  const std::optional<std::string> json = UserSettings::ReadJson(key);
+  if (!json.has_value()) return std::nullopt;
+  try {
+    return T(*json);
+  } catch (const std::exception& error) {
+    tevra::core::Logger::GetLogger("UserMap")->Error("malformed setting %s: %s", key.c_str(),
+                                                     error.what());
+    throw tevra::osa::Exception("malformed setting %s: %s", key.c_str(), error.what());
+  }
+}
+
+uint32_t ReadOptional(const json::Object& object, const char* name) {
+  const auto member = object.Find(name);
+  return member == object.End() ? 0 : tevra::core::JsonUtils::AsUnsigned(member->element);
+}
+
+}  // namespace
+
+UserMap::Impl::MyUser::MyUser(const std::string& json) {
+  json::Object object;
+  std::istringstream stream(json);
+  json::Reader::Read(object, stream);
+  const json::Object& members = object;
+  group = static_cast<Group>(tevra::core::JsonUtils::AsInt(members["Groups"]));
+  const auto stored = members.Find("Password");
+  if (stored == members.End()) return;
+  password = tevra::core::JsonUtils::AsString(stored->element);
+  password_time = ReadOptional(members, "PasswordTimeEpoch");
+  bad_password_time = ReadOptional(members, "BadPasswordTimeEpoch");
+  disabled_time = ReadOptional(members, "DisabledTimeEpoch");
+  failed_attempts = ReadOptional(members, "NumFailedLoginAttempts");
+}
+
+// Deliberate: without a password the counters are left out as well; they say nothing then.
+std::string UserMap::Impl::MyUser::ToJson() const {
+  std::string text = "{\"Groups\":" + std::to_string(static_cast<int32_t>(group));
+  if (!password.empty()) {
+    text += ",\"Password\":\"" + password + "\"";
+    text += ",\"PasswordTimeEpoch\":" + std::to_string(password_time);
+    text += ",\"BadPasswordTimeEpoch\":" + std::to_string(bad_password_time);
+    text += ",\"DisabledTimeEpoch\":" + std::to_string(disabled_time);
+    text += ",\"NumFailedLoginAttempts\":" + std::to_string(failed_attempts);
+  }
+  return text + "}";
+}
+
+void UserMap::Impl::Init() {
+  const tevra::osa::MutexAutoLock lock(mutex_);
+  if (initialized_) return;
+  CheckNobodyUser();
+  PopulateMaps();
+  MakeNobodyEntry();
+  initialized_ = true;
+}
+
+void UserMap::Impl::CheckNobodyUser() const {
+  if (UserSettings::Exists(NobodyKey())) return;
+  MyUser nobody;
+  nobody.group = ISecurityProvider::kNobody;
+  UserSettings::WriteJson(NobodyKey(), nobody.ToJson());
+}
+
+// Everything is read and parsed before anything is written back or taken over, so that a load that
+// throws can be tried again from the start.
+void UserMap::Impl::PopulateMaps() {
+  Users users = LoadUsers();
+  Passphrases passphrases = LoadPassphrases();
+  uint32_t administrators = 0;
+  bool dirty = false;
+  for (const auto& [name, user] : users) {
+    if (user.group == ISecurityProvider::kAdministrators) ++administrators;
+    dirty = dirty || user.dirty;
+  }
+  if (dirty) {
+    UserSettings::Transaction transaction;
+    for (const auto& [name, user] : users) {
+      if (!user.dirty) continue;
+      UserSettings::WriteJson(UserSettings::Key(UserSettings::kUserPrefix, name), user.ToJson());
+    }
+    transaction.Commit();
+  }
+  // Deliberate: only in memory. The store keeps the group that was asked for, in case the policy is
+  // switched off again.
+  if (policy_enforced_ && administrators != 0) {
+    users[User::kAnonymousUsername].group = ISecurityProvider::kNobody;
+  }
+  users_ = std::move(users);
+  passphrases_ = std::move(passphrases);
+  administrator_count_ = administrators;
+  FillPermissionTable();
+}
+
+UserMap::Impl::Users UserMap::Impl::LoadUsers() const {
+  Users users;
+  const uint32_t now = Now();
+  for (const std::string& key : UserSettings::Keys(UserSettings::kUserPrefix)) {
+    std::optional<MyUser> user = LoadRecord<MyUser>(key);
+    if (!user.has_value()) continue;
+    const std::string name = key.substr(UserSettings::kUserPrefix.size());
+    if (name == User::kAnonymousUsername) {
+      // Whoever edits the store by hand must not make an administrator of everybody.
+      if (user->group == ISecurityProvider::kAdministrators ||
+          user->group == ISecurityProvider::kManagers) {
+        user->group = ISecurityProvider::kNobody;
+        user->dirty = true;
+      }
+    } else if (policy_enforced_) {
+      EnforceAtLoad(*user, now);
+    }
+    users[name] = *user;
+  }
+  return users;
+}
+
+void UserMap::Impl::EnforceAtLoad(MyUser& user, uint32_t now) const {
+  // Deliberate: a restart lets a locked administrator in again, but one more wrong password locks
+  // at once, and the time of the last failure is now: for the retry delay even the right one fails.
+  if (user.group == ISecurityProvider::kAdministrators && user.disabled_time != 0) {
+    user.disabled_time = 0;
+    user.failed_attempts = maximum_failed_attempts_ - 1;
+    user.bad_password_time = now;
+    user.dirty = true;
+  }
+  // A password that cannot be read matches nothing anyway, and may be readable again tomorrow.
+  const std::optional<SecretText> password = Decrypt(user.password);
+  if (password.has_value() && CheckLength(password->Size()) != kOk) {
+    user.password_time = kExpiredNow;
+    user.dirty = true;
+  }
+}
+
+UserMap::Impl::Passphrases UserMap::Impl::LoadPassphrases() {
+  Passphrases passphrases;
+  for (const std::string& key : UserSettings::Keys(UserSettings::kPhrasePrefix)) {
+    const std::optional<MyPassphrase> passphrase = LoadRecord<MyPassphrase>(key);
+    if (!passphrase.has_value()) continue;
+    passphrases[key.substr(UserSettings::kPhrasePrefix.size())] = *passphrase;
+  }
+  return passphrases;
+}
+
+void UserMap::Impl::FillPermissionTable() {
+  for (const Permission& permission : kPermissions) {
+    permission_table_.emplace(permission.uuid, permission.groups);
+  }
+}
+
+void UserMap::Impl::MakeNobodyEntry() {
+  const Group group = users_[User::kAnonymousUsername].group;
+  nobody_ = std::make_unique<User>(User::kAnonymousUsername, "", group, GetPermissions(group));
+}
+
+}  // namespace vigila::server

@@ -1,0 +1,49 @@
+#ifndef VIGILA_SERVER_USER_SETTINGS_H_
+#define VIGILA_SERVER_USER_SETTINGS_H_
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vigila::server {
+
+// The user store's view of the settings: its keys, and reads and writes that tell an error from a
+// missing value. Every failure writes one Error line with key and status, then throws
+// tevra::osa::Exception with the same text. Any thread.
+class UserSettings {
+ public:
+  static constexpr std::string_view kUserPrefix = "user.";
+  static constexpr std::string_view kHistoryPrefix = "oldPasswords.";
+  static constexpr std::string_view kPhrasePrefix = "phrase.";
+
+  // Keys are C texts, so a name with a zero byte would share another name's key: it throws.
+  static std::string Key(std::string_view prefix, const std::string& name);
+
+  // In byte order.
+  static std::vector<std::string> Keys(std::string_view prefix);
+  static bool Exists(const std::string& key);
+  static std::optional<std::string> ReadJson(const std::string& key);
+  static void WriteJson(const std::string& key, const std::string& text);
+  // Empty when there is no such key.
+  static std::vector<std::string> ReadTexts(const std::string& key);
+  static void WriteTexts(const std::string& key, const std::vector<std::string>& texts);
+  static void Delete(const std::string& key);
+
+  // The writes of one thread until Commit become durable together; without Commit, none of them.
+  class Transaction {
+   public:
+    Transaction();
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    void Commit();
+
+   private:
+    bool open_ = true;
+  };
+};
+
+}  // namespace vigila::server
+
+#endif  // VIGILA_SERVER_USER_SETTINGS_H_
