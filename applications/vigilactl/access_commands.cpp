@@ -1,0 +1,109 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vigilactl/commands.h"
+#include "vigilactl/permission_names.h"
+#include "vigilactl/printable_text.h"
+#include "vigilactl/text_table.h"
+#include "vigilactl/token_argument.h"
+
+namespace vigilactl {
+namespace {
+
+// TOKEN PATH, or PATH alone with the token from the environment.
+struct AuthorizeOptions {
+  std::string token_or_path;
+  std::string path;
+  bool both = false;
+};
+
+ExitCode Authorize(Invocation& invocation, const AuthorizeOptions& options) {
+  const std::string token = TokenFrom(options.both ? options.token_or_path : "");
+  const std::string& path = options.both ? options.path : options.token_or_path;
+  const bool granted = invocation.Provider().Authorize(token, path);
+  json::Object object;
+  object["Path"] = json::String(path);
+  object["Granted"] = json::Boolean(granted);
+  if (granted) return invocation.Answer(object, "granted\n");
+  invocation.Answer(object, "refused\n");
+  return kRefused;
+}
+
+ExitCode ListPaths(Invocation& invocation, const std::string& argument) {
+  json::Array paths;
+  std::string text;
+  for (const std::string& path : invocation.Provider().GetAllowedPaths(TokenFrom(argument))) {
+    paths.Insert(json::String(path));
+    text += Printable(path) + '\n';
+  }
+  json::Object object;
+  object["Paths"] = paths;
+  return invocation.Answer(object, text);
+}
+
+ExitCode ListPermissions(Invocation& invocation, const std::string& argument) {
+  json::Array permissions;
+  TextTable table({"PERMISSION", "NAME"});
+  for (const std::string& id : invocation.Provider().GetAllowedPermissions(TokenFrom(argument))) {
+    json::Object permission;
+    permission["ID"] = json::String(id);
+    permission["Name"] = json::String(PermissionName(id));
+    permissions.Insert(permission);
+    table.AddRow({id, PermissionName(id)});
+  }
+  json::Object object;
+  object["Permissions"] = permissions;
+  return invocation.Answer(object, table.Render());
+}
+
+ExitCode IsProtected(Invocation& invocation, const std::string& path) {
+  const bool is_protected = invocation.Provider().IsProtected(path);
+  json::Object object;
+  object["Path"] = json::String(path);
+  object["Protected"] = json::Boolean(is_protected);
+  return invocation.Answer(object, is_protected ? "protected\n" : "open\n");
+}
+
+void AddAuthorizeVerb(CLI::App& app, Invocation& invocation) {
+  const auto options = std::make_shared<AuthorizeOptions>();
+  CLI::App* verb =
+      app.add_subcommand("authorize", "Ask whether a session may reach a path: [TOKEN] PATH");
+  verb->add_option("TOKEN", options->token_or_path, "The session's token; default $VIGILA_TOKEN")
+      ->required();
+  const CLI::Option* path = verb->add_option("PATH", options->path, "The path");
+  verb->callback([&invocation, options, path] {
+    options->both = path->count() > 0;
+    invocation.Choose([&invocation, options] { return Authorize(invocation, *options); });
+  });
+}
+
+void AddQueryVerb(CLI::App& app, Invocation& invocation, const char* name, const char* help,
+                  ExitCode (*run)(Invocation&, const std::string&)) {
+  const auto token = std::make_shared<std::string>();
+  CLI::App* verb = app.add_subcommand(name, help);
+  verb->add_option("TOKEN", *token, "The session's token; default $VIGILA_TOKEN");
+  verb->callback([&invocation, token, run] {
+    invocation.Choose([&invocation, token, run] { return run(invocation, *token); });
+  });
+}
+
+void AddProtectedVerb(CLI::App& app, Invocation& invocation) {
+  const auto path = std::make_shared<std::string>();
+  CLI::App* verb = app.add_subcommand("protected", "Ask whether a path needs a session at all");
+  verb->add_option("PATH", *path, "The path")->required();
+  verb->callback([&invocation, path] {
+    invocation.Choose([&invocation, path] { return IsProtected(invocation, *path); });
+  });
+}
+
+}  // namespace
+
+void AddAccessCommands(CLI::App& app, Invocation& invocation) {
+  AddAuthorizeVerb(app, invocation);
+  AddQueryVerb(app, invocation, "paths", "List the ruled paths a session may reach", ListPaths);
+  AddQueryVerb(app, invocation, "permissions", "List a session's permissions", ListPermissions);
+  AddProtectedVerb(app, invocation);
+}
+
+}  // namespace vigilactl

@@ -1,0 +1,110 @@
+#include "vigilactl/invocation.h"
+
+#include <sstream>
+
+#include "json/writer.h"
+#include "tevra/core/logger.h"
+#include "tevra/core/platform_config.h"
+#include "tevra/interfaces/access_denied.h"
+#include "vigilactl/printable_text.h"
+
+namespace vigilactl {
+namespace {
+
+// The libraries' log lines are for daemons; here only what someone must act on is of interest.
+void QuietenLibraries() {
+  if (getenv("TEVRA_LOG_LEVEL") == nullptr) {
+    tevra::core::Logger::SetLevel(tevra::core::Logger::kError);
+  }
+}
+
+void LoadConfiguration(const std::string& file) {
+  try {
+    if (file.empty()) {
+      tevra::core::PlatformConfig::Get();
+    } else {
+      tevra::core::PlatformConfig::LoadFrom(file);
+    }
+  } catch (const std::exception& error) {
+    throw UsageError(error.what());
+  }
+}
+
+}  // namespace
+
+Invocation::~Invocation() = default;
+
+ExitCode Invocation::Run() {
+  try {
+    LoadConfiguration(config_file);
+    QuietenLibraries();
+    const ExitCode code = verb_();
+    out_.flush();
+    if (!out_) return Fail(kUnreachable, "the answer cannot be written");
+    return code;
+  } catch (const UsageError& error) {
+    return Fail(kUsage, error.what());
+  } catch (const tevra::interfaces::AccessDenied& error) {
+    return Fail(kNotPermitted, std::string("not permitted: ") + error.what());
+  } catch (const std::exception& error) {
+    return Fail(kUnreachable, error.what());
+  }
+}
+
+tevra::interfaces::ISecurityProvider& Invocation::Provider() {
+  if (!provider_) {
+    bus_ = std::make_unique<tevra::msgbus::MsgBus>();
+    provider_.reset(tevra::interfaces::ISecurityProvider::CreateClient(bus_.get()));
+  }
+  return *provider_;
+}
+
+KrandApiPermissionInitiator& Invocation::Permissions() {
+  if (!permissions_) permissions_ = std::make_unique<KrandApiPermissionInitiator>("permission");
+  return *permissions_;
+}
+
+ExitCode Invocation::Answer(const json::Object& object, const std::string& text) {
+  if (json) {
+    PrintJson(object);
+  } else {
+    out_ << text;
+  }
+  return kDone;
+}
+
+ExitCode Invocation::Refuse(json::Object object, const std::string& sentence) {
+  if (json) {
+    object["Message"] = json::String(sentence);
+    PrintJson(object);
+  } else {
+    err_ << "vigilactl: " << Printable(sentence) << '\n';
+  }
+  return kRefused;
+}
+
+ExitCode Invocation::Fail(ExitCode code, const std::string& sentence) {
+  if (json) {
+    json::Object object;
+    object["Exit"] = json::Number(code);
+    object["Message"] = json::String(sentence);
+    PrintJson(object);
+  } else {
+    err_ << "vigilactl: " << Printable(sentence) << '\n';
+  }
+  return code;
+}
+
+void Invocation::Note(const std::string& sentence) {
+  if (!json) err_ << "vigilactl: note: " << Printable(sentence) << '\n';
+}
+
+void Invocation::PrintJson(const json::Object& object) {
+  std::ostringstream text;
+  json::Writer::Write(object, text);
+  std::string line = text.str();
+  while (!line.empty() && line.back() == '\n') line.pop_back();
+  out_ << line << '\n';
+}
+
+}  // namespace vigilactl

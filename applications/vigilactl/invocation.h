@@ -1,0 +1,64 @@
+#ifndef VIGILACTL_INVOCATION_H_
+#define VIGILACTL_INVOCATION_H_
+
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "json/elements.h"
+#include "krand/interfaces/permission_initiator.h"
+#include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/msg_bus.h"
+#include "vigilactl/exit_code.h"
+
+namespace vigilactl {
+
+// One run of the program: the options that hold for every verb, the verb that the command line
+// chose, the connections it asks for (opened on first use) and where its answer goes.
+//
+// Every answer has two forms: a text for people, and with --json one JSON object on one line.
+class Invocation final {
+ public:
+  using Verb = std::function<ExitCode()>;
+
+  Invocation(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
+  ~Invocation();
+  Invocation(const Invocation&) = delete;
+  Invocation& operator=(const Invocation&) = delete;
+
+  bool json = false;        // --json
+  std::string config_file;  // --config
+
+  void Choose(Verb verb) { verb_ = std::move(verb); }
+  // Runs the chosen verb; turns every exception into its message and its exit code.
+  ExitCode Run();
+
+  tevra::interfaces::ISecurityProvider& Provider();
+  KrandApiPermissionInitiator& Permissions();
+
+  // The answer of a verb that was done.
+  ExitCode Answer(const json::Object& object, const std::string& text);
+  // The answer of a verb that the service refused: `object` plus "Message", or the sentence on the
+  // error output.
+  ExitCode Refuse(json::Object object, const std::string& sentence);
+  // A failure before any answer: "Exit" and "Message", or the sentence on the error output.
+  ExitCode Fail(ExitCode code, const std::string& sentence);
+  // Advice beside the answer, for people only.
+  void Note(const std::string& sentence);
+
+ private:
+  void PrintJson(const json::Object& object);
+
+  std::ostream& out_;
+  std::ostream& err_;
+  Verb verb_;
+  // The proxy borrows the bus.
+  std::unique_ptr<tevra::msgbus::MsgBus> bus_;
+  std::unique_ptr<tevra::interfaces::ISecurityProvider> provider_;
+  std::unique_ptr<KrandApiPermissionInitiator> permissions_;
+};
+
+}  // namespace vigilactl
+
+#endif  // VIGILACTL_INVOCATION_H_

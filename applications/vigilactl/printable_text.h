@@ -1,0 +1,26 @@
+#ifndef VIGILACTL_PRINTABLE_TEXT_H_
+#define VIGILACTL_PRINTABLE_TEXT_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vigilactl {
+
+bool IsUtf8(std::string_view text);
+
+// The text as a terminal may show it: bytes that are not UTF-8, control characters and the
+// characters that reorder or hide text become "\xNN" per byte. A name must not steer the terminal
+// of the administrator who lists it.
+std::string Printable(std::string_view text);
+
+// A JSON document with every byte that is not UTF-8 replaced by an escaped "\xNN", so that one
+// odd account name does not make the whole listing unreadable.
+std::string JsonWithoutStrayBytes(std::string_view document);
+
+// Columns that a printable text takes; every character counts as one.
+size_t DisplayWidth(std::string_view printable);
+
+}  // namespace vigilactl
+
+#endif  // VIGILACTL_PRINTABLE_TEXT_H_

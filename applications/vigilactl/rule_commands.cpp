@@ -1,0 +1,101 @@
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "vigilactl/commands.h"
+#include "vigilactl/permission_names.h"
+#include "vigilactl/printable_text.h"
+#include "vigilactl/text_table.h"
+
+namespace vigilactl {
+namespace {
+
+struct KnownRule {
+  const char* path;
+  bool changeable;
+};
+
+// The permission interface answers for one path at a time and lists nothing, so the paths that
+// every device rules stand here.
+constexpr KnownRule kKnownRules[] = {
+    {"/control/*", false},  {"/halvard-instrument/cgi/*", false},
+    {"/inject.cgi", false}, {"/jpeg*", true},
+    {"/onvif/*", false},    {"/rtsp/*", true},
+    {"/system", false},     {"/ws/*", true},
+};
+
+ExitCode ListRules(Invocation& invocation) {
+  TextTable table({"PATH", "RULE", "CHANGEABLE", "MEANING"});
+  json::Array rules;
+  for (const KnownRule& known : kKnownRules) {
+    const std::optional<std::string> rule = invocation.Permissions().GetAccessRule(known.path);
+    if (!rule) continue;
+    table.AddRow({known.path, *rule, known.changeable ? "yes" : "no", RuleMeaning(*rule)});
+    json::Object entry;
+    entry["Path"] = json::String(known.path);
+    entry["Rule"] = json::String(*rule);
+    entry["Changeable"] = json::Boolean(known.changeable);
+    rules.Insert(entry);
+  }
+  json::Object object;
+  object["Rules"] = rules;
+  return invocation.Answer(object, table.Render());
+}
+
+ExitCode GetRule(Invocation& invocation, const std::string& path) {
+  const std::optional<std::string> rule = invocation.Permissions().GetAccessRule(path);
+  json::Object object;
+  object["Path"] = json::String(path);
+  if (!rule) return invocation.Refuse(object, "There is no rule for this path.");
+  object["Rule"] = json::String(*rule);
+  return invocation.Answer(object, Printable(*rule) + "\n");
+}
+
+ExitCode SetRule(Invocation& invocation, const std::string& path, const std::string& rule) {
+  const bool changed = invocation.Permissions().SetAccessRule(path, rule);
+  json::Object object;
+  object["Path"] = json::String(path);
+  object["Rule"] = json::String(rule);
+  object["Changed"] = json::Boolean(changed);
+  if (!changed) {
+    return invocation.Refuse(object, "This path has no rule that can be changed.");
+  }
+  const std::string doubt = RuleDoubt(rule);
+  if (!doubt.empty()) invocation.Note(doubt);
+  return invocation.Answer(object, Printable(path) + " is now for: " + RuleMeaning(rule) + "\n");
+}
+
+void AddGetVerb(CLI::App& parent, Invocation& invocation) {
+  const auto path = std::make_shared<std::string>();
+  CLI::App* verb = parent.add_subcommand("get", "Print the rule of a path");
+  verb->add_option("PATH", *path, "The rule's path, as listed")->required();
+  verb->callback([&invocation, path] {
+    invocation.Choose([&invocation, path] { return GetRule(invocation, *path); });
+  });
+}
+
+void AddSetVerb(CLI::App& parent, Invocation& invocation) {
+  const auto path = std::make_shared<std::string>();
+  const auto rule = std::make_shared<std::string>();
+  CLI::App* verb = parent.add_subcommand("set", "Change the rule of a path; it is kept");
+  verb->add_option("PATH", *path, "The rule's path, as listed")->required();
+  verb->add_option("RULE", *rule, "true, @group or {permission}; anything else refuses everybody")
+      ->required();
+  verb->callback([&invocation, path, rule] {
+    invocation.Choose([&invocation, path, rule] { return SetRule(invocation, *path, *rule); });
+  });
+}
+
+}  // namespace
+
+void AddRuleCommands(CLI::App& app, Invocation& invocation) {
+  CLI::App* parent = app.add_subcommand("rule", "Access rules");
+  parent->require_subcommand(1);
+  parent->add_subcommand("list", "List the access rules")->callback([&invocation] {
+    invocation.Choose([&invocation] { return ListRules(invocation); });
+  });
+  AddGetVerb(*parent, invocation);
+  AddSetVerb(*parent, invocation);
+}
+
+}  // namespace vigilactl

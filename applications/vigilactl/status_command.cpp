@@ -1,0 +1,72 @@
+#include <optional>
+#include <string>
+
+#include "tevra/core/platform_config.h"
+#include "tevra/interfaces/access_denied.h"
+#include "vigilactl/account_listing.h"
+#include "vigilactl/commands.h"
+#include "vigilactl/text_table.h"
+
+namespace vigilactl {
+namespace {
+
+struct Transport {
+  std::string kind;
+  std::string address;
+};
+
+Transport ConfiguredTransport() {
+  const tevra::core::PlatformConfig& config = tevra::core::PlatformConfig::Get();
+  const std::string kind = config.GetString("MsgBus", "transport", "direct");
+  return {kind, kind == "broker" ? config.GetString("MsgBus", "address", "system")
+                                 : config.GetString("MsgBus", "runtime_dir", "/run/vigila")};
+}
+
+// The contract has no question for it. But while there is no administrator, every token counts as
+// authenticated, and the empty one never belongs to a session.
+bool AdministratorExists(tevra::interfaces::ISecurityProvider& provider) {
+  return !provider.IsAuthenticated("");
+}
+
+std::optional<size_t> NumberOfAccounts(const tevra::interfaces::ISecurityProvider& provider) {
+  try {
+    return ListAccounts(provider).size();
+  } catch (const tevra::interfaces::AccessDenied&) {
+    return std::nullopt;
+  }
+}
+
+ExitCode Status(Invocation& invocation) {
+  const Transport transport = ConfiguredTransport();
+  const bool administrator = AdministratorExists(invocation.Provider());
+  const std::optional<size_t> accounts = NumberOfAccounts(invocation.Provider());
+
+  json::Object object;
+  object["Reachable"] = json::Boolean(true);
+  object["Transport"] = json::String(transport.kind);
+  object["Address"] = json::String(transport.address);
+  object["AdministratorExists"] = json::Boolean(administrator);
+  if (accounts) {
+    object["Accounts"] = json::Number(static_cast<double>(*accounts));
+  } else {
+    object["Accounts"] = json::Null();
+  }
+  TextTable table;
+  table.AddRow({"Service", "reachable"});
+  table.AddRow({"Transport", transport.kind + " (" + transport.address + ")"});
+  table.AddRow(
+      {"Administrator", administrator ? "exists" : "none yet: the device is open to be set up"});
+  table.AddRow({"Accounts", accounts ? std::to_string(*accounts) + ", \"nobody\" included"
+                                     : "not shown: the caller lacks the role admin"});
+  return invocation.Answer(object, table.Render());
+}
+
+}  // namespace
+
+void AddStatusCommand(CLI::App& app, Invocation& invocation) {
+  app.add_subcommand("status", "Say whether the service is there and set up")
+      ->callback(
+          [&invocation] { invocation.Choose([&invocation] { return Status(invocation); }); });
+}
+
+}  // namespace vigilactl

@@ -1,0 +1,184 @@
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "json/writer.h"
+#include "vigilactl/account_listing.h"
+#include "vigilactl/commands.h"
+#include "vigilactl/groups.h"
+#include "vigilactl/password_input.h"
+#include "vigilactl/printable_text.h"
+#include "vigilactl/result_sentences.h"
+#include "vigilactl/text_table.h"
+
+namespace vigilactl {
+namespace {
+
+struct UserOptions {
+  std::string name;
+  std::vector<std::string> names;
+  std::string group;
+  bool password = false;
+  bool password_stdin = false;
+};
+
+// Accounts travel in a JSON document, and JSON is UTF-8.
+void RequireUtf8(const std::string& text, const char* what) {
+  if (!IsUtf8(text)) {
+    throw UsageError(std::string("the ") + what + " is not UTF-8, and an account's must be");
+  }
+}
+
+// The request for one account; a null password keeps the present one.
+std::string AccountDocument(const std::string& name, uint32_t group, const Secret* password) {
+  json::Object entry;
+  entry["Name"] = json::String(name);
+  if (password != nullptr) entry["Password"] = json::String(password->Text());
+  entry["Group"] = json::Number(group);
+  json::Array entries;
+  entries.Insert(entry);
+  json::Object document;
+  document["Users"] = entries;
+  std::ostringstream text;
+  json::Writer::Write(document, text);
+  return text.str();
+}
+
+Secret ReadNewPassword(const UserOptions& options) {
+  Secret password =
+      ReadSecret(options.password_stdin ? SecretSource::kStandardInput : SecretSource::kTerminal,
+                 "new password of " + Printable(options.name), true);
+  RequireUtf8(password.Text(), "password");
+  return password;
+}
+
+ExitCode ReportCode(Invocation& invocation, json::Object object, int code,
+                    const std::string& done) {
+  object["Code"] = json::Number(code);
+  if (code != 0) return invocation.Refuse(object, SentenceOf(code));
+  return invocation.Answer(object, done + "\n");
+}
+
+ExitCode ListUsers(Invocation& invocation) {
+  TextTable table({"NAME", "GROUP"});
+  json::Array users;
+  for (const ListedAccount& account : ListAccounts(invocation.Provider())) {
+    table.AddRow({account.name, GroupName(account.group)});
+    json::Object user;
+    user["Name"] = json::String(account.name);
+    user["Group"] = json::Number(account.group);
+    user["GroupName"] = json::String(GroupName(account.group));
+    users.Insert(user);
+  }
+  json::Object object;
+  object["Users"] = users;
+  return invocation.Answer(object, table.Render());
+}
+
+ExitCode AddUser(Invocation& invocation, const UserOptions& options) {
+  RequireUtf8(options.name, "name");
+  const uint32_t group = ParseGroup(options.group);
+  const Secret password = ReadNewPassword(options);
+  const int code = invocation.Provider().AddUsers(AccountDocument(options.name, group, &password));
+  json::Object object;
+  object["Name"] = json::String(options.name);
+  object["Group"] = json::Number(group);
+  return ReportCode(invocation, object, code,
+                    "Added " + Printable(options.name) + " to " + GroupName(group) + ".");
+}
+
+// A request always states the group; without --group it is the present one.
+uint32_t GroupForChange(Invocation& invocation, const UserOptions& options) {
+  if (!options.group.empty()) return ParseGroup(options.group);
+  const auto accounts = ListAccounts(invocation.Provider());
+  const auto found = std::find_if(
+      accounts.begin(), accounts.end(),
+      [&options](const ListedAccount& account) { return account.name == options.name; });
+  // The service refuses an unknown name before it looks at the group.
+  return found == accounts.end() ? 0u : found->group;
+}
+
+ExitCode ModifyUser(Invocation& invocation, const UserOptions& options) {
+  RequireUtf8(options.name, "name");
+  const bool with_password = options.password || options.password_stdin;
+  if (!with_password && options.group.empty()) {
+    throw UsageError("nothing to change: give --group, --password or --password-stdin");
+  }
+  if (!options.group.empty()) ParseGroup(options.group);
+  std::unique_ptr<Secret> password;
+  if (with_password) password = std::make_unique<Secret>(ReadNewPassword(options));
+  const uint32_t group = GroupForChange(invocation, options);
+  const int code =
+      invocation.Provider().ModifyUsers(AccountDocument(options.name, group, password.get()));
+  json::Object object;
+  object["Name"] = json::String(options.name);
+  object["Group"] = json::Number(group);
+  return ReportCode(invocation, object, code, "Changed " + Printable(options.name) + ".");
+}
+
+ExitCode DeleteUsers(Invocation& invocation, const UserOptions& options) {
+  const int code = invocation.Provider().DeleteUsers(options.names);
+  json::Array names;
+  std::string listed;
+  for (const std::string& name : options.names) {
+    names.Insert(json::String(name));
+    listed += (listed.empty() ? "" : ", ") + Printable(name);
+  }
+  json::Object object;
+  object["Names"] = names;
+  return ReportCode(invocation, object, code, "Deleted " + listed + ".");
+}
+
+void AddListVerb(CLI::App& user, Invocation& invocation) {
+  user.add_subcommand("list", "List all accounts")->callback([&invocation] {
+    invocation.Choose([&invocation] { return ListUsers(invocation); });
+  });
+}
+
+void AddAddVerb(CLI::App& user, Invocation& invocation) {
+  const auto options = std::make_shared<UserOptions>();
+  CLI::App* verb = user.add_subcommand("add", "Add an account; its password is asked for");
+  verb->add_option("NAME", options->name, "2 to 32 bytes, no blank, # or /")->required();
+  verb->add_option("-g,--group", options->group, "admins, managers, operators, viewers or a number")
+      ->required();
+  verb->add_flag("--password-stdin", options->password_stdin, "Read the password from stdin");
+  verb->callback([&invocation, options] {
+    invocation.Choose([&invocation, options] { return AddUser(invocation, *options); });
+  });
+}
+
+void AddModifyVerb(CLI::App& user, Invocation& invocation) {
+  const auto options = std::make_shared<UserOptions>();
+  CLI::App* verb = user.add_subcommand("modify", "Change an account's group, password or both");
+  verb->add_option("NAME", options->name, "An existing account")->required();
+  verb->add_option("-g,--group", options->group, "The new group; without it the group stays");
+  verb->add_flag("-p,--password", options->password, "Ask for a new password");
+  verb->add_flag("--password-stdin", options->password_stdin, "Read a new password from stdin");
+  verb->callback([&invocation, options] {
+    invocation.Choose([&invocation, options] { return ModifyUser(invocation, *options); });
+  });
+}
+
+void AddDeleteVerb(CLI::App& user, Invocation& invocation) {
+  const auto options = std::make_shared<UserOptions>();
+  CLI::App* verb = user.add_subcommand("delete", "Delete accounts: all of the names or none");
+  verb->add_option("NAME", options->names, "Existing accounts")->required();
+  verb->callback([&invocation, options] {
+    invocation.Choose([&invocation, options] { return DeleteUsers(invocation, *options); });
+  });
+}
+
+}  // namespace
+
+void AddUserCommands(CLI::App& app, Invocation& invocation) {
+  CLI::App* user = app.add_subcommand("user", "Accounts");
+  user->require_subcommand(1);
+  AddListVerb(*user, invocation);
+  AddAddVerb(*user, invocation);
+  AddModifyVerb(*user, invocation);
+  AddDeleteVerb(*user, invocation);
+}
+
+}  // namespace vigilactl
