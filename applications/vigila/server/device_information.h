@@ -9,11 +9,15 @@
 namespace krand::vigila {
 
 // A short-lived client of the device-information service. A missing service is tolerated until a
-// question is asked; every failure of the platform becomes a tevra::osa::Exception after a log line.
+// question is asked; every failure of the platform becomes a tevra::osa::Exception after a log
+// line.
 class DeviceInformation {
  public:
+  // While anything exists there, the device does not have unique passwords, whatever it reports.
+  static constexpr const char* kMarkerPath = "/mnt/unused/brick";
+
   // `log_context` is the platform's logging context and must outlive the client.
-  explicit DeviceInformation(void* log_context);
+  explicit DeviceInformation(void* log_context, const std::string& marker_path = kMarkerPath);
   virtual ~DeviceInformation();
   DeviceInformation(const DeviceInformation&) = delete;
   DeviceInformation& operator=(const DeviceInformation&) = delete;
@@ -25,6 +29,7 @@ class DeviceInformation {
   void* const log_context_;
   krand_core_ipc_handle ipc_handle_ = 0;
   std::vector<std::string> target_ids_;
+  const std::string marker_path_;
 };
 
 }  // namespace krand::vigila

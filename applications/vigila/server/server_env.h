@@ -28,7 +28,9 @@ class VIGILA_EXPORT ServerEnv {
   // Group of the service's own settings.
   static const char kSettingsGroupName[];
 
-  // Builds everything and starts the message bus. Throws what a member's constructor throws.
+  // Builds everything and starts the message bus. Throws what a member's constructor throws, and
+  // tevra::osa::Exception with the failed step when the platform does not come up: a StartFailure
+  // when it is the settings or the bus.
   ServerEnv();
   // The same over an ExplicitTimeSource and a FakeMsgBus. `test_settings` true: older settings are
   // taken from an empty file instead of the device's.
@@ -45,20 +47,26 @@ class VIGILA_EXPORT ServerEnv {
   void* GetPlatformContext() const { return platform_context_; }
   SecurityProvider* GetSecurityProvider() const { return security_provider_; }
 
+  // Names the key file of the encrypted settings; empty for the default. Before construction.
+  static void ConfigureKeyFile(const std::string& path);
+
   // Standard base64 over counted bytes. Decoding is strict: a text that is not the one canonical
   // spelling gives no bytes.
   static std::string Base64Encode(const std::string& data);
   static std::string Base64Decode(const std::string& text);
 
  private:
-  void Initialize(bool test_settings);
+  // Ends construction, or takes down what stands and rethrows.
+  void Build(std::unique_ptr<tevra::msgbus::IMsgBus> (*make_bus)(), bool test_settings);
+  void InitializePlatform();
+  void CreateServices(bool test_settings);
 
   // In order of construction.
   tevra::osa::ITimeSource* time_source_;
   VigilaServer vigila_server_;
   SessionManager session_manager_;
   RuleManager rule_manager_;
-  tevra::msgbus::IMsgBus* bus_;
+  tevra::msgbus::IMsgBus* bus_ = nullptr;
   krand_core_ipc_handle ipc_handle_ = 0;
   void* platform_context_ = nullptr;
   SecurityProvider* security_provider_ = nullptr;

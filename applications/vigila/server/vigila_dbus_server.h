@@ -11,8 +11,8 @@ class Logger;
 
 namespace vigila::server {
 
-// The bus endpoint: requests of clients reach the provider while it exists. Throws what the bus
-// throws when it refuses the service's name.
+// The bus endpoint: requests of clients reach the provider while it exists. Throws a
+// StartFailure when the bus refuses the service's name.
 class VigilaDbusServer {
  public:
   // Both must outlive the endpoint.

@@ -1,0 +1,153 @@
+#include "vigila/server/server_env.h"
+
+#include <boost/make_shared.hpp>
+#include <vector>
+
+#include "krand/core/krand_api_exception.h"
+#include "krand/interfaces/permission_target.h"
+#include "tevra/msgbus/msg_bus.h"
+#include "tevra/osa/exception.h"
+#include "tevra/osa/mutex.h"
+#include "utilc/base64.h"
+#include "vigila/check/explicit_time_source.h"
+#include "vigila/check/fake_msg_bus.h"
+#include "vigila/server/at_rest_cipher.h"
+#include "vigila/server/permission_impl.h"
+#include "vigila/server/security_provider.h"
+#include "vigila/server/start_failure.h"
+
+namespace vigila::server {
+namespace {
+
+constexpr const char* kSettingsDomain = "vigila";
+constexpr const char* kLoggingIdentity = "VIGILA_KRAND";
+constexpr const char* kPermissionTarget = "permission";
+
+// The permission target, whose changes reach the clients' caches.
+class AnnouncedPermission final : public PermissionImpl {
+ public:
+  AnnouncedPermission(RuleManager& rules, void* context, bool test_settings,
+                      SecurityProvider& provider)
+      : PermissionImpl(rules, context, test_settings), provider_(provider) {}
+
+  int setAccessRule(const char* path, const char* rule) override {
+    const int result = PermissionImpl::setAccessRule(path, rule);
+    if (result == 0) provider_.FireChangeListeners(true);
+    return result;
+  }
+
+ private:
+  SecurityProvider& provider_;
+};
+
+template <typename T>
+std::unique_ptr<tevra::msgbus::IMsgBus> MakeBus() {
+  return std::make_unique<T>();
+}
+
+void ThrowUnlessOk(krand_core_status status, const std::string& step) {
+  if (status == KRAND_CORE_OK) return;
+  throw tevra::osa::Exception("%s failed: %s", step.c_str(),
+                              krand::core::statusToString(status).c_str());
+}
+
+// Deliberate: a provider is never deleted. A request of the platform may still hold it when the
+// environment goes, and the process ends soon after. Held here, so that it is no leak.
+void KeepUntilTheProcessEnds(SecurityProvider* provider) {
+  static auto* const mutex = new tevra::osa::Mutex;
+  static auto* const providers = new std::vector<SecurityProvider*>;
+  tevra::osa::MutexAutoLock lock(*mutex);
+  providers->push_back(provider);
+}
+
+}  // namespace
+
+const char ServerEnv::kSettingsGroupName[] = "Applications/vigila";
+
+ServerEnv::ServerEnv()
+    : time_source_(new tevra::osa::SystemTimeSource),
+      vigila_server_(*this),
+      session_manager_(time_source_, SessionManager::kDefaultTimeoutSecs) {
+  Build(&MakeBus<tevra::msgbus::MsgBus>, false);
+}
+
+ServerEnv::ServerEnv(bool test_settings)
+    : time_source_(new tevra::check::ExplicitTimeSource),
+      vigila_server_(*this),
+      session_manager_(time_source_, SessionManager::kDefaultTimeoutSecs) {
+  Build(&MakeBus<tevra::check::fake::FakeMsgBus>, test_settings);
+}
+
+ServerEnv::~ServerEnv() {
+  // First, so that no request reaches the target any more.
+  delete permission_runner_;
+  permission_runner_ = nullptr;
+  // Deliberate: the platform goes before the permission target, which outlives its own context and
+  // must not use it any more.
+  krand_core_settings_deinit();
+  krand_core_deinit();
+  krand_core_ipc_deinit(ipc_handle_);
+  krand_core_logging_deinit(platform_context_);
+  delete bus_;
+  delete time_source_;
+  permission_.reset();
+}
+
+void ServerEnv::Build(std::unique_ptr<tevra::msgbus::IMsgBus> (*make_bus)(), bool test_settings) {
+  try {
+    bus_ = make_bus().release();
+    InitializePlatform();
+    CreateServices(test_settings);
+    StartFailure::During(StartFailure::kBus, [&] { bus_->StartServer(); });
+  } catch (...) {
+    // The platform stays initialised: the process that could not build its server ends.
+    delete permission_runner_;
+    permission_.reset();
+    delete bus_;
+    delete time_source_;
+    throw;
+  }
+}
+
+void ServerEnv::InitializePlatform() {
+  ThrowUnlessOk(krand_core_init(), "krand_core_init");
+  StartFailure::During(StartFailure::kStore, [] {
+    const krand_core_status status = krand_core_settings_init(kSettingsDomain);
+    ThrowUnlessOk(status,
+                  std::string("krand_core_settings_init of ") + krand_core_settings_location());
+  });
+  ThrowUnlessOk(krand_core_logging_init(kLoggingIdentity, &platform_context_),
+                "krand_core_logging_init");
+  ThrowUnlessOk(krand_core_ipc_initiator_init(platform_context_, 0, &ipc_handle_),
+                "krand_core_ipc_initiator_init");
+}
+
+void ServerEnv::CreateServices(bool test_settings) {
+  security_provider_ = new SecurityProvider(this);
+  KeepUntilTheProcessEnds(security_provider_);
+  permission_ = StartFailure::During(StartFailure::kStore, [&] {
+    return boost::make_shared<AnnouncedPermission>(rule_manager_, platform_context_, test_settings,
+                                                   *security_provider_);
+  });
+  permission_runner_ = StartFailure::During(StartFailure::kBus, [&] {
+    return new KrandApiPermissionTargetRun(kPermissionTarget, platform_context_, permission_);
+  });
+}
+
+void ServerEnv::ConfigureKeyFile(const std::string& path) {
+  AtRestCipher::Configure(path);
+}
+
+std::string ServerEnv::Base64Encode(const std::string& data) {
+  std::string text(base64_encode_len(data.size()), '\0');
+  text.resize(base64_encode(data.data(), data.size(), text.data(), text.size()));
+  return text;
+}
+
+std::string ServerEnv::Base64Decode(const std::string& text) {
+  std::string data(text.size(), '\0');
+  data.resize(base64_decode(text.data(), text.size(), data.data(), data.size()));
+  return data;
+}
+
+}  // namespace vigila::server
