@@ -54,12 +54,20 @@ krand_core_status krand_core_ipc_initiator_init(void* context, int flags,
                                                 krand_core_ipc_handle* handle);
 krand_core_status krand_core_ipc_deinit(krand_core_ipc_handle handle);
 
-/* Settings: typed values under keys, one store per domain. Keys are NUL-terminated and may hold any
- * other bytes. A write is on the disk when the call returns. An error is never "no such key": a
- * missing key is KRAND_CORE_OK with a null value. */
+/* Settings: typed values under keys, one store per domain, one open domain per process. Keys are
+ * NUL-terminated and may hold any other bytes; values are not looked into. A write replaces a value
+ * of any type and is on the disk when the call returns. An error is never "no such key": a missing
+ * key is KRAND_CORE_OK with a null value. Outputs stay untouched on errors.
+ *
+ * A null argument is KRAND_CORE_INVALID_ARGUMENT, a call without an open domain
+ * KRAND_CORE_NOT_INITIALIZED, a second settings_init KRAND_CORE_ERROR. A store that is damaged, not a
+ * settings store, of a newer format or not writable fails settings_init with KRAND_CORE_IO_ERROR and
+ * an Error log line; nothing is ever made anew over it. A child after fork has no open domain, and
+ * cannot open one if its parent had. */
 krand_core_status krand_core_settings_init(const char* domain);
 krand_core_status krand_core_settings_deinit(void);
-/* The file behind the open domain, for messages; the empty text when none is open. */
+/* For messages: the file behind the open domain, or the one that the last settings_init could not
+ * open; the empty text otherwise. Valid until the next settings_init or settings_deinit. */
 const char* krand_core_settings_location(void);
 
 /* Keys with the prefix in byte order, null-terminated; free with krand_core_free_string_array. Null
@@ -78,7 +86,9 @@ int krand_core_settings_does_key_exist(const char* key);
 /* Deleting a key that is not there succeeds. */
 krand_core_status krand_core_settings_delete_key(const char* key);
 /* Everything that this thread writes between begin and commit becomes durable together, or not at
- * all; other threads' reads and writes wait. Transactions do not nest. */
+ * all; other threads' reads and writes wait. Transactions do not nest: a begin inside one, like a
+ * commit or rollback outside, is KRAND_CORE_ERROR. After a write that failed, commit fails too. A
+ * commit that fails has rolled back and ended the transaction. */
 krand_core_status krand_core_settings_begin(void);
 krand_core_status krand_core_settings_commit(void);
 krand_core_status krand_core_settings_rollback(void);

@@ -8,7 +8,8 @@ extern "C" {
 #endif
 
 /* The device-information service. Off a device it answers from [DeviceInformation] in the platform
- * configuration: `present` (default true) and `features`, a comma-separated list (default empty). */
+ * configuration: `present` (default true) and `features`, a comma-separated list (default empty).
+ */
 krand_core_status krand_api_device_information_initiator_init(void* reserved, void* context,
                                                               krand_core_ipc_handle* handle,
                                                               int flags, void* options);

@@ -3,7 +3,6 @@
 
 #include <boost/shared_ptr.hpp>
 #include <memory>
-#include <shared_mutex>
 #include <string>
 
 #include "krand/core/krand_core.h"
@@ -29,8 +28,8 @@ class KrandApiPermissionTargetImplBase {
 };
 
 // Serves a target under a name on the message bus, on a thread of its own, one request at a time,
-// until it is destroyed; destruction waits for a request under way. Callers need the service role to
-// read and the admin role to change. Throws tevra::osa::Exception when the bus refuses the name.
+// until it is destroyed; destruction waits for a request under way. Callers need the service role
+// to read and the admin role to change. Throws tevra::osa::Exception when the bus refuses the name.
 class KrandApiPermissionTargetRun {
  public:
   KrandApiPermissionTargetRun(const std::string& name, void* context,

@@ -1,0 +1,165 @@
+#include "krand/interfaces/permission_target.h"
+
+#include <cstdarg>
+#include <cstdlib>
+#include <variant>
+
+#include "krand/interfaces/permission_protocol.h"
+#include "tevra/core/logger.h"
+#include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/msg_bus.h"
+#include "tevra/osa/exception.h"
+
+namespace {
+
+using krand::interfaces::PermissionProtocol;
+using tevra::interfaces::CallerRoles;
+using tevra::msgbus::IMsgBus;
+using tevra::msgbus::MsgBusMsg;
+
+constexpr const char* kInvalidArgsError = "org.freedesktop.DBus.Error.InvalidArgs";
+
+// The target reads NUL-terminated texts; one that hides bytes behind a zero byte would be judged as
+// another path or stored as another rule.
+bool IsPlain(const std::string& text) {
+  return text.find('\0') == std::string::npos;
+}
+
+const std::string& TextAt(const MsgBusMsg& message, size_t index) {
+  return std::get<std::string>(message.Body()[index]);
+}
+
+}  // namespace
+
+void KrandApiPermissionTargetImplBase::log(krand_core_log_priority priority, const char* format,
+                                           ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  krand_core_logging_logv(context_, priority, format, arguments);
+  va_end(arguments);
+}
+
+class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHandler {
+ public:
+  Impl(const std::string& name, boost::shared_ptr<KrandApiPermissionTargetImplBase> target)
+      : logger_(tevra::core::Logger::GetLogger("krand")), name_(name), target_(std::move(target)) {
+    if (!target_) {
+      throw tevra::osa::Exception("permission target %s: there is no target", name_.c_str());
+    }
+    if (!target_->isRunnable()) {
+      logger_->Notice("Permission target %s is not runnable and is not served", name_.c_str());
+      return;
+    }
+    Serve();
+  }
+
+  ~Impl() override {
+    if (registered_) {
+      StopServing();
+    }
+  }
+
+  void HandleMessage(IMsgBus& bus, MsgBusMsg& message) override {
+    bus.SendReply(message.GetName() == PermissionProtocol::kSetAccessRule ? Set(message)
+                                                                          : Get(message));
+  }
+
+ private:
+  void Serve() {
+    bus_.RegisterMessageHandler(PermissionProtocol::kGetAccessRule, PermissionProtocol::kInterface,
+                                this);
+    bus_.RegisterMessageHandler(PermissionProtocol::kSetAccessRule, PermissionProtocol::kInterface,
+                                this);
+    registered_ = true;
+    try {
+      bus_.RegisterDestinationName(PermissionProtocol::Destination(name_));
+      bus_.StartServer();
+    } catch (...) {
+      StopServing();
+      throw;
+    }
+  }
+
+  void StopServing() {
+    bus_.UnregisterMessageHandler(this);  // once for each registration
+    bus_.UnregisterMessageHandler(this);
+    bus_.StopServer();
+  }
+
+  // Nothing when the caller may and the arguments are right; else the error reply.
+  std::unique_ptr<MsgBusMsg> Refuse(const MsgBusMsg& request, CallerRoles::Role role,
+                                    const std::string& signature) {
+    if (!roles_.Holds(request.Sender(), role)) {
+      const char* const role_name = CallerRoles::RoleName(role);
+      logger_->Notice("Permission target %s: %s refused to user %lu, who lacks the %s role",
+                      name_.c_str(), request.GetName().c_str(),
+                      static_cast<unsigned long>(request.Sender().uid), role_name);
+      return Error(request, CallerRoles::kAccessDeniedError,
+                   std::string("the caller lacks the ") + role_name + " role");
+    }
+    if (request.Signature() != signature) {
+      return Error(
+          request, kInvalidArgsError,
+          request.GetName() + " takes \"" + signature + "\", not \"" + request.Signature() + "\"");
+    }
+    return nullptr;
+  }
+
+  static std::unique_ptr<MsgBusMsg> Error(const MsgBusMsg& request, const std::string& name,
+                                          const std::string& text) {
+    return std::make_unique<MsgBusMsg>(MsgBusMsg::ErrorTo(request, name, text));
+  }
+
+  MsgBusMsg Get(const MsgBusMsg& request) {
+    if (const auto refusal = Refuse(request, CallerRoles::kService, "s")) {
+      return *refusal;
+    }
+    const std::string& path = TextAt(request, 0);
+    char* raw = nullptr;
+    int status = PermissionProtocol::kRefused;
+    if (IsPlain(path)) {
+      status = target_->getAccessRule(path.c_str(), &raw);
+    }
+    const std::unique_ptr<char, decltype(&free)> rule(raw, free);
+    MsgBusMsg reply = MsgBusMsg::ReplyTo(request);
+    reply.Append(static_cast<int32_t>(status));
+    reply.Append(std::string(status == PermissionProtocol::kDone && rule ? rule.get() : ""));
+    return reply;
+  }
+
+  MsgBusMsg Set(const MsgBusMsg& request) {
+    if (const auto refusal = Refuse(request, CallerRoles::kAdmin, "ss")) {
+      return *refusal;
+    }
+    const std::string& path = TextAt(request, 0);
+    const std::string& rule = TextAt(request, 1);
+    int status = PermissionProtocol::kRefused;
+    if (IsPlain(path) && IsPlain(rule)) {
+      status = target_->setAccessRule(path.c_str(), rule.c_str());
+    }
+    MsgBusMsg reply = MsgBusMsg::ReplyTo(request);
+    reply.Append(static_cast<int32_t>(status));
+    return reply;
+  }
+
+  // Constant after construction.
+  tevra::core::Logger* const logger_;
+  const std::string name_;
+  const boost::shared_ptr<KrandApiPermissionTargetImplBase> target_;
+  const CallerRoles roles_;
+  bool registered_ = false;
+
+  tevra::msgbus::MsgBus bus_;
+};
+
+KrandApiPermissionTargetRun::KrandApiPermissionTargetRun(
+    const std::string& name, void* context,
+    boost::shared_ptr<KrandApiPermissionTargetImplBase> target) {
+  static_cast<void>(context);
+  krand_core_trace("KrandApiPermissionTargetRun");
+  impl_ = std::make_unique<Impl>(name, std::move(target));
+}
+
+KrandApiPermissionTargetRun::~KrandApiPermissionTargetRun() {
+  krand_core_trace("~KrandApiPermissionTargetRun");
+}
