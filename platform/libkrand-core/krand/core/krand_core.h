@@ -10,9 +10,13 @@
 
 #ifdef __cplusplus
 extern "C" {
+/* Other numbers than the named ones may come through, as they may in C. */
+#define KRAND_CORE_ANY_INT : int
+#else
+#define KRAND_CORE_ANY_INT
 #endif
 
-typedef enum krand_core_status {
+typedef enum krand_core_status KRAND_CORE_ANY_INT {
   KRAND_CORE_OK = 0,
   KRAND_CORE_ERROR = 1,
   KRAND_CORE_INVALID_ARGUMENT = 2,
@@ -24,7 +28,7 @@ typedef enum krand_core_status {
 } krand_core_status;
 
 /* syslog's numbers */
-typedef enum krand_core_log_priority {
+typedef enum krand_core_log_priority KRAND_CORE_ANY_INT {
   KRAND_CORE_LOG_ERROR = 3,
   KRAND_CORE_LOG_WARNING = 4,
   KRAND_CORE_LOG_NOTICE = 5,
@@ -45,8 +49,8 @@ void krand_core_trace(const char* call);
 
 krand_core_status krand_core_logging_init(const char* identity, void** context);
 krand_core_status krand_core_logging_deinit(void* context);
-void krand_core_logging_log(void* context, krand_core_log_priority priority, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
+void krand_core_logging_log(void* context, krand_core_log_priority priority, const char* format,
+                            ...) __attribute__((format(printf, 3, 4)));
 void krand_core_logging_logv(void* context, krand_core_log_priority priority, const char* format,
                              va_list arguments) __attribute__((format(printf, 3, 0)));
 
@@ -60,10 +64,10 @@ krand_core_status krand_core_ipc_deinit(krand_core_ipc_handle handle);
  * key is KRAND_CORE_OK with a null value. Outputs stay untouched on errors.
  *
  * A null argument is KRAND_CORE_INVALID_ARGUMENT, a call without an open domain
- * KRAND_CORE_NOT_INITIALIZED, a second settings_init KRAND_CORE_ERROR. A store that is damaged, not a
- * settings store, of a newer format or not writable fails settings_init with KRAND_CORE_IO_ERROR and
- * an Error log line; nothing is ever made anew over it. A child after fork has no open domain, and
- * cannot open one if its parent had. */
+ * KRAND_CORE_NOT_INITIALIZED, a second settings_init KRAND_CORE_ERROR. A store that is damaged, not
+ * a settings store, of a newer format or not writable fails settings_init with KRAND_CORE_IO_ERROR
+ * and an Error log line; nothing is ever made anew over it. A child after fork has no open domain,
+ * and cannot open one if its parent had. */
 krand_core_status krand_core_settings_init(const char* domain);
 krand_core_status krand_core_settings_deinit(void);
 /* For messages: the file behind the open domain, or the one that the last settings_init could not
