@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <istream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "json/elements.h"
@@ -44,6 +44,7 @@ class Reader {
   template <typename T>
   static void ReadTyped(T& typed, std::istream& stream);
   static UnknownElement Parse(std::istream& stream);
+  static std::string ReadWhole(std::istream& stream);
 };
 
 // Takes the parser's events and grows the document under root_.
@@ -77,23 +78,23 @@ class Reader::Builder {
     UnknownElement* member;  // where an object's next value goes; null in an array
   };
 
-  UnknownElement* Place(const UnknownElement& value) {
+  UnknownElement* Place(UnknownElement&& value) {
     if (open_.empty()) {
-      root_ = value;
+      root_ = std::move(value);
       return &root_;
     }
     Level& level = open_.back();
     if (level.member == nullptr) return &*static_cast<Array&>(*level.element).Insert(value);
-    *level.member = value;
+    *level.member = std::move(value);
     return level.member;
   }
-  bool Add(const UnknownElement& value) {
-    Place(value);
+  bool Add(UnknownElement&& value) {
+    Place(std::move(value));
     return true;
   }
-  bool Open(const UnknownElement& value) {
+  bool Open(UnknownElement&& value) {
     if (open_.size() == kMaxDepth) throw ParseException("nested too deeply");
-    open_.push_back({Place(value), nullptr});
+    open_.push_back({Place(std::move(value)), nullptr});
     return true;
   }
   bool Close() {
@@ -105,10 +106,20 @@ class Reader::Builder {
   std::vector<Level> open_;
 };
 
-inline UnknownElement Reader::Parse(std::istream& stream) {
-  const std::string text((std::istreambuf_iterator<char>(stream)),
-                         std::istreambuf_iterator<char>());
+inline std::string Reader::ReadWhole(std::istream& stream) {
+  if (!stream) throw ScanException("the stream cannot be read");
+  std::string text;
+  char block[4096];
+  do {
+    stream.read(block, sizeof(block));
+    text.append(block, static_cast<size_t>(stream.gcount()));
+  } while (stream);
   if (stream.bad()) throw ScanException("the stream failed");
+  return text;
+}
+
+inline UnknownElement Reader::Parse(std::istream& stream) {
+  const std::string text = ReadWhole(stream);
   // The parser takes a zero byte for the end of the text.
   if (text.find('\0') != std::string::npos) throw ParseException("a zero byte");
 

@@ -1,3 +1,6 @@
+// The line of this file would stand in every journal entry and say nothing.
+#define SD_JOURNAL_SUPPRESS_LOCATION
+
 #include "tevra/core/default_sink.h"
 
 #include <sys/stat.h>
@@ -16,6 +19,7 @@ namespace tevra::core {
 namespace {
 
 constexpr char kDefaultIdentifier[] = "vigila";
+constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
 
 bool IsContinuation(unsigned char byte) {
   return (byte & 0xc0) == 0x80;
@@ -55,6 +59,8 @@ std::string Identifier() {
 }
 
 bool WriteToJournal(Logger::Level level, const std::string& logger, const std::string& text) {
+  // sd_journal_sendv reports success when there is no socket, and the line would be lost.
+  if (access(kJournalSocket, W_OK) != 0) return false;
   std::string fields[] = {"PRIORITY=" + std::to_string(static_cast<int>(level)), "MESSAGE=" + text,
                           "SYSLOG_IDENTIFIER=" + DefaultSink::Escape(Identifier()),
                           "VIGILA_LOGGER=" + logger};

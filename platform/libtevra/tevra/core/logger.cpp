@@ -76,7 +76,7 @@ Logger::Level ConfiguredLevel(std::string& complaint) {
     return Logger::kNotice;
   }
   const std::optional<Logger::Level> level = LevelFromText(text);
-  if (!level) complaint = text;
+  if (!level) complaint = '"' + text + "\" is none";
   return level.value_or(Logger::kNotice);
 }
 
@@ -86,7 +86,7 @@ int InitializeLevel() {
   const int level = ConfiguredLevel(complaint);
   if (!g_level.compare_exchange_strong(expected, level)) return expected;
   if (!complaint.empty()) {
-    Deliver(Logger::kWarning, "Logger", "no usable log level, \"notice\" it is: " + complaint);
+    Deliver(Logger::kWarning, "Logger", "no usable log level, so it is notice: " + complaint);
   }
   return level;
 }
@@ -141,6 +141,11 @@ Logger::Sink* Logger::SetSink(Sink* sink) {
   Sink* const previous = shared.sink;
   shared.sink = sink;
   return previous;
+}
+
+void Logger::UseConfiguredLevel() {
+  g_level_is_set.store(false);
+  g_level.store(kUnknown);
 }
 
 void Logger::ForgetConfiguredLevel() {

@@ -34,6 +34,8 @@ class Logger {
   // levels; a configuration that cannot be used means Notice and one Warning line.
   static void SetLevel(Level level);
   static Level GetLevel();
+  // Takes SetLevel back.
+  static void UseConfiguredLevel();
   static bool IsEnabled(Level level);
   // Replaces the sink (borrowed; null restores the journal or stderr) and returns the previous one.
   static Sink* SetSink(Sink* sink);
