@@ -1,0 +1,76 @@
+#ifndef VIGILA_CLIENT_VIGILA_H_
+#define VIGILA_CLIENT_VIGILA_H_
+
+/*
+ * The authentication service for callers written in C.
+ *
+ * Ownership: vigila_open hands a client over, vigila_close ends it; nothing else is to be released.
+ * Texts that go in are borrowed for the call, answers are copied into the caller's buffers.
+ *
+ * Buffers: answers are copied without looking at the buffer's size. A token takes at the most
+ * VIGILA_TOKEN_SIZE bytes and a nonce VIGILA_NONCE_SIZE, the closing zero included; an answer that
+ * is longer is never accepted from the server.
+ *
+ * Threads: any thread may call any function with the same client at the same time, except
+ * vigila_close, which must be the last call and the only one under way. A child of fork may go on
+ * using the client: it asks anew, over a connection of its own.
+ *
+ * Failures: a truth value is 1 or 0. A null argument where none is allowed, and a length of 0, give
+ * 0, and no buffer is touched. An unreachable server gives 0 and empty answers; no call waits
+ * longer than the bus's deadline, and the next call tries again. The four questions that come with
+ * every request (vigila_authenticate, vigila_authorize, vigila_is_authenticated,
+ * vigila_is_protected) are answered from memory for 1.5 seconds after they were last asked, and
+ * until the server announces a change.
+ *
+ * Mode: "cache" lets a logon share a session that the same credentials opened before; every other
+ * text opens a session of its own.
+ *
+ * Tokens: a logon writes the session's token, or, when there is none, "NO_TOKEN" (refused),
+ * "DISABLED" (locked after too many wrong passwords), "NODIGEST" (may not use digests), "_EXPIRED"
+ * (password or nonce too old) or the empty text (no answer). It writes also when it returns 0.
+ */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define VIGILA_TOKEN_SIZE 9
+#define VIGILA_NONCE_SIZE 33
+
+typedef struct vigila_client vigila_client;
+
+/* Never null. A server need not be running; a platform configuration that cannot be used ends a
+ * process written in C (in C++ it is an exception). */
+vigila_client* vigila_open(void);
+/* A null client is ignored. */
+void vigila_close(vigila_client* client);
+
+/* Name and password are counted bytes of any value, one byte at the least. `token` may be null. */
+int vigila_authenticate(vigila_client* client, const char* username, unsigned int username_length,
+                        const char* password, unsigned int password_length, const char* mode,
+                        char* token);
+/* `sess` tells whether the digest algorithm is a session variant. `qop`, `cnonce` and `nc` may be
+ * null and are then empty; `token` may be null. */
+int vigila_authenticate_http(vigila_client* client, const char* username, const char* nonce,
+                             const char* ha2, int sess, const char* qop, const char* cnonce,
+                             const char* nc, const char* response, const char* mode, char* token);
+/* `token` may be null. */
+int vigila_authenticate_wsse(vigila_client* client, const char* username,
+                             const char* password_digest, const char* nonce, const char* created,
+                             const char* mode, char* token);
+
+/* May the token's session reach the path? */
+int vigila_authorize(vigila_client* client, const char* token, const char* path);
+/* Does the token stand for a living session? */
+int vigila_is_authenticated(vigila_client* client, const char* token);
+/* Does the path ask for a logon at all? 0 also when the server did not answer: ask
+ * vigila_authorize, which then refuses, before handing anything out. */
+int vigila_is_protected(vigila_client* client, const char* path);
+/* 1 also when the server did not answer: the nonce is then the empty text. */
+int vigila_get_nonce(vigila_client* client, char* nonce);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VIGILA_CLIENT_VIGILA_H_ */

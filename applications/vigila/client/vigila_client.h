@@ -1,0 +1,76 @@
+#ifndef VIGILA_CLIENT_VIGILA_CLIENT_H_
+#define VIGILA_CLIENT_VIGILA_CLIENT_H_
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vigila::client {
+
+// The authentication service as other services see it. Forwards each question to the server over
+// the message bus; the four questions that come with every request (Authenticate, Authorize,
+// IsAuthenticated, IsProtected) are answered from memory for 1.5 seconds after they were last
+// asked, and until the server announces a change.
+//
+// Any thread may call any operation at the same time. A child of fork may go on using the client:
+// it asks anew, over a connection of its own. Destroy the client only when no call is under way.
+//
+// Operations never throw for a refusal or an unreachable server: the answer is then false or empty,
+// and no call waits longer than the bus's deadline. The constructor throws tevra::osa::Exception
+// when the platform's configuration is unusable; a server need not be running.
+//
+// Texts are counted bytes of any value.
+class __attribute__((visibility("default"))) VigilaClient {
+ public:
+  class Impl;
+
+  // The mode that lets a logon share a session which the same credentials opened before. Every
+  // other mode opens a session of its own.
+  static constexpr const char* kReuseMode = "cache";
+
+  VigilaClient();
+  ~VigilaClient();
+  VigilaClient(const VigilaClient&) = delete;
+  VigilaClient& operator=(const VigilaClient&) = delete;
+
+  // The logons always overwrite `token`, also when they fail: with the session's token, with
+  // "NO_TOKEN" (refused), "DISABLED" (locked after too many wrong passwords), "NODIGEST" (may not
+  // use digests), "_EXPIRED" (password or nonce too old), or with nothing when there was no answer.
+  bool Authenticate(const std::string& username, const std::string& password,
+                    const std::string& mode, std::string& token) const;
+  bool AuthenticateHttp(const std::string& username, const std::string& nonce,
+                        const std::string& ha2, bool sess, const std::string& qop,
+                        const std::string& cnonce, const std::string& nc,
+                        const std::string& response, const std::string& mode,
+                        std::string& token) const;
+  bool AuthenticateWsse(const std::string& username, const std::string& password_digest,
+                        const std::string& nonce, const std::string& created,
+                        const std::string& mode, std::string& token) const;
+
+  // May the token's session reach the path? A grant restarts the session's idle timer.
+  bool Authorize(const std::string& token, const std::string& path) const;
+  // Does the token stand for a living session? Never for "NO_TOKEN".
+  bool IsAuthenticated(const std::string& token) const;
+  // Does the path ask for a logon at all? False also when there was no answer: ask Authorize, which
+  // then refuses, before handing anything out.
+  bool IsProtected(const std::string& path) const;
+
+  // Ends all sessions of the user of that name; "*" ends everybody's. Earlier answers may be given
+  // until the server's announcement arrives, as after Logout.
+  void Invalidate(const std::string& token) const;
+  bool Logout(const std::string& token) const;
+
+  // The user name behind the token.
+  std::string GetCredentials(const std::string& token) const;
+  // 32 lower-case hexadecimal digits, good for 300 seconds.
+  std::string GetNonce() const;
+  std::vector<std::string> GetAllowedPaths(const std::string& token) const;
+  std::vector<std::string> GetAllowedPermissions(const std::string& token) const;
+
+ private:
+  const std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vigila::client
+
+#endif  // VIGILA_CLIENT_VIGILA_CLIENT_H_

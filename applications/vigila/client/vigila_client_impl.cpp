@@ -1,0 +1,259 @@
+#include "vigila/client/vigila_client_impl.h"
+
+#include <utility>
+
+#include "vigila/client/monotonic_time_source.h"
+#include "vigila/client/session_commands.h"
+
+namespace vigila::client {
+
+using tevra::core::Logger;
+using tevra::osa::ITimeSource;
+using tevra::osa::TimeSpan;
+
+namespace {
+
+constexpr double kLifetimeSecs = 1.5;
+
+constexpr const char* kNoToken = "NO_TOKEN";
+constexpr const char* kDisabled = "DISABLED";
+constexpr const char* kNoDigest = "NODIGEST";
+constexpr const char* kExpired = "_EXPIRED";
+
+VigilaClient::Impl::Maker& MakerInForce() {
+  static VigilaClient::Impl::Maker maker;
+  return maker;
+}
+
+const ITimeSource& TheMonotonicClock() {
+  static const MonotonicTimeSource clock;
+  return clock;
+}
+
+bool IsReuse(const std::string& mode) {
+  return mode == VigilaClient::kReuseMode;
+}
+
+bool IsSession(const std::string& token) {
+  return !token.empty() && token != kNoToken && token != kExpired;
+}
+
+const char* Text(bool answer) {
+  return answer ? "true" : "false";
+}
+
+}  // namespace
+
+VigilaClient::Impl::Impl()
+    : authenticate_cache_(TimeSpan::FromSeconds(kLifetimeSecs), TheMonotonicClock()),
+      authorize_cache_(TimeSpan::FromSeconds(kLifetimeSecs), TheMonotonicClock()),
+      is_authenticated_cache_(TimeSpan::FromSeconds(kLifetimeSecs), TheMonotonicClock()),
+      is_protected_cache_(TimeSpan::FromSeconds(kLifetimeSecs), TheMonotonicClock()),
+      bus_(std::in_place),
+      provider_(Provider::CreateClient(&*bus_)),
+      logger_(Logger::GetLogger("VigilaClient")) {
+  Subscribe();
+  bus_->StartServer();
+}
+
+VigilaClient::Impl::Impl(std::unique_ptr<Provider> provider, const ITimeSource& clock)
+    : authenticate_cache_(TimeSpan::FromSeconds(kLifetimeSecs), clock),
+      authorize_cache_(TimeSpan::FromSeconds(kLifetimeSecs), clock),
+      is_authenticated_cache_(TimeSpan::FromSeconds(kLifetimeSecs), clock),
+      is_protected_cache_(TimeSpan::FromSeconds(kLifetimeSecs), clock),
+      provider_(std::move(provider)),
+      logger_(Logger::GetLogger("VigilaClient")) {
+  Subscribe();
+}
+
+VigilaClient::Impl::~Impl() {
+  try {
+    provider_->RemoveChangeListeners(this);
+    provider_.reset();
+  } catch (...) {
+    // Deliberate: a proxy that did not give the listener back may still call it, or hold its lock;
+    // it is left alone for good rather than destroyed under somebody's feet.
+    static_cast<void>(provider_.release());
+  }
+}
+
+std::unique_ptr<VigilaClient::Impl> VigilaClient::Impl::Make() {
+  const Maker& maker = MakerInForce();
+  return maker ? maker() : std::make_unique<Impl>();
+}
+
+void VigilaClient::Impl::SetMaker(Maker maker) {
+  MakerInForce() = std::move(maker);
+}
+
+// Deliberate: the mode is no part of the question's key, and every answer but the empty one is
+// kept, refusals too: a wrong password repeated at once is refused without the server.
+bool VigilaClient::Impl::Authenticate(const std::string& username, const std::string& password,
+                                      const std::string& mode, std::string& token) {
+  const auto [answer, cached] = Ask(
+      authenticate_cache_, std::make_unique<AuthenticateCommand>(username, password, IsReuse(mode)),
+      +[](const std::string& fresh) { return !fresh.empty(); });
+  if (cached) {
+    logger_->Debug("cached authentication for %s, token = %s", username.c_str(), answer.c_str());
+  }
+  // Deliberate: which texts are failures differs between the three logons, and the answer goes to
+  // the caller also on failure, so that "_EXPIRED" and "DISABLED" can be told apart.
+  const bool success = ReportLogon(username, answer, IsSession(answer) && answer != kDisabled);
+  token = answer;
+  return success;
+}
+
+bool VigilaClient::Impl::AuthenticateHttp(const std::string& username, const std::string& nonce,
+                                          const std::string& ha2, bool sess, const std::string& qop,
+                                          const std::string& cnonce, const std::string& nc,
+                                          const std::string& response, const std::string& mode,
+                                          std::string& token) {
+  AuthenticateHttpCommand command(username, nonce, ha2, qop, cnonce, nc, response, IsReuse(mode),
+                                  sess);
+  RunCommand(command);
+  const bool success = ReportLogon(username, command.GetAnswer(), IsSession(command.GetAnswer()));
+  token = command.GetAnswer();
+  return success;
+}
+
+bool VigilaClient::Impl::AuthenticateWsse(const std::string& username,
+                                          const std::string& password_digest,
+                                          const std::string& nonce, const std::string& created,
+                                          const std::string& mode, std::string& token) {
+  AuthenticateWsseCommand command(username, password_digest, nonce, created, IsReuse(mode));
+  RunCommand(command);
+  const std::string& answer = command.GetAnswer();
+  const bool success = ReportLogon(username, answer,
+                                   IsSession(answer) && answer != kDisabled && answer != kNoDigest);
+  token = answer;
+  return success;
+}
+
+bool VigilaClient::Impl::Authorize(const std::string& token, const std::string& path) {
+  const auto [granted, cached] = Ask(
+      authorize_cache_, std::make_unique<AuthorizeCommand>(token, path),
+      +[](const bool& fresh) { return fresh; });
+  if (cached) {
+    logger_->Debug("cached authorization for token %s to %s", token.c_str(), path.c_str());
+  }
+  logger_->Debug("authorize for %s to %s %s", token.c_str(), path.c_str(),
+                 granted ? "successful" : "failed");
+  return granted;
+}
+
+bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
+  // Deliberate: the server calls "NO_TOKEN" authenticated; nobody who asks the client means that.
+  if (token == kNoToken) return false;
+  const auto [authenticated, cached] = Ask(
+      is_authenticated_cache_, std::make_unique<IsAuthenticatedCommand>(token),
+      +[](const bool& fresh) { return fresh; });
+  if (cached) logger_->Debug("cached is_authenticated for %s", token.c_str());
+  logger_->Debug("is_authenticated for %s is %s", token.c_str(), Text(authenticated));
+  return authenticated;
+}
+
+// Deliberate: every answer is kept, also the false one that stands for an unreachable server, and
+// every hit renews it. The server's next appearance empties the caches; until then Authorize
+// refuses.
+bool VigilaClient::Impl::IsProtected(const std::string& path) {
+  const auto [is_protected, cached] = Ask(
+      is_protected_cache_, std::make_unique<IsProtectedCommand>(path),
+      +[](const bool&) { return true; });
+  if (cached) logger_->Debug("cached is_protected for %s", path.c_str());
+  logger_->Debug("is_protected for %s is %s", path.c_str(), Text(is_protected));
+  return is_protected;
+}
+
+// Deliberate: neither this nor Logout touches a cache; the server's announcement does.
+void VigilaClient::Impl::Invalidate(const std::string& token) {
+  InvalidateCommand command(token);
+  RunCommand(command);
+}
+
+bool VigilaClient::Impl::Logout(const std::string& token) {
+  LogoutCommand command(token);
+  RunCommand(command);
+  return command.GetAnswer();
+}
+
+std::string VigilaClient::Impl::GetCredentials(const std::string& token) {
+  GetCredentialsCommand command(token);
+  RunCommand(command);
+  return command.GetAnswer();
+}
+
+std::string VigilaClient::Impl::GetNonce() {
+  GetNonceCommand command;
+  RunCommand(command);
+  return command.GetAnswer();
+}
+
+std::vector<std::string> VigilaClient::Impl::GetAllowedPaths(const std::string& token) {
+  GetAllowedPathsCommand command(token);
+  RunCommand(command);
+  return command.GetAnswer();
+}
+
+std::vector<std::string> VigilaClient::Impl::GetAllowedPermissions(const std::string& token) {
+  GetAllowedPermissionsCommand command(token);
+  RunCommand(command);
+  return command.GetAnswer();
+}
+
+void VigilaClient::Impl::FlushCaches(bool) {
+  authenticate_cache_.Clear();
+  authorize_cache_.Clear();
+  is_authenticated_cache_.Clear();
+  is_protected_cache_.Clear();
+}
+
+template <typename T>
+VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(
+    Cache<T>& cache, std::unique_ptr<T> question,
+    bool (*is_kept)(const typename T::Answer& answer)) {
+  FlushCachesOfTheParent();
+  Reply<T> reply{};
+  reply.cached = cache.FindLive(*question, reply.answer);
+  if (reply.cached) return reply;
+
+  const uint64_t generation = cache.Generation();
+  cache.Prune();
+  RunCommand(*question);
+  reply.answer = question->GetAnswer();
+  if (is_kept(reply.answer)) cache.Store(std::move(question), generation);
+  return reply;
+}
+
+void VigilaClient::Impl::RunCommand(Command& command) {
+  try {
+    command.Execute(provider_.get());
+  } catch (...) {
+    logger_->Error("could not connect to vigila");
+  }
+}
+
+void VigilaClient::Impl::Subscribe() {
+  using Listener = tevra::core::VoidObjectMethodDelegate1<Impl, void (Impl::*)(bool), bool>;
+  provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::FlushCaches));
+}
+
+// A child of fork hears of no change before it has connected by a call of its own, so it must not
+// begin with the parent's answers: renewed by hits, they would never be asked for again.
+void VigilaClient::Impl::FlushCachesOfTheParent() {
+  const uint64_t generation = ForkGuard::Generation();
+  if (fork_generation_.load(std::memory_order_acquire) == generation) return;
+  FlushCaches(true);
+  fork_generation_.store(generation, std::memory_order_release);
+}
+
+bool VigilaClient::Impl::ReportLogon(const std::string& username, const std::string& token,
+                                     bool success) {
+  if (success) {
+    logger_->Debug("authenticate for %s successful, token = %s", username.c_str(), token.c_str());
+  } else {
+    logger_->Debug("authenticate for %s failed", username.c_str());
+  }
+  return success;
+}
+
+}  // namespace vigila::client

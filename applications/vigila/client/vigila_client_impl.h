@@ -1,0 +1,96 @@
+#ifndef VIGILA_CLIENT_VIGILA_CLIENT_IMPL_H_
+#define VIGILA_CLIENT_VIGILA_CLIENT_IMPL_H_
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tevra/core/logger.h"
+#include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/msg_bus.h"
+#include "tevra/osa/time.h"
+#include "vigila/client/access_commands.h"
+#include "vigila/client/authenticate_commands.h"
+#include "vigila/client/cache.h"
+#include "vigila/client/vigila_client.h"
+
+namespace vigila::client {
+
+// All of the client: the caches, the bus, the proxy. Owns the proxy, which holds a listener to this
+// object until the destructor takes it back.
+class VigilaClient::Impl final {
+ public:
+  using Provider = tevra::interfaces::ISecurityProvider;
+  using Maker = std::function<std::unique_ptr<Impl>()>;
+
+  // Over a bus of its own, with the monotonic clock.
+  Impl();
+  // Over any proxy, without a bus. `clock` is borrowed and must outlive this object.
+  Impl(std::unique_ptr<Provider> provider, const tevra::osa::ITimeSource& clock);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  // What every VigilaClient is built on; Impl() unless a test put a maker of its own in (an empty
+  // one takes it out). Set it only while no client is being built.
+  static std::unique_ptr<Impl> Make();
+  static void SetMaker(Maker maker);
+
+  bool Authenticate(const std::string& username, const std::string& password,
+                    const std::string& mode, std::string& token);
+  bool AuthenticateHttp(const std::string& username, const std::string& nonce,
+                        const std::string& ha2, bool sess, const std::string& qop,
+                        const std::string& cnonce, const std::string& nc,
+                        const std::string& response, const std::string& mode, std::string& token);
+  bool AuthenticateWsse(const std::string& username, const std::string& password_digest,
+                        const std::string& nonce, const std::string& created,
+                        const std::string& mode, std::string& token);
+  bool Authorize(const std::string& token, const std::string& path);
+  bool IsAuthenticated(const std::string& token);
+  bool IsProtected(const std::string& path);
+  void Invalidate(const std::string& token);
+  bool Logout(const std::string& token);
+  std::string GetCredentials(const std::string& token);
+  std::string GetNonce();
+  std::vector<std::string> GetAllowedPaths(const std::string& token);
+  std::vector<std::string> GetAllowedPermissions(const std::string& token);
+
+  // Empties the four caches, one after the other; the argument plays no part.
+  void FlushCaches(bool);
+
+ private:
+  // An answer, and whether it came out of a cache.
+  template <typename T>
+  struct Reply {
+    typename T::Answer answer;
+    bool cached;
+  };
+
+  // Asks the cache, then the server; keeps the server's answer when `is_kept` says so.
+  template <typename T>
+  Reply<T> Ask(Cache<T>& cache, std::unique_ptr<T> question,
+               bool (*is_kept)(const typename T::Answer& answer));
+  // Lets the server answer. Whatever goes wrong leaves one line and the initial answer.
+  void RunCommand(Command& command);
+  void Subscribe();
+  void FlushCachesOfTheParent();
+  bool ReportLogon(const std::string& username, const std::string& token, bool success);
+
+  Cache<AuthenticateCommand> authenticate_cache_;
+  Cache<AuthorizeCommand> authorize_cache_;
+  Cache<IsAuthenticatedCommand> is_authenticated_cache_;
+  Cache<IsProtectedCommand> is_protected_cache_;
+  std::optional<tevra::msgbus::MsgBus> bus_;
+  std::unique_ptr<Provider> provider_;
+  tevra::core::Logger* const logger_;
+  // The process, counted in forks, that the caches were filled in.
+  std::atomic<uint64_t> fork_generation_{ForkGuard::Generation()};
+};
+
+}  // namespace vigila::client
+
+#endif  // VIGILA_CLIENT_VIGILA_CLIENT_IMPL_H_
