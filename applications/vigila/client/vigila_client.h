@@ -22,7 +22,7 @@ namespace vigila::client {
 // Texts are counted bytes of any value.
 class __attribute__((visibility("default"))) VigilaClient {
  public:
-  class Impl;
+  class __attribute__((visibility("hidden"))) Impl;
 
   // The mode that lets a logon share a session which the same credentials opened before. Every
   // other mode opens a session of its own.

@@ -26,7 +26,7 @@ namespace vigila::server {
 // Any thread may call; requests arrive one at a time, which is what makes GetUser's result usable.
 class VIGILA_EXPORT SessionManager {
  public:
-  class SessionManagerImpl;
+  class __attribute__((visibility("hidden"))) SessionManagerImpl;
 
   static constexpr int kDefaultTimeoutSecs = 1800;
 
