@@ -1,0 +1,43 @@
+#include "vigilad/daemon_configuration.h"
+
+#include <climits>
+#include <cstdlib>
+
+#include "tevra/core/platform_config.h"
+#include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/msg_bus.h"
+#include "vigila/server/server_env.h"
+
+namespace vigila::daemon {
+
+using server::ServerEnv;
+using server::SessionManager;
+using tevra::core::PlatformConfig;
+
+void DaemonConfiguration::Load(const std::string& path) {
+  if (path.empty()) {
+    PlatformConfig::Get();
+    return;
+  }
+  PlatformConfig::LoadFrom(path);
+  setenv(PlatformConfig::kEnvironmentVariable, path.c_str(), 1);
+}
+
+DaemonConfiguration DaemonConfiguration::Read() {
+  const PlatformConfig& platform = PlatformConfig::Get();
+  DaemonConfiguration configuration;
+  configuration.session_timeout_secs =
+      static_cast<int>(platform.GetInt(ServerEnv::kSettingsGroupName, "session_timeout",
+                                       SessionManager::kDefaultTimeoutSecs, 1, INT_MAX));
+  configuration.password_policy =
+      platform.GetBool(ServerEnv::kSettingsGroupName, "password_policy", false);
+  configuration.key_file = platform.GetString(ServerEnv::kSettingsGroupName, "key_file", "");
+
+  platform.GetBool("DeviceInformation", "present", true);
+  // Each reads its section when it is made, and does nothing else until it is started.
+  const tevra::interfaces::CallerRoles roles;
+  const tevra::msgbus::MsgBus bus;
+  return configuration;
+}
+
+}  // namespace vigila::daemon

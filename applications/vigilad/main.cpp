@@ -1,0 +1,66 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "tevra/core/logger.h"
+#include "tevra/core/platform_config.h"
+#include "vigilad/daemon.h"
+#include "vigilad/daemon_configuration.h"
+#include "vigilad/exit_code.h"
+
+namespace {
+
+using tevra::core::PlatformConfig;
+using vigila::daemon::DaemonConfiguration;
+
+constexpr const char* kFooter =
+    "Exit codes:\n"
+    "   0  stopped in order by SIGTERM or SIGINT, or nothing to do\n"
+    "   2  wrong usage\n"
+    "  69  the bus is not available, or another daemon has the name\n"
+    "  70  any other failure\n"
+    "  74  the settings store or its key file is unusable\n"
+    "  78  the configuration is wrong";
+
+struct Options {
+  std::string config;
+  bool check_config = false;
+};
+
+int Start(const Options& options) {
+  DaemonConfiguration configuration;
+  try {
+    DaemonConfiguration::Load(options.config);
+    configuration = DaemonConfiguration::Read();
+  } catch (const std::exception& e) {
+    tevra::core::Logger::GetLogger("vigilad")->Error("The configuration is wrong: %s", e.what());
+    return vigila::daemon::kBadConfiguration;
+  }
+  if (options.check_config) {
+    std::puts("The configuration is good.");
+    return vigila::daemon::kStopped;
+  }
+  return vigila::daemon::Serve(configuration);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("The device's authentication and authorization service.", "vigilad");
+  Options options;
+  app.add_option("--config", options.config,
+                 std::string("Configuration file (default: $") +
+                     PlatformConfig::kEnvironmentVariable + ", else " +
+                     PlatformConfig::kDefaultPath + ")")
+      ->type_name("FILE");
+  app.add_flag("--check-config", options.check_config, "Check the configuration and exit");
+  app.set_version_flag("--version", std::string("vigilad ") + VIGILA_VERSION);
+  app.footer(kFooter);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? vigila::daemon::kStopped : vigila::daemon::kUsage;
+  }
+  return Start(options);
+}

@@ -1,0 +1,160 @@
+#include "tevra/interfaces/i_security_provider.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "support/capturing_log.h"
+#include "support/recording_provider.h"
+#include "tevra/osa/exception.h"
+
+namespace tevra::interfaces {
+namespace {
+
+using support::ChangeRecorder;
+using support::RecordingProvider;
+
+class TracedListener : public core::IVoidDelegate1<bool> {
+ public:
+  TracedListener(void* target, int& destroyed) : target_(target), destroyed_(destroyed) {}
+  ~TracedListener() override { ++destroyed_; }
+  bool Matches(void* target) const override { return target == target_; }
+  void Call(const bool&) override {}
+
+ private:
+  void* const target_;
+  int& destroyed_;
+};
+
+class ThrowingListener : public core::IVoidDelegate1<bool> {
+ public:
+  bool Matches(void*) const override { return false; }
+  void Call(const bool&) override { throw osa::Exception("listener broke"); }
+};
+
+TEST(ISecurityProvider, TellsEveryListenerTheValue) {
+  RecordingProvider provider;
+  ChangeRecorder first;
+  ChangeRecorder second;
+  first.Attach(provider);
+  second.Attach(provider);
+  provider.FireChangeListeners(true);
+  provider.FireChangeListeners(false);
+  EXPECT_EQ(first.Values(), (std::vector<bool>{true, false}));
+  EXPECT_EQ(second.Values(), (std::vector<bool>{true, false}));
+}
+
+TEST(ISecurityProvider, FiresWithoutListeners) {
+  RecordingProvider provider;
+  provider.FireChangeListeners(true);
+  EXPECT_TRUE(provider.Calls().empty());
+}
+
+TEST(ISecurityProvider, RemovesEveryListenerOfATargetAndNoOther) {
+  RecordingProvider provider;
+  ChangeRecorder leaving;
+  ChangeRecorder staying;
+  leaving.Attach(provider);
+  staying.Attach(provider);
+  leaving.Attach(provider);
+  provider.RemoveChangeListeners(&leaving);
+  provider.FireChangeListeners(true);
+  EXPECT_TRUE(leaving.Values().empty());
+  EXPECT_EQ(staying.Values().size(), 1u);
+  provider.RemoveChangeListeners(&leaving);
+}
+
+TEST(ISecurityProvider, OwnsItsListeners) {
+  int destroyed = 0;
+  int target = 0;
+  {
+    RecordingProvider provider;
+    provider.AddChangeListener(std::make_unique<TracedListener>(&target, destroyed));
+    provider.AddChangeListener(std::make_unique<TracedListener>(&provider, destroyed));
+    provider.RemoveChangeListeners(&target);
+    EXPECT_EQ(destroyed, 1);
+  }
+  EXPECT_EQ(destroyed, 2);
+}
+
+TEST(ISecurityProvider, IgnoresANullListener) {
+  RecordingProvider provider;
+  provider.AddChangeListener(nullptr);
+  provider.FireChangeListeners(true);
+  provider.RemoveChangeListeners(nullptr);
+  EXPECT_TRUE(provider.Calls().empty());
+}
+
+TEST(ISecurityProvider, LogsAListenerThatThrowsAndTellsTheOthers) {
+  support::CapturingLog log;
+  RecordingProvider provider;
+  ChangeRecorder after;
+  provider.AddChangeListener(std::make_unique<ThrowingListener>());
+  after.Attach(provider);
+  EXPECT_NO_THROW(provider.FireChangeListeners(true));
+  EXPECT_EQ(after.Values().size(), 1u);
+  EXPECT_TRUE(log.Contains("A change listener failed: listener broke"));
+}
+
+TEST(ISecurityProvider, SaysThatItsOptionalOperationsAreUnimplemented) {
+  const RecordingProvider provider;
+  const auto code_of = [](auto&& call) {
+    try {
+      call();
+    } catch (const osa::Exception& e) {
+      return static_cast<int>(e.code());
+    }
+    return -1;
+  };
+  EXPECT_EQ(code_of([&] { provider.AllowHttpDigest(); }), osa::Exception::kUnimplemented);
+  EXPECT_EQ(code_of([&] { provider.TestLdap("", "", "", 1, "", "", "", "", "", "", ""); }),
+            osa::Exception::kUnimplemented);
+}
+
+TEST(ISecurityProvider, SurvivesFiringWhileListenersComeAndGo) {
+  RecordingProvider provider;
+  std::atomic<bool> stop = false;
+  std::thread firing([&] {
+    while (!stop) provider.FireChangeListeners(true);
+  });
+  for (int i = 0; i < 200; ++i) {
+    ChangeRecorder recorder;
+    recorder.Attach(provider);
+    provider.RemoveChangeListeners(&recorder);
+  }
+  stop = true;
+  firing.join();
+}
+
+#if defined(__x86_64__)
+// In the C++ ABI of this machine a pointer to a virtual operation holds 1 + its offset in the
+// table.
+template <typename Method>
+size_t Slot(Method method) {
+  ptrdiff_t words[2];
+  static_assert(sizeof(words) == sizeof(method));
+  std::memcpy(words, &method, sizeof(words));
+  return static_cast<size_t>(words[0] - 1) / sizeof(void*);
+}
+
+TEST(ISecurityProvider, KeepsTheOrderOfItsOperations) {
+  using P = ISecurityProvider;
+  const size_t slots[] = {
+      Slot(&P::Authenticate),   Slot(&P::AuthenticateHttp), Slot(&P::AuthenticateWsse),
+      Slot(&P::TestLdap),       Slot(&P::Invalidate),       Slot(&P::IsAuthenticated),
+      Slot(&P::IsProtected),    Slot(&P::GetAllowedPaths),  Slot(&P::GetAllowedPermissions),
+      Slot(&P::GetCredentials), Slot(&P::GetExpiration),    Slot(&P::Authorize),
+      Slot(&P::Logout),         Slot(&P::AllowHttpDigest),  Slot(&P::GetNonce),
+      Slot(&P::GetUsers),       Slot(&P::AddUsers),         Slot(&P::ModifyUsers),
+      Slot(&P::DeleteUsers),    Slot(&P::ValidatePassword), Slot(&P::AddPassphrase),
+      Slot(&P::GetPassphrases), Slot(&P::GetPassphrase),    Slot(&P::DeletePassphrase),
+  };
+  size_t expected = 2;  // after the two of the destructor
+  for (size_t slot : slots) EXPECT_EQ(slot, expected++);
+}
+#endif
+
+}  // namespace
+}  // namespace tevra::interfaces
