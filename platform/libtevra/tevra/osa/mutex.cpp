@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "tevra/osa/exception.h"
+#include "tevra/osa/sanitizer.h"
 
 namespace tevra::osa {
 namespace {
@@ -25,7 +26,9 @@ timespec DeadlineIn(int timeout_ms) {
 int LockWithin(pthread_mutex_t* mutex, int timeout_ms) {
   // The wall clock may be set while we wait; the monotonic one may not.
   const timespec deadline = DeadlineIn(timeout_ms);
-  return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &deadline);
+  const int error = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &deadline);
+  if (error == 0) NoteLocked(mutex);
+  return error;
 }
 
 }  // namespace
