@@ -1,0 +1,41 @@
+#ifndef TEVRA_MSGBUS_BROKER_CLIENT_H_
+#define TEVRA_MSGBUS_BROKER_CLIENT_H_
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "tevra/msgbus/bus_config.h"
+#include "tevra/msgbus/connection_pool.h"
+#include "tevra/msgbus/msg_bus_msg.h"
+
+namespace tevra::msgbus {
+
+// The calling side of the broker transport: a pool of connections to the broker. Any thread. A
+// message goes to the unique name of the destination's owner, once that owner has been found to be
+// trustworthy, so that it cannot reach somebody who took the name in between.
+class BrokerClient final {
+ public:
+  explicit BrokerClient(const BusConfig& config);  // must outlive the client
+
+  std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline);
+  void Post(const MsgBusMsg& message, Deadline deadline);
+
+ private:
+  using Lease = ConnectionPool::Lease;
+
+  // Runs `use` with a connection, again with a new one when the first turns out to be dead already.
+  void WithConnection(Deadline deadline, const std::function<void(Lease&)>& use);
+  // Null when the owner that was known has gone.
+  std::unique_ptr<MsgBusMsg> Try(Lease& lease, const MsgBusMsg& message, Deadline deadline);
+  std::string FindOwner(Lease& lease, const std::string& name, Deadline deadline);
+  MessagePtr AskBroker(Lease& lease, const char* member, const std::string& argument,
+                       Deadline deadline);
+
+  const BusConfig& config_;
+  ConnectionPool pool_;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_BROKER_CLIENT_H_

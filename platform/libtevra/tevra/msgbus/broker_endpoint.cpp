@@ -1,0 +1,261 @@
+#include "tevra/msgbus/broker_endpoint.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "tevra/core/logger.h"
+#include "tevra/osa/exception.h"
+
+namespace tevra::msgbus {
+namespace {
+
+constexpr const char* kBroker = "org.freedesktop.DBus";
+constexpr const char* kBrokerPath = "/org/freedesktop/DBus";
+constexpr const char* kOwnerChangedRule =
+    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+    "member='NameOwnerChanged',";
+constexpr std::chrono::milliseconds kReconnectPause{100};
+constexpr size_t kMaxCallers = 4096;
+
+core::Logger* Log() {
+  static core::Logger* const logger = core::Logger::GetLogger("MsgBus");
+  return logger;
+}
+
+// Reads one entry of GetConnectionCredentials' answer, a{sv}.
+int ReadCredential(sd_bus_message* answer, Credentials* credentials, bool* has_uid) {
+  const char* key = nullptr;
+  int result = sd_bus_message_read_basic(answer, 's', &key);
+  if (result < 0) return result;
+  if (strcmp(key, "UnixUserID") == 0) {
+    *has_uid = true;
+    return sd_bus_message_read(answer, "v", "u", &credentials->uid);
+  }
+  if (strcmp(key, "UnixGroupIDs") != 0) return sd_bus_message_skip(answer, "v");
+  const void* groups = nullptr;
+  size_t size = 0;
+  result = sd_bus_message_enter_container(answer, 'v', "au");
+  if (result >= 0) result = sd_bus_message_read_array(answer, 'u', &groups, &size);
+  if (result < 0) return result;
+  const auto* first = static_cast<const uint32_t*>(groups);
+  credentials->groups.assign(first, first + size / sizeof(uint32_t));
+  return sd_bus_message_exit_container(answer);
+}
+
+}  // namespace
+
+BrokerEndpoint::BrokerEndpoint(const BusConfig& config, DispatchThread& dispatch,
+                               RequestDispatcher& dispatcher)
+    : config_(config), dispatch_(dispatch), dispatcher_(dispatcher) {}
+
+void BrokerEndpoint::Serve(const std::string& name) {
+  if (Serves(name)) return;
+  Connect();
+  Own(name);
+  names_.insert(name);
+}
+
+void BrokerEndpoint::StopServing(const std::string& name) {
+  if (names_.erase(name) > 0 && link_) sd_bus_release_name(link_->bus(), name.c_str());
+  DrainLater();
+}
+
+void BrokerEndpoint::Broadcast(const MsgBusMsg& message) {
+  if (!link_ || names_.empty()) return;
+  const MessagePtr wire = MessageCodec::EncodeSignal(link_->bus(), message);
+  link_->Send(wire.get(), MessageCodec::WireSize(message));
+  DrainLater();
+}
+
+void BrokerEndpoint::Watch(const std::string& name) {
+  if (!watched_.emplace(name, Watched()).second) return;
+  if (link_) {
+    Listen(name);
+  } else {
+    Reconnect();
+  }
+}
+
+void BrokerEndpoint::Connect() {
+  if (link_) return;
+  auto link = std::make_unique<BusLink>(config_.address);
+  sd_bus_set_method_call_timeout(link->bus(),
+                                 static_cast<uint64_t>(config_.timeout.count()) * 1000);
+  link_ = std::move(link);
+  try {
+    // Callers that have gone need not be remembered.
+    AddMatch(std::string(kOwnerChangedRule) + "arg2=''");
+    events_ = link_->Events();
+    watch_ = dispatch_.Watch(link_->fd(), events_, [this](uint32_t) { OnReady(); });
+  } catch (...) {
+    link_.reset();
+    throw;
+  }
+  DrainLater();
+}
+
+void BrokerEndpoint::Reconnect() {
+  try {
+    Connect();
+    for (const std::string& name : names_) Own(name);
+    for (auto& [name, watched] : watched_) Listen(name);
+  } catch (const std::exception& failure) {
+    Log()->Information("%s", failure.what());
+    Lose();
+  }
+}
+
+void BrokerEndpoint::ReconnectLater() {
+  if (timer_ != 0 || (names_.empty() && watched_.empty())) return;
+  timer_ = dispatch_.After(kReconnectPause, [this] {
+    timer_ = 0;
+    if (!link_) Reconnect();
+  });
+}
+
+void BrokerEndpoint::Lose() {
+  if (watch_ != 0) dispatch_.Remove(std::exchange(watch_, 0));
+  link_.reset();
+  callers_.clear();
+  for (auto& [name, watched] : watched_) watched.owner.clear();
+  ReconnectLater();
+}
+
+void BrokerEndpoint::Own(const std::string& name) {
+  const int result = sd_bus_request_name(link_->bus(), name.c_str(), 0);
+  DrainLater();
+  if (result >= 0 || result == -EALREADY) return;
+  if (result == -EEXIST) {
+    throw osa::Exception("message bus: %s is served by somebody else", name.c_str());
+  }
+  throw osa::Exception("message bus: cannot serve %s: %s", name.c_str(), strerror(-result));
+}
+
+void BrokerEndpoint::Listen(const std::string& name) {
+  AddMatch(std::string(kOwnerChangedRule) + "arg0='" + name + "'");
+  AddMatch("type='signal',sender='" + name + "'");
+  const MessagePtr answer = Ask("GetNameOwner", name);
+  const char* owner = nullptr;
+  if (answer && sd_bus_message_read_basic(answer.get(), 's', &owner) > 0) Greet(name, owner);
+}
+
+// What arrived while a question to the broker was under way waits inside sd-bus, where no poll
+// shows it.
+void BrokerEndpoint::DrainLater() {
+  if (std::exchange(drain_posted_, true)) return;
+  dispatch_.Post([this] {
+    drain_posted_ = false;
+    if (link_) OnReady();
+  });
+}
+
+void BrokerEndpoint::OnReady() {
+  do {
+    if (link_->Advance() == BusLink::Progress::kDead) return Lose();
+    if (const MessagePtr message = link_->TakeIncoming()) OnMessage(message.get());
+  } while (link_->HasQueuedInput());
+  if (link_->QueuedBytes() > config_.max_output_bytes) return Lose();
+  const uint32_t events = link_->Events();
+  if (events != events_) dispatch_.Modify(watch_, events_ = events);
+}
+
+void BrokerEndpoint::OnMessage(sd_bus_message* message) {
+  uint8_t type = 0;
+  sd_bus_message_get_type(message, &type);
+  if (type == SD_BUS_MESSAGE_METHOD_CALL) OnCall(message);
+  if (type == SD_BUS_MESSAGE_SIGNAL) OnSignal(message);
+}
+
+void BrokerEndpoint::OnCall(sd_bus_message* call) {
+  const char* sender = sd_bus_message_get_sender(call);
+  if (names_.empty() || sender == nullptr) {
+    // A caller that remembers us from before must look for our successor.
+    sd_bus_reply_method_errorf(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "not serving");
+    return;
+  }
+  const std::optional<Credentials> caller = CredentialsOf(sender);
+  if (!caller) {
+    sd_bus_reply_method_errorf(call, SD_BUS_ERROR_ACCESS_DENIED, "unknown caller");
+    return;
+  }
+  const char* header = sd_bus_message_get_destination(call);
+  const std::string destination =
+      header != nullptr && names_.contains(header) ? header : *names_.begin();
+  dispatcher_.DispatchCall(*link_, call, destination, *caller);
+}
+
+void BrokerEndpoint::OnSignal(sd_bus_message* signal) {
+  const char* sender = sd_bus_message_get_sender(signal);
+  if (sender == nullptr) return;
+  if (strcmp(sender, kBroker) == 0) {
+    if (sd_bus_message_is_signal(signal, kBroker, "NameOwnerChanged") > 0) OnOwnerChanged(signal);
+    return;
+  }
+  for (const auto& [name, watched] : watched_) {
+    if (watched.owner == sender) return dispatcher_.DispatchSignal(signal, watched.server);
+  }
+}
+
+void BrokerEndpoint::OnOwnerChanged(sd_bus_message* signal) {
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (sd_bus_message_read(signal, "sss", &name, &before, &after) < 0) return;
+  if (*after == '\0') callers_.erase(name);
+  const auto watched = watched_.find(name);
+  if (watched == watched_.end() || watched->second.owner == after) return;
+  watched->second.owner.clear();
+  if (*after != '\0') Greet(name, after);
+}
+
+void BrokerEndpoint::Greet(const std::string& name, const std::string& owner) {
+  const std::optional<Credentials> server = CredentialsOf(owner);
+  if (!server) return;
+  if (!config_.Trusts(server->uid)) {
+    Log()->Warning("%s refused: it is served by user %u", name.c_str(), server->uid);
+    return;
+  }
+  Watched& watched = watched_[name];
+  if (watched.owner == owner) return;
+  watched = {owner, *server};
+  dispatcher_.DispatchAppearance(name);
+}
+
+MessagePtr BrokerEndpoint::Ask(const char* member, const std::string& argument) {
+  sd_bus_message* answer = nullptr;
+  const int result = sd_bus_call_method(link_->bus(), kBroker, kBrokerPath, kBroker, member,
+                                        nullptr, &answer, "s", argument.c_str());
+  DrainLater();
+  return MessagePtr(result < 0 ? nullptr : answer);
+}
+
+void BrokerEndpoint::AddMatch(const std::string& rule) {
+  if (!Ask("AddMatch", rule)) throw osa::Exception("message bus: cannot listen on the broker");
+}
+
+std::optional<Credentials> BrokerEndpoint::CredentialsOf(const std::string& unique_name) {
+  const auto known = callers_.find(unique_name);
+  if (known != callers_.end()) return known->second;
+  std::optional<Credentials> asked = AskCredentials(unique_name);
+  if (!asked) return asked;
+  if (callers_.size() >= kMaxCallers) callers_.clear();
+  callers_.emplace(unique_name, *asked);
+  return asked;
+}
+
+std::optional<Credentials> BrokerEndpoint::AskCredentials(const std::string& unique_name) {
+  const MessagePtr answer = Ask("GetConnectionCredentials", unique_name);
+  if (!answer || sd_bus_message_enter_container(answer.get(), 'a', "{sv}") < 0) return std::nullopt;
+  Credentials credentials{};
+  bool has_uid = false;
+  int result = 0;
+  while ((result = sd_bus_message_enter_container(answer.get(), 'e', "sv")) > 0) {
+    result = ReadCredential(answer.get(), &credentials, &has_uid);
+    if (result < 0 || sd_bus_message_exit_container(answer.get()) < 0) return std::nullopt;
+  }
+  if (result < 0 || !has_uid) return std::nullopt;
+  return credentials;
+}
+
+}  // namespace tevra::msgbus

@@ -1,0 +1,38 @@
+#ifndef TEVRA_MSGBUS_BUS_CONFIG_H_
+#define TEVRA_MSGBUS_BUS_CONFIG_H_
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+namespace tevra::msgbus {
+
+// The keys of [MsgBus] in the platform configuration, read once by each bus.
+struct BusConfig {
+  enum class Transport { kDirect, kBroker };
+
+  Transport transport = Transport::kDirect;
+  std::string address;      // D-Bus address of the broker, "system" and "session" resolved
+  std::string runtime_dir;  // where destinations have their sockets
+  mode_t socket_mode = 0666;
+  std::chrono::milliseconds timeout{5000};
+  size_t max_connections = 256;
+  size_t max_connections_per_uid = 128;
+  size_t max_message_bytes = 2 << 20;
+  size_t max_output_bytes = 4 << 20;
+  size_t pool_size = 8;
+  uid_t service_uid = 0;
+
+  // Throws tevra::osa::Exception that names the key with a wrong value.
+  static BusConfig FromPlatform();
+
+  // Whether a server that runs as `uid` may be believed: root, this process's own user, or the
+  // configured service user.
+  bool Trusts(uid_t uid) const;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_BUS_CONFIG_H_

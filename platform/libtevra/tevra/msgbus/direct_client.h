@@ -1,0 +1,38 @@
+#ifndef TEVRA_MSGBUS_DIRECT_CLIENT_H_
+#define TEVRA_MSGBUS_DIRECT_CLIENT_H_
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "tevra/msgbus/bus_config.h"
+#include "tevra/msgbus/connection_pool.h"
+#include "tevra/msgbus/msg_bus_msg.h"
+
+namespace tevra::msgbus {
+
+// The calling side of the direct transport: a pool of connections to each destination. Any thread.
+// A connection that turns out to be dead before it took anything of the message is replaced without
+// a word; one that dies later fails the call, for the server may have done the work.
+class DirectClient final {
+ public:
+  explicit DirectClient(const BusConfig& config);  // must outlive the client
+
+  std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline);
+  void Post(const MsgBusMsg& message, Deadline deadline);
+
+ private:
+  void Send(const MsgBusMsg& message, Deadline deadline, bool expects_reply,
+            std::unique_ptr<MsgBusMsg>* reply);
+  ConnectionPool& PoolOf(const std::string& name);
+  ConnectionPool::Connection Connect(const std::string& name, Deadline deadline) const;
+
+  const BusConfig& config_;
+  std::mutex mutex_;
+  std::map<std::string, std::unique_ptr<ConnectionPool>> pools_;  // guarded by mutex_; only grows
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_DIRECT_CLIENT_H_

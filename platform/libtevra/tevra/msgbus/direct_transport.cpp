@@ -1,0 +1,31 @@
+#include "tevra/msgbus/direct_transport.h"
+
+#include "tevra/msgbus/destination_socket.h"
+#include "tevra/osa/exception.h"
+
+namespace tevra::msgbus {
+
+DirectTransport::DirectTransport(const BusConfig& config, DispatchThread& dispatch,
+                                 RequestDispatcher& dispatcher)
+    : dispatch_(dispatch),
+      server_(config, dispatch, dispatcher),
+      watcher_(config, dispatch, dispatcher),
+      client_(config) {}
+
+void DirectTransport::CheckName(const std::string& name) const {
+  DestinationSocket::CheckName(name);
+}
+
+std::unique_ptr<MsgBusMsg> DirectTransport::Call(const MsgBusMsg& message, Deadline deadline) {
+  // The one thread that could answer would wait for the answer.
+  if (dispatch_.IsCurrent() && server_.Serves(message.GetDestination())) {
+    throw osa::Exception("message bus: a handler cannot wait for its own bus");
+  }
+  return client_.Call(message, deadline);
+}
+
+void DirectTransport::Post(const MsgBusMsg& message, Deadline deadline) {
+  client_.Post(message, deadline);
+}
+
+}  // namespace tevra::msgbus

@@ -1,0 +1,83 @@
+#ifndef TEVRA_MSGBUS_DISPATCH_THREAD_H_
+#define TEVRA_MSGBUS_DISPATCH_THREAD_H_
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "tevra/msgbus/fork_registry.h"
+
+namespace tevra::msgbus {
+
+// The one thread on which a bus reads its connections and runs its handlers. Costs nothing until it
+// is started. All signals are blocked on it: stop signals belong to the program's main thread.
+class DispatchThread final {
+ public:
+  using Task = std::function<void()>;
+  using Ready = std::function<void(uint32_t events)>;
+  using Id = uint64_t;
+
+  DispatchThread() = default;
+  ~DispatchThread() { Stop(); }
+  DispatchThread(const DispatchThread&) = delete;
+  DispatchThread& operator=(const DispatchThread&) = delete;
+
+  // Any thread. Start does nothing the second time; the others start the thread.
+  void Start();
+  void Post(Task task);
+  void Invoke(const Task& task);  // waits for the task and rethrows what it threw
+  bool IsCurrent() const;
+  // Joins the thread; tasks not yet begun are dropped. Nothing may be posted any more.
+  void Stop();
+
+  // On the thread only. A watch reports epoll events until it is removed; an id is never used
+  // again.
+  Id Watch(int fd, uint32_t events, Ready ready);
+  void Modify(Id watch, uint32_t events);
+  void Remove(Id watch);
+  Id After(std::chrono::milliseconds delay, Task task);
+  void Cancel(Id timer);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct WatchEntry {
+    int fd;
+    Ready ready;
+  };
+  struct Timer {
+    Id id;
+    Task task;
+  };
+
+  void Loop();
+  void RunPosted();
+  void RunTimers();
+  int NextTimeoutMs() const;
+  void Wake();
+
+  BusFd epoll_;  // constant once started
+  BusFd wake_;
+  std::atomic<bool> started_{false};
+  std::atomic<bool> quit_{false};
+  std::thread thread_;
+  std::atomic<std::thread::id> thread_id_{};
+
+  std::mutex mutex_;
+  std::vector<Task> posted_;  // guarded by mutex_
+
+  // Used on the thread only.
+  Id last_id_ = 0;
+  std::unordered_map<Id, std::shared_ptr<WatchEntry>> watches_;
+  std::multimap<Clock::time_point, Timer> timers_;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_DISPATCH_THREAD_H_

@@ -1,0 +1,54 @@
+#include "tevra/msgbus/handler_table.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tevra::msgbus {
+
+HandlerTable::HandlerTable(Handlers handlers) : handlers_(std::move(handlers)) {}
+
+void HandlerTable::Register(const std::string& interface_name, const std::string& message_name,
+                            IMessageHandler* handler) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  handlers_[interface_name + "#" + message_name] = handler;
+}
+
+void HandlerTable::Unregister(const IMessageHandler* handler) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  const auto entry = std::find_if(handlers_.begin(), handlers_.end(),
+                                  [handler](const auto& item) { return item.second == handler; });
+  if (entry != handlers_.end()) handlers_.erase(entry);
+  idle_.wait(lock, [this, handler] {
+    return running_ != handler || runner_ == std::this_thread::get_id();
+  });
+}
+
+bool HandlerTable::Run(IMsgBus& bus, MsgBusMsg& message) {
+  const std::string key = message.GetInterface() + "#" + message.GetName();
+  IMessageHandler* handler = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto entry = handlers_.find(key);
+    if (entry == handlers_.end()) return false;
+    handler = entry->second;
+    running_ = handler;
+    runner_ = std::this_thread::get_id();
+  }
+  struct Finish {
+    HandlerTable& table;
+    ~Finish() {
+      const std::lock_guard<std::mutex> lock(table.mutex_);
+      table.running_ = nullptr;
+      table.idle_.notify_all();
+    }
+  } finish{*this};
+  handler->HandleMessage(bus, message);
+  return true;
+}
+
+HandlerTable::Handlers HandlerTable::Copy() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return handlers_;
+}
+
+}  // namespace tevra::msgbus

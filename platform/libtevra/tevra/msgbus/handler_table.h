@@ -1,0 +1,48 @@
+#ifndef TEVRA_MSGBUS_HANDLER_TABLE_H_
+#define TEVRA_MSGBUS_HANDLER_TABLE_H_
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "tevra/msgbus/fork_registry.h"
+#include "tevra/msgbus/i_msg_bus.h"
+
+namespace tevra::msgbus {
+
+// Who handles which message. Any thread registers; one thread at a time runs handlers, and no lock
+// is held meanwhile.
+class HandlerTable final {
+ public:
+  using Handlers = std::map<std::string, IMessageHandler*>;  // by interface, "#", name
+
+  HandlerTable() : HandlerTable(Handlers()) {}
+  explicit HandlerTable(Handlers handlers);
+
+  // Replaces the handler that held the same interface and name.
+  void Register(const std::string& interface_name, const std::string& message_name,
+                IMessageHandler* handler);
+  // Removes the first registration in key order, and waits for a call of the handler that runs on
+  // another thread.
+  void Unregister(const IMessageHandler* handler);
+  // Runs the message's handler; false when there is none. What the handler throws passes through.
+  bool Run(IMsgBus& bus, MsgBusMsg& message);
+
+  Handlers Copy() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable idle_;
+  // Guarded by mutex_.
+  Handlers handlers_;
+  const IMessageHandler* running_ = nullptr;
+  std::thread::id runner_;
+
+  const ForkRegistry::HeldOverFork held_over_fork_{mutex_};
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_HANDLER_TABLE_H_

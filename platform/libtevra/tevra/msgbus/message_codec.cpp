@@ -1,0 +1,235 @@
+#include "tevra/msgbus/message_codec.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "tevra/osa/exception.h"
+
+namespace tevra::msgbus {
+namespace {
+
+constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
+
+void Check(int result, const char* what) {
+  if (result < 0) throw osa::Exception("message bus: %s: %s", what, strerror(-result));
+}
+
+struct Appender {
+  sd_bus_message* wire;
+
+  int operator()(bool value) const {
+    const int number = value ? 1 : 0;
+    return sd_bus_message_append_basic(wire, 'b', &number);
+  }
+  int operator()(int32_t value) const { return sd_bus_message_append_basic(wire, 'i', &value); }
+  int operator()(uint32_t value) const { return sd_bus_message_append_basic(wire, 'u', &value); }
+  int operator()(const std::string& value) const {
+    return sd_bus_message_append_array(wire, 'y', value.data(), value.size());
+  }
+  int operator()(const std::vector<std::string>& value) const {
+    int result = sd_bus_message_open_container(wire, 'a', "ay");
+    for (const std::string& entry : value) {
+      if (result < 0) return result;
+      result = (*this)(entry);
+    }
+    return result < 0 ? result : sd_bus_message_close_container(wire);
+  }
+};
+
+void AppendBody(sd_bus_message* wire, const MsgBusMsg& message) {
+  for (const MsgBusMsg::Value& value : message.Body()) {
+    Check(std::visit(Appender{wire}, value), "cannot append to a message");
+  }
+}
+
+// Reads bodies and keeps count of their bytes.
+class BodyReader final {
+ public:
+  BodyReader(sd_bus_message* wire, size_t max_bytes) : wire_(wire), left_(max_bytes) {}
+
+  bool ReadAll(MsgBusMsg* message) {
+    char type = 0;
+    const char* contents = nullptr;
+    int more = 0;
+    while ((more = sd_bus_message_peek_type(wire_, &type, &contents)) > 0) {
+      if (!ReadOne(type, contents, message)) return false;
+    }
+    return more == 0;
+  }
+
+ private:
+  bool ReadOne(char type, const char* contents, MsgBusMsg* message) {
+    if (type == 'b') {
+      int value = 0;
+      return Basic(type, &value) && Take(message, value != 0);
+    }
+    if (type == 'i') {
+      int32_t value = 0;
+      return Basic(type, &value) && Take(message, value);
+    }
+    if (type == 'u') {
+      uint32_t value = 0;
+      return Basic(type, &value) && Take(message, value);
+    }
+    if (type != 'a' || contents == nullptr) return false;
+    if (strcmp(contents, "y") == 0) {
+      std::string text;
+      return Text(&text) && Take(message, std::move(text));
+    }
+    if (strcmp(contents, "ay") == 0) {
+      std::vector<std::string> list;
+      return List(&list) && Take(message, std::move(list));
+    }
+    return false;
+  }
+
+  bool Basic(char type, void* value) {
+    return Spend(4) && sd_bus_message_read_basic(wire_, type, value) > 0;
+  }
+
+  bool Text(std::string* text) {
+    const void* bytes = nullptr;
+    size_t size = 0;
+    if (sd_bus_message_read_array(wire_, 'y', &bytes, &size) < 0 || !Spend(size + 4)) return false;
+    if (size > 0) text->assign(static_cast<const char*>(bytes), size);
+    return true;
+  }
+
+  bool List(std::vector<std::string>* list) {
+    if (!Spend(4) || sd_bus_message_enter_container(wire_, 'a', "ay") < 0) return false;
+    int end = 0;
+    while ((end = sd_bus_message_at_end(wire_, 0)) == 0) {
+      if (!Text(&list->emplace_back())) return false;
+    }
+    return end > 0 && sd_bus_message_exit_container(wire_) >= 0;
+  }
+
+  bool Spend(size_t bytes) {
+    if (bytes > left_) return false;
+    left_ -= bytes;
+    return true;
+  }
+
+  static bool Take(MsgBusMsg* message, MsgBusMsg::Value value) {
+    message->Append(std::move(value));
+    return true;
+  }
+
+  sd_bus_message* const wire_;
+  size_t left_;
+};
+
+// Length of the UTF-8 sequence that `text` begins with; 0 when it begins with none, or with one
+// that D-Bus forbids (overlong, a surrogate, beyond U+10FFFF).
+size_t SequenceLength(std::string_view text) {
+  const auto byte = [text](size_t i) { return static_cast<uint8_t>(text[i]); };
+  if (byte(0) < 0x80) return byte(0) == 0 ? 0 : 1;
+  const size_t length = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
+  if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < length) return 0;
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xc0) != 0x80) return 0;
+  }
+  if (byte(0) == 0xe0 && byte(1) < 0xa0) return 0;
+  if (byte(0) == 0xed && byte(1) > 0x9f) return 0;
+  if (byte(0) == 0xf0 && byte(1) < 0x90) return 0;
+  if (byte(0) == 0xf4 && byte(1) > 0x8f) return 0;
+  return length;
+}
+
+}  // namespace
+
+MessagePtr MessageCodec::EncodeCall(sd_bus* bus, const MsgBusMsg& message,
+                                    const std::string& destination, bool expects_reply) {
+  sd_bus_message* wire = nullptr;
+  const int made = sd_bus_message_new_method_call(
+      bus, &wire, destination.c_str(), PathOf(message.GetInterface()).c_str(),
+      message.GetInterface().c_str(), message.GetName().c_str());
+  Check(made, "cannot make a call");
+  MessagePtr owned(wire);
+  Check(sd_bus_message_set_auto_start(wire, 0), "cannot make a call");
+  if (!expects_reply) Check(sd_bus_message_set_expect_reply(wire, 0), "cannot make a call");
+  AppendBody(wire, message);
+  return owned;
+}
+
+MessagePtr MessageCodec::EncodeSignal(sd_bus* bus, const MsgBusMsg& message) {
+  sd_bus_message* wire = nullptr;
+  const int made =
+      sd_bus_message_new_signal(bus, &wire, PathOf(message.GetInterface()).c_str(),
+                                message.GetInterface().c_str(), message.GetName().c_str());
+  Check(made, "cannot make a signal");
+  MessagePtr owned(wire);
+  AppendBody(wire, message);
+  return owned;
+}
+
+MessagePtr MessageCodec::EncodeAnswer(sd_bus_message* call, const MsgBusMsg& reply) {
+  sd_bus_message* wire = nullptr;
+  if (!reply.IsError()) {
+    Check(sd_bus_message_new_method_return(call, &wire), "cannot make a reply");
+    MessagePtr owned(wire);
+    AppendBody(wire, reply);
+    return owned;
+  }
+  const std::string& given = reply.ErrorName();
+  const char* name = sd_bus_interface_name_is_valid(given.c_str()) > 0 ? given.c_str() : kFailed;
+  const std::string text = ValidText(reply.ErrorText());
+  const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, text.c_str());
+  Check(sd_bus_message_new_method_error(call, &wire, &error), "cannot make an error");
+  return MessagePtr(wire);
+}
+
+bool MessageCodec::DecodeBody(sd_bus_message* wire, size_t max_bytes, MsgBusMsg* message) {
+  return BodyReader(wire, max_bytes).ReadAll(message);
+}
+
+std::unique_ptr<MsgBusMsg> MessageCodec::DecodeAnswer(sd_bus_message* wire, size_t max_bytes,
+                                                      const MsgBusMsg& request) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(wire)) {
+    const char* text = error->message != nullptr ? error->message : "";
+    return std::make_unique<MsgBusMsg>(MsgBusMsg::ErrorTo(request, error->name, text));
+  }
+  auto reply = std::make_unique<MsgBusMsg>(MsgBusMsg::ReplyTo(request));
+  if (!DecodeBody(wire, max_bytes, reply.get())) {
+    throw osa::Exception("message bus: malformed reply from %s", request.GetDestination().c_str());
+  }
+  uint64_t serial = 0;
+  sd_bus_message_get_cookie(wire, &serial);
+  reply->SetSerial(static_cast<uint32_t>(serial));
+  return reply;
+}
+
+size_t MessageCodec::WireSize(const MsgBusMsg& message) {
+  const uint8_t* header = message.GetDBusMessage()->header;
+  size_t size = 24;  // the fixed header and the padding before the body
+  for (size_t at : {size_t{4}, size_t{12}}) {
+    size += (size_t{header[at]} << 24) | (size_t{header[at + 1]} << 16) |
+            (size_t{header[at + 2]} << 8) | size_t{header[at + 3]};
+  }
+  return size;
+}
+
+std::string MessageCodec::PathOf(const std::string& interface) {
+  std::string path = "/" + interface;
+  std::replace(path.begin(), path.end(), '.', '/');
+  return path;
+}
+
+std::string MessageCodec::ValidText(std::string_view text) {
+  std::string valid;
+  valid.reserve(text.size());
+  while (!text.empty()) {
+    const size_t length = SequenceLength(text);
+    if (length == 0) {
+      valid += '?';
+    } else {
+      valid += text.substr(0, length);
+    }
+    text.remove_prefix(std::max<size_t>(length, 1));
+  }
+  return valid;
+}
+
+}  // namespace tevra::msgbus

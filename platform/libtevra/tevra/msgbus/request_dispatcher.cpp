@@ -1,0 +1,123 @@
+#include "tevra/msgbus/request_dispatcher.h"
+
+#include <utility>
+
+#include "tevra/core/logger.h"
+#include "tevra/osa/exception.h"
+
+namespace tevra::msgbus {
+namespace {
+
+constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
+constexpr const char* kNotSupported = "org.freedesktop.DBus.Error.NotSupported";
+constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
+constexpr const char* kInvalidArgs = "org.freedesktop.DBus.Error.InvalidArgs";
+
+std::string OrEmpty(const char* text) {
+  return text != nullptr ? text : "";
+}
+
+core::Logger* Log() {
+  static core::Logger* const logger = core::Logger::GetLogger("MsgBus");
+  return logger;
+}
+
+}  // namespace
+
+RequestDispatcher::RequestDispatcher(IMsgBus& bus, HandlerTable& handlers, size_t max_message_bytes)
+    : bus_(bus), handlers_(handlers), max_message_bytes_(max_message_bytes) {}
+
+bool RequestDispatcher::DispatchCall(BusLink& link, sd_bus_message* call,
+                                     const std::string& destination, const Credentials& caller) {
+  MsgBusMsg request(OrEmpty(sd_bus_message_get_interface(call)),
+                    OrEmpty(sd_bus_message_get_member(call)), destination);
+  uint64_t cookie = 0;
+  sd_bus_message_get_cookie(call, &cookie);
+  request.SetSerial(static_cast<uint32_t>(cookie));
+  request.SetSender(caller);
+  const bool expects_reply = sd_bus_message_get_expect_reply(call) > 0;
+  const MsgBusMsg answer = Answer(request, call, expects_reply);
+  if (!expects_reply) return true;
+  const MessagePtr wire = MessageCodec::EncodeAnswer(call, answer);
+  return link.Send(wire.get(), MessageCodec::WireSize(answer));
+}
+
+MsgBusMsg RequestDispatcher::Answer(MsgBusMsg& request, sd_bus_message* call, bool expects_reply) {
+  if (!MessageCodec::DecodeBody(call, max_message_bytes_, &request)) {
+    return MsgBusMsg::ErrorTo(request, kInvalidArgs, "malformed arguments");
+  }
+  const MsgBusMsg answer = RunHandler(request);
+  if (answer.IsError()) {
+    Log()->Information("%s.%s: %s%s", request.GetInterface().c_str(), request.GetName().c_str(),
+                       answer.ErrorText().c_str(), expects_reply ? "" : " (no reply wanted)");
+  }
+  // An answer longer than a client may take would cost it the connection.
+  if (MessageCodec::WireSize(answer) <= max_message_bytes_) return answer;
+  return MsgBusMsg::ErrorTo(request, kFailed, "the reply is too long");
+}
+
+MsgBusMsg RequestDispatcher::RunHandler(MsgBusMsg& request) {
+  request.SetRouteTag(++last_tag_);
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    current_tag_ = last_tag_;
+    reply_.reset();
+  }
+  std::optional<MsgBusMsg> failure;
+  try {
+    if (!handlers_.Run(bus_, request)) {
+      failure = MsgBusMsg::ErrorTo(
+          request, kUnknownMethod,
+          "no such operation: " + request.GetInterface() + "." + request.GetName());
+    }
+  } catch (const osa::Exception& thrown) {
+    const bool unimplemented = thrown.code() == osa::Exception::kUnimplemented;
+    failure = MsgBusMsg::ErrorTo(request, unimplemented ? kNotSupported : kFailed, thrown.what());
+  } catch (const std::exception& thrown) {
+    failure = MsgBusMsg::ErrorTo(request, kFailed, thrown.what());
+  } catch (...) {
+    failure = MsgBusMsg::ErrorTo(request, kFailed, "unknown exception");
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  current_tag_ = 0;
+  std::optional<MsgBusMsg> reply = std::exchange(reply_, std::nullopt);
+  if (failure) return *std::move(failure);
+  if (reply) return *std::move(reply);
+  return MsgBusMsg::ErrorTo(request, kFailed, "no reply");
+}
+
+void RequestDispatcher::SendReply(const MsgBusMsg& reply) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (current_tag_ == 0 || reply.RouteTag() != current_tag_) return;
+  reply_ = reply;
+}
+
+void RequestDispatcher::DispatchSignal(sd_bus_message* signal, const Credentials& sender) {
+  MsgBusMsg message(OrEmpty(sd_bus_message_get_interface(signal)),
+                    OrEmpty(sd_bus_message_get_member(signal)), "");
+  uint64_t cookie = 0;
+  sd_bus_message_get_cookie(signal, &cookie);
+  message.SetSerial(static_cast<uint32_t>(cookie));
+  message.SetSender(sender);
+  if (MessageCodec::DecodeBody(signal, max_message_bytes_, &message)) RunListener(message);
+}
+
+void RequestDispatcher::DispatchAppearance(const std::string& destination) {
+  MsgBusMsg message(IMsgBus::kLocalInterface, IMsgBus::kDestinationAppeared, "");
+  message.Append(destination);
+  RunListener(message);
+}
+
+void RequestDispatcher::RunListener(MsgBusMsg& message) {
+  try {
+    handlers_.Run(bus_, message);
+  } catch (const std::exception& thrown) {
+    Log()->Information("%s.%s: %s", message.GetInterface().c_str(), message.GetName().c_str(),
+                       thrown.what());
+  } catch (...) {
+    Log()->Information("%s.%s: unknown exception", message.GetInterface().c_str(),
+                       message.GetName().c_str());
+  }
+}
+
+}  // namespace tevra::msgbus

@@ -1,0 +1,32 @@
+#ifndef TEVRA_MSGBUS_TRANSPORT_H_
+#define TEVRA_MSGBUS_TRANSPORT_H_
+
+#include <memory>
+#include <string>
+
+#include "tevra/msgbus/bus_link.h"
+#include "tevra/msgbus/msg_bus_msg.h"
+
+namespace tevra::msgbus {
+
+// How messages travel. Failures throw tevra::osa::Exception. A transport is destroyed after the
+// dispatch thread has ended.
+class Transport {
+ public:
+  virtual ~Transport() = default;
+
+  // Any thread.
+  virtual void CheckName(const std::string& name) const = 0;
+  virtual std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) = 0;
+  virtual void Post(const MsgBusMsg& message, Deadline deadline) = 0;  // wants no answer
+
+  // On the dispatch thread.
+  virtual void Serve(const std::string& name) = 0;
+  virtual void StopServing(const std::string& name) = 0;
+  virtual void Broadcast(const MsgBusMsg& message) = 0;
+  virtual void Watch(const std::string& name) = 0;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_TRANSPORT_H_
