@@ -1,0 +1,177 @@
+#!/usr/bin/env python3
+"""Prints the benchmark results of one run as a Markdown table with ratios and budgets."""
+
+import json
+import os
+import platform
+import statistics
+import sys
+
+# operation, (program, benchmark), (program, floor or peer), budget: ratio to the floor, or None
+ROWS = [
+    ("authorize over the bus, direct, 1 thread", ("bus", "AuthorizeDirect/real_time/threads:1"),
+     ("bus", "FloorEmptyCallDirect/real_time/threads:1"), "an empty sd-bus call", 1.3),
+    ("authorize over the bus, direct, 4 threads", ("bus", "AuthorizeDirect/real_time/threads:4"),
+     ("bus", "FloorEmptyCallDirect/real_time/threads:4"), "an empty sd-bus call", 1.3),
+    ("authorize over the bus, broker, 1 thread", ("bus", "AuthorizeBroker/real_time/threads:1"),
+     ("bus", "FloorEmptyCallBroker/real_time/threads:1"), "an empty sd-bus call", None),
+    ("authorize over the bus, broker, 4 threads", ("bus", "AuthorizeBroker/real_time/threads:4"),
+     ("bus", "FloorEmptyCallBroker/real_time/threads:4"), "an empty sd-bus call", None),
+    ("client cache hit (authorize)", ("client", "AuthorizeCached"),
+     ("client", "FloorMapLookup"), "map look-up, mutex, one clock read", 3.0),
+    ("authorize in process, 10 sessions", ("session", "Authorize/10"),
+     ("session", "FloorMapLookup/10"), "map look-up, mutex, one clock read", None),
+    ("authorize in process, 1,000 sessions", ("session", "Authorize/1000"),
+     ("session", "FloorMapLookup/1000"), "map look-up, mutex, one clock read", None),
+    ("authorize in process, 100,000 sessions", ("session", "Authorize/100000"),
+     ("session", "FloorMapLookup/100000"), "map look-up, mutex, one clock read", None),
+    ("refresh, 10 sessions", ("session", "Refresh/10"),
+     ("session", "FloorMapLookup/10"), "map look-up, mutex, one clock read", None),
+    ("refresh, 1,000 sessions", ("session", "Refresh/1000"),
+     ("session", "FloorMapLookup/1000"), "map look-up, mutex, one clock read", None),
+    ("refresh, 100,000 sessions", ("session", "Refresh/100000"),
+     ("session", "FloorMapLookup/100000"), "map look-up, mutex, one clock read", None),
+    ("enroll, 10 sessions", ("session", "Enroll/10/manual_time"),
+     ("session", "FloorRandomDevice"), "4 bytes from /dev/urandom", None),
+    ("enroll, 1,000 sessions", ("session", "Enroll/1000/manual_time"),
+     ("session", "FloorRandomDevice"), "4 bytes from /dev/urandom", None),
+    ("enroll, 100,000 sessions", ("session", "Enroll/100000/manual_time"),
+     ("session", "FloorRandomDevice"), "4 bytes from /dev/urandom", None),
+    ("cancel, 10 sessions", ("session", "Cancel/10/manual_time"),
+     ("session", "FloorMapLookup/10"), "map look-up, mutex, one clock read", None),
+    ("cancel, 1,000 sessions", ("session", "Cancel/1000/manual_time"),
+     ("session", "FloorMapLookup/1000"), "map look-up, mutex, one clock read", None),
+    ("cancel, 100,000 sessions", ("session", "Cancel/100000/manual_time"),
+     ("session", "FloorMapLookup/100000"), "map look-up, mutex, one clock read", None),
+    ("nonce check, 1 nonce", ("nonce", "Check/1"),
+     ("nonce", "FloorMapLookup/1"), "map look-up, mutex, one clock read", None),
+    ("nonce check, 1,024 nonces", ("nonce", "Check/1024"),
+     ("nonce", "FloorMapLookup/1024"), "map look-up, mutex, one clock read", None),
+    ("new nonce in a full cache", ("nonce", "AddToAFullCache"),
+     ("nonce", "FloorMapLookup/1024"), "map look-up, mutex, one clock read", None),
+    ("HTTP digest logon, HA1 cached, session reused",
+     ("logon", "HttpDigestLogonReusing/manual_time"),
+     ("logon", "FloorThreeMd5"), "its three MD5s", 3.0),
+    ("HTTP digest logon, HA1 cached, new session",
+     ("logon", "HttpDigestLogonNewSession/manual_time"),
+     ("logon", "FloorThreeMd5"), "its three MD5s", None),
+    ("password logon", ("logon", "PasswordLogon"),
+     ("logon", "FloorRsaPrivateOperation"), "one RSA private operation", 1.1),
+    ("wrong password", ("logon", "WrongPassword"),
+     ("logon", "FloorRsaPrivateOperation"), "one RSA private operation", None),
+    ("unknown user", ("logon", "UnknownUser"),
+     ("logon", "FloorRsaPrivateOperation"), "one RSA private operation", None),
+    ("UsernameToken logon", ("logon", "WsseLogon"),
+     ("logon", "FloorSha1AndRsaPrivateOperation"), "SHA-1 and one RSA private operation", None),
+    ("header reader, 2 KB envelope, whole", ("header-reader", "Read/1048576"),
+     ("header-reader", "PeerExpat/1048576"), "expat stopped at the same tag", 1.0),
+    ("header reader, 64-byte pieces", ("header-reader", "Read/64"),
+     ("header-reader", "PeerExpat/64"), "expat stopped at the same tag", 1.0),
+    ("header reader, whole", ("header-reader", "Read/1048576"),
+     ("header-reader", "PeerLibxml2/1048576"), "libxml2 stopped at the same tag", None),
+    ("one account change, durable", ("account", "ChangeGroup/real_time"),
+     ("account", "FloorFdatasync/real_time"), "one fdatasync of a page", None),
+    ("one password change, durable", ("account", "ChangePassword/real_time"),
+     ("account", "FloorFdatasync/real_time"), "one fdatasync of a page", None),
+    ("start to READY=1, 1,024 accounts", ("start", "Start/iterations:5/manual_time"),
+     ("start", "FloorStartOfTheProgram/iterations:5/manual_time"), "the program's own start", None),
+]
+
+
+def load(folder):
+    """All repetitions of every benchmark: {(program, name): [entry, ...]}."""
+    runs = {}
+    for file in sorted(os.listdir(folder)):
+        if not file.endswith(".json"):
+            continue
+        with open(os.path.join(folder, file), encoding="utf-8") as stream:
+            for entry in json.load(stream)["benchmarks"]:
+                if entry.get("error_occurred"):
+                    sys.exit(f"{file}: {entry['name']}: {entry['error_message']}")
+                if entry.get("run_type") == "iteration":
+                    key = (file[: -len(".json")], entry["name"])
+                    runs.setdefault(key, []).append(entry)
+    return runs
+
+
+class Results:
+    def __init__(self, runs):
+        self.runs = runs
+
+    def nanoseconds(self, key):
+        """The median, or None when this benchmark was not built."""
+        if key not in self.runs:
+            return None
+        scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+        return statistics.median(e["real_time"] * scale[e["time_unit"]] for e in self.runs[key])
+
+    def counter(self, key, name):
+        return statistics.median(e[name] for e in self.runs[key]) if key in self.runs else None
+
+
+def text(nanoseconds):
+    for limit, unit in ((1e3, "ns"), (1e6, "µs"), (1e9, "ms")):
+        if nanoseconds < limit:
+            return f"{nanoseconds / (limit / 1e3):.3g} {unit}"
+    return f"{nanoseconds / 1e9:.3g} s"
+
+
+def table(results):
+    verdicts = []
+    print("| operation | median | floor or peer | its median | ratio | budget | verdict |")
+    print("|---|---|---|---|---|---|---|")
+    for operation, key, floor, floor_text, budget in ROWS:
+        measured, base = results.nanoseconds(key), results.nanoseconds(floor)
+        if measured is None or base is None:
+            continue
+        ratio = measured / base
+        verdict = "" if budget is None else "within" if ratio <= budget else "**over**"
+        verdicts.append(verdict)
+        print(f"| {operation} | {text(measured)} | {floor_text} | {text(base)} | {ratio:.2f} "
+              f"| {'' if budget is None else f'≤ {budget:g}'} | {verdict} |")
+    return verdicts
+
+
+def limits(results):
+    """Budgets that are no ratio to a floor."""
+    def ratio(program, large, small):
+        large, small = results.nanoseconds((program, large)), results.nanoseconds((program, small))
+        return None if large is None or small is None else large / small
+
+    start = ("start", "Start/iterations:5/manual_time")
+    ready = results.nanoseconds(start)
+    most = results.nanoseconds(("session", "Authorize/100000"))
+    rows = [
+        ("authorize in process, at most", most and most / 1e3, 2.0, "µs"),
+        ("authorize in process, 100,000 sessions to 10",
+         ratio("session", "Authorize/100000", "Authorize/10"), 1.5, ""),
+        ("nonce check, 1,024 nonces to 1", ratio("nonce", "Check/1024", "Check/1"), 1.5, ""),
+        ("flushed transactions in one account change",
+         results.counter(("account", "ChangeGroup/real_time"), "transactions"), 1.0, ""),
+        ("start to READY=1 with 1,024 accounts", ready and ready / 1e6, 50.0, "ms"),
+        ("resident then, accounts loaded", results.counter(start, "resident_mib"), 10.0, "MiB"),
+        ("first answer that loads the accounts",
+         results.counter(start, "first_call_ms"), None, "ms"),
+    ]
+    verdicts = []
+    print("\n| limit | measured | budget | verdict |\n|---|---|---|---|")
+    for name, value, budget, unit in rows:
+        if value is None:
+            continue
+        verdict = "" if budget is None else "within" if value <= budget * 1.0001 else "**over**"
+        verdicts.append(verdict)
+        bound = "" if budget is None else f"≤ {budget:g} {unit}".strip()
+        print(f"| {name} | {value:.3g} {unit} | {bound} | {verdict} |")
+    return verdicts
+
+
+def main():
+    results = Results(load(sys.argv[1]))
+    load_average = os.getloadavg()[0]
+    print(f"{platform.system()} {platform.machine()}, {os.cpu_count()} cores, load "
+          f"{load_average:.1f} at the end of the run.\n")
+    verdicts = table(results) + limits(results)
+    sys.exit(1 if "**over**" in verdicts else 0)
+
+
+main()
