@@ -1,0 +1,201 @@
+#include "vigila/client/cache.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vigila/check/explicit_time_source.h"
+
+namespace vigila::client {
+namespace {
+
+using tevra::check::ExplicitTimeSource;
+using tevra::osa::TimeSpan;
+using tevra::osa::TimeStruct;
+
+// A key with an answer of the test's own; counts the living ones.
+class Question final {
+ public:
+  using Answer = std::string;
+
+  Question(int key, const std::string& answer) : key_(key), answer_(answer) { ++alive; }
+  ~Question() { --alive; }
+  Question(const Question&) = delete;
+  Question& operator=(const Question&) = delete;
+
+  bool IsLessThan(const Question& other) const { return key_ < other.key_; }
+  const Answer& GetAnswer() const { return answer_; }
+
+  static inline std::atomic<int> alive{0};
+
+ private:
+  const int key_;
+  const std::string answer_;
+};
+
+class CacheTest : public testing::Test {
+ protected:
+  CacheTest() { At(100); }
+  ~CacheTest() override {
+    cache_.reset();
+    EXPECT_EQ(Question::alive, 0);
+  }
+
+  void At(int64_t seconds, int32_t microseconds = 0) {
+    clock_.SetTime(TimeStruct(seconds, microseconds));
+  }
+  void Store(int key, const std::string& answer) {
+    cache_->Store(std::make_unique<const Question>(key, answer), cache_->Generation());
+  }
+  std::string Find(int key) {
+    std::string answer = "miss";
+    const bool found = cache_->FindLive(Question(key, ""), answer);
+    EXPECT_EQ(found, answer != "miss");
+    return answer;
+  }
+
+  ExplicitTimeSource clock_;
+  std::unique_ptr<Cache<Question>> cache_ =
+      std::make_unique<Cache<Question>>(TimeSpan::FromSeconds(1.5), clock_);
+};
+
+TEST_F(CacheTest, AnswersAQuestionThatWasStored) {
+  EXPECT_EQ(Find(1), "miss");
+  Store(1, "one");
+  Store(2, "two");
+  EXPECT_EQ(Find(1), "one");
+  EXPECT_EQ(Find(2), "two");
+  EXPECT_EQ(Find(3), "miss");
+  EXPECT_EQ(Question::alive, 2);
+}
+
+TEST_F(CacheTest, ExpiresAnEntryExactlyAtItsLifetime) {
+  Store(1, "one");
+  At(101, 499'999);
+  EXPECT_EQ(Find(1), "one");
+  At(102, 999'999);
+  EXPECT_EQ(Find(1), "miss");
+  EXPECT_EQ(cache_->Size(), 1u) << "a miss leaves the entry to the pruning";
+}
+
+TEST_F(CacheTest, KeepsAnEntryThatIsAskedForEverySecond) {
+  Store(1, "one");
+  for (int second = 101; second < 200; ++second) {
+    At(second);
+    EXPECT_EQ(Find(1), "one");
+  }
+  At(200, 500'000);
+  EXPECT_EQ(Find(1), "miss");
+}
+
+TEST_F(CacheTest, DoesNotRenewAnEntryByAMiss) {
+  Store(1, "one");
+  At(101, 500'000);
+  EXPECT_EQ(Find(1), "miss");
+  At(101, 600'000);
+  EXPECT_EQ(Find(1), "miss");
+}
+
+TEST_F(CacheTest, PrunesWhatHasExpiredAndNothingElse) {
+  Store(1, "one");
+  Store(2, "two");
+  At(100, 1);
+  Store(3, "three");
+  At(101, 500'000);
+  cache_->Prune();
+  EXPECT_EQ(cache_->Size(), 1u);
+  EXPECT_EQ(Question::alive, 1);
+  EXPECT_EQ(Find(3), "three");
+}
+
+TEST_F(CacheTest, KeepsTheFirstOfTwoEqualAnswersAndRenewsIt) {
+  Store(1, "first");
+  At(101);
+  Store(1, "second");
+  EXPECT_EQ(Question::alive, 1);
+  At(102, 499'999);
+  EXPECT_EQ(Find(1), "first");
+}
+
+TEST_F(CacheTest, ClearsEverything) {
+  for (int i = 0; i < 100; ++i) Store(i, "x");
+  cache_->Clear();
+  EXPECT_EQ(cache_->Size(), 0u);
+  EXPECT_EQ(Question::alive, 0);
+  EXPECT_EQ(Find(1), "miss");
+}
+
+TEST_F(CacheTest, DoesNotKeepAnAnswerFromBeforeAClear) {
+  const uint64_t before = cache_->Generation();
+  cache_->Clear();
+  cache_->Store(std::make_unique<const Question>(1, "stale"), before);
+  EXPECT_EQ(Find(1), "miss");
+  EXPECT_EQ(Question::alive, 0);
+  Store(1, "fresh");
+  cache_->Store(std::make_unique<const Question>(1, "stale"), before);
+  EXPECT_EQ(Find(1), "fresh");
+}
+
+TEST_F(CacheTest, DoesNotRenewAnEntryByAnAnswerFromBeforeAClear) {
+  const uint64_t before = cache_->Generation();
+  cache_->Clear();
+  Store(1, "fresh");
+  At(101);
+  cache_->Store(std::make_unique<const Question>(1, "stale"), before);
+  At(101, 500'000);
+  EXPECT_EQ(Find(1), "miss");
+}
+
+TEST_F(CacheTest, LeavesTheAnswerAloneOnAMiss) {
+  std::string answer = "before";
+  EXPECT_FALSE(cache_->FindLive(Question(1, ""), answer));
+  EXPECT_EQ(answer, "before");
+}
+
+TEST(Cache, TakesThreadsThatFindStorePruneAndClear) {
+  class Ticking final : public tevra::osa::ITimeSource {
+   public:
+    void GetTime(TimeStruct& now) const override {
+      now = TimeStruct(0, 0);
+      now += 1000 * ticks_.fetch_add(1);
+    }
+
+   private:
+    mutable std::atomic<int64_t> ticks_{0};
+  };
+  {
+    const Ticking clock;
+    Cache<Question> cache(TimeSpan::FromSeconds(1.5), clock);
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int id = 0; id < 3; ++id) {
+      threads.emplace_back([&cache, &wrong] {
+        for (int i = 0; i < 2000; ++i) {
+          const int key = i % 37;
+          const std::string right = std::to_string(key) + " and enough to be on the heap";
+          std::string answer;
+          if (cache.FindLive(Question(key, ""), answer)) {
+            if (answer != right) ++wrong;
+            continue;
+          }
+          const uint64_t generation = cache.Generation();
+          cache.Prune();
+          cache.Store(std::make_unique<const Question>(key, right), generation);
+        }
+      });
+    }
+    threads.emplace_back([&cache] {
+      for (int i = 0; i < 500; ++i) cache.Clear();
+    });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+  }
+  EXPECT_EQ(Question::alive, 0);
+}
+
+}  // namespace
+}  // namespace vigila::client

@@ -1,0 +1,28 @@
+#include "vigila/client/key_ptr_wrapper.h"
+
+#include <gtest/gtest.h>
+
+#include "vigila/client/access_commands.h"
+
+namespace vigila::client {
+namespace {
+
+TEST(KeyPtrWrapper, OrdersByTheCommandsItPointsTo) {
+  const AuthorizeCommand first("a", "z");
+  const AuthorizeCommand equal("a", "z");
+  const AuthorizeCommand second("b", "a");
+  using Key = KeyPtrWrapper<AuthorizeCommand>;
+  EXPECT_TRUE(Key(&first) < Key(&second));
+  EXPECT_FALSE(Key(&second) < Key(&first));
+  EXPECT_FALSE(Key(&first) < Key(&equal));
+  EXPECT_FALSE(Key(&equal) < Key(&first));
+}
+
+TEST(KeyPtrWrapper, DoesNotOwnTheCommand) {
+  const IsProtectedCommand command("/path");
+  { const KeyPtrWrapper<IsProtectedCommand> key(&command); }
+  EXPECT_TRUE(command.IsEqual(IsProtectedCommand("/path")));
+}
+
+}  // namespace
+}  // namespace vigila::client
