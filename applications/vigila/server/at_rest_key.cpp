@@ -284,17 +284,18 @@ AtRestKey::Pointer AtRestKey::Load(const std::string& path, Kind kind) {
 }
 
 bool AtRestKey::Create(const std::string& path, int bits) {
-  SecretText bytes(FileSize(bits));
-  while (!WriteKey(GenerateKey(path, bits).get(), bits, bytes)) {
-  }
+  if (access(path.c_str(), F_OK) == 0) return false;
   std::string temporary = path + ".XXXXXX";
   const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
   if (file.Get() < 0) ThrowSystemError(path, "cannot be made");
   bool moved = false;
   try {
+    SecretText bytes(FileSize(bits));
+    while (!WriteKey(GenerateKey(path, bits).get(), bits, bytes)) {
+    }
     WriteAll(path, file.Get(), bytes);
     moved = MoveIntoPlace(path, temporary);
-  } catch (const Exception&) {
+  } catch (const std::exception&) {
     unlink(temporary.c_str());
     throw;
   }
