@@ -209,8 +209,10 @@ if [ -x "$c_example" ]; then
 fi
 
 step 'The daemon is killed with SIGKILL and started again'
-kill -KILL "$daemon"
-{ wait "$daemon" || true; } 2>/dev/null
+{
+  kill -KILL "$daemon"
+  wait "$daemon" || true
+} 2>/dev/null
 daemon=
 run status
 same 'a killed daemon' 3 "$status"

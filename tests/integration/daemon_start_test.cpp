@@ -1,0 +1,268 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <fstream>
+#include <random>
+#include <string>
+
+#include "support/daemon_process.h"
+#include "support/random_seed.h"
+
+namespace {
+
+using support::DaemonProcess;
+using support::Finished;
+using support::RunProgram;
+using testing::AssertionResult;
+
+constexpr int kUsage = 2;
+constexpr int kBusNotAvailable = 69;
+constexpr int kStoreUnusable = 74;
+constexpr int kConfigurationWrong = 78;
+
+AssertionResult EndedWith(const Finished& end, int exit_code) {
+  if (end.exit_code == exit_code) return testing::AssertionSuccess();
+  return testing::AssertionFailure()
+         << "exit " << end.exit_code << ", signal " << end.signal
+         << (end.timed_out ? ", timed out" : "") << "; said: " << end.out << end.err;
+}
+
+AssertionResult Mentions(const std::string& text, const std::string& part) {
+  if (text.find(part) != std::string::npos) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "\"" << part << "\" is not in: " << text;
+}
+
+class Daemon : public testing::Test {
+ protected:
+  // Starts the daemon, which must end by itself, with this code and a word about `subject`.
+  void ExpectRefusesToStart(int exit_code, const std::string& subject) {
+    EXPECT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
+    const Finished end = device_.Finish();
+    EXPECT_TRUE(EndedWith(end, exit_code));
+    EXPECT_TRUE(Mentions(end.err, subject));
+  }
+  // Leaves a store that holds one administrator.
+  void FillStore() {
+    ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+    ASSERT_TRUE(EndedWith(
+        device_.CtlWithSecret("secret-1", {"user", "add", "anna", "--group", "admins"}), 0));
+    ASSERT_TRUE(EndedWith(device_.Stop(), 0));
+  }
+  Finished Vigilad(const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {VIGILAD_PATH};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    return RunProgram(argv);
+  }
+
+  DaemonProcess device_;
+};
+
+TEST_F(Daemon, SaysReadyOnTheNotifySocketAndThenAnswers) {
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+  EXPECT_TRUE(EndedWith(device_.Ctl({"status"}), 0));
+}
+
+TEST(FirstStart, MakesAKeyThatOnlyTheDaemonMayRead) {
+  DaemonProcess device(DaemonProcess::Key::kOwn);
+  ASSERT_FALSE(std::filesystem::exists(device.KeyFile()));
+  ASSERT_EQ(device.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device.Log();
+  struct stat key = {};
+  ASSERT_EQ(stat(device.KeyFile().c_str(), &key), 0);
+  EXPECT_EQ(key.st_mode & 07777u, 0600u);
+}
+
+TEST_F(Daemon, StopsInOrderOnSigterm) {
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  EXPECT_TRUE(EndedWith(device_.Stop(SIGTERM), 0));
+}
+
+TEST_F(Daemon, StopsInOrderOnSigint) {
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  EXPECT_TRUE(EndedWith(device_.Stop(SIGINT), 0));
+}
+
+TEST_F(Daemon, StopsInOrderOnTwoSignalsAtOnce) {
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  device_.Running().Signal(SIGINT);
+  const Finished end = device_.Stop(SIGTERM);
+  // The second one may come when the default handling is back already.
+  EXPECT_TRUE(end.exit_code == 0 || end.signal == SIGTERM || end.signal == SIGINT);
+  EXPECT_FALSE(end.core);
+}
+
+TEST_F(Daemon, EndsWithoutHangOrCoreWhenASignalMeetsItsStart) {
+  FillStore();
+  std::mt19937 random = support::SeededGenerator();
+  std::uniform_int_distribution<int> instant(0, 80000);
+  for (int round = 0; round < 40; ++round) {
+    const int number = round % 2 == 0 ? SIGINT : SIGTERM;
+    device_.Launch();
+    device_.Running().EndsWithin(std::chrono::microseconds(instant(random)));
+    const Finished end = device_.Stop(number);
+    EXPECT_TRUE(end.exit_code == 0 || end.signal == number)
+        << "round " << round << ": exit " << end.exit_code << ", signal " << end.signal << end.err;
+    EXPECT_FALSE(end.timed_out);
+    EXPECT_FALSE(end.core);
+  }
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  EXPECT_TRUE(Mentions(device_.Ctl({"user", "list"}).out, "anna"));
+}
+
+TEST_F(Daemon, StartsAgainAtOnceAfterItWasKilled) {
+  for (int round = 0; round < 5; ++round) {
+    ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+    EXPECT_EQ(device_.Stop(SIGKILL).signal, SIGKILL);
+  }
+}
+
+TEST_F(Daemon, TellsItsVersion) {
+  const Finished end = Vigilad({"--version"});
+  EXPECT_TRUE(EndedWith(end, 0));
+  EXPECT_TRUE(Mentions(end.out, "1.0.0"));
+}
+
+TEST_F(Daemon, TellsItsOptionsAndExitCodes) {
+  const Finished end = Vigilad({"--help"});
+  EXPECT_TRUE(EndedWith(end, 0));
+  for (const char* part : {"--config", "--check-config", "69", "74", "78"}) {
+    EXPECT_TRUE(Mentions(end.out, part));
+  }
+}
+
+TEST_F(Daemon, RefusesAnUnknownOption) {
+  EXPECT_TRUE(EndedWith(Vigilad({"--frobnicate"}), kUsage));
+}
+
+TEST_F(Daemon, FindsNoFaultWithAGoodConfiguration) {
+  EXPECT_TRUE(EndedWith(Vigilad({"--config", device_.ConfigFile(), "--check-config"}), 0));
+}
+
+TEST_F(Daemon, RefusesAConfigurationFileThatIsNotThere) {
+  const std::string missing = device_.Dir().File("missing.ini");
+  const Finished end = Vigilad({"--config", missing, "--check-config"});
+  EXPECT_TRUE(EndedWith(end, kConfigurationWrong));
+  EXPECT_TRUE(Mentions(end.err, missing));
+}
+
+TEST_F(Daemon, NamesTheFileOfAMalformedConfiguration) {
+  const std::string file = device_.Dir().Write("bad.ini", "[MsgBus\ntransport=direct\n");
+  const Finished end = Vigilad({"--config", file, "--check-config"});
+  EXPECT_TRUE(EndedWith(end, kConfigurationWrong));
+  EXPECT_TRUE(Mentions(end.err, file));
+}
+
+TEST_F(Daemon, NamesTheKeyOfAWrongValue) {
+  device_.Set("Applications/vigila", "session_timeout", "soon");
+  const Finished end = Vigilad({"--config", device_.ConfigFile(), "--check-config"});
+  EXPECT_TRUE(EndedWith(end, kConfigurationWrong));
+  EXPECT_TRUE(Mentions(end.err, "session_timeout"));
+  ExpectRefusesToStart(kConfigurationWrong, "session_timeout");
+}
+
+TEST_F(Daemon, RefusesAnAccessGroupThatDoesNotExist) {
+  device_.Set("Access", "admin_groups", "no-such-group-anywhere");
+  ExpectRefusesToStart(kConfigurationWrong, "no-such-group-anywhere");
+}
+
+TEST_F(Daemon, RefusesAnUnknownTransport) {
+  device_.Set("MsgBus", "transport", "pigeon");
+  ExpectRefusesToStart(kConfigurationWrong, "transport");
+}
+
+TEST_F(Daemon, LeavesTheNameToTheDaemonThatHasIt) {
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  DaemonProcess second;
+  second.Set("MsgBus", "runtime_dir", device_.RuntimeDir());
+  EXPECT_EQ(second.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
+  EXPECT_TRUE(EndedWith(second.Finish(), kBusNotAvailable));
+  EXPECT_TRUE(EndedWith(device_.Ctl({"status"}), 0)) << "the first one must not notice";
+}
+
+TEST_F(Daemon, CannotServeInADirectoryThatIsAFile) {
+  device_.Set("MsgBus", "runtime_dir", device_.Dir().Write("not-a-directory", ""));
+  ExpectRefusesToStart(kBusNotAvailable, "not-a-directory");
+}
+
+TEST_F(Daemon, NeverMakesANewKeyOverExistingPasswords) {
+  FillStore();
+  std::filesystem::remove(device_.KeyFile());
+  ExpectRefusesToStart(kStoreUnusable, device_.KeyFile());
+  EXPECT_FALSE(std::filesystem::exists(device_.KeyFile()));
+}
+
+TEST_F(Daemon, RefusesADamagedKey) {
+  FillStore();
+  {
+    std::fstream key(device_.KeyFile(), std::ios::in | std::ios::out | std::ios::binary);
+    key.seekp(100);
+    key.write("damaged!", 8);
+  }
+  ExpectRefusesToStart(kStoreUnusable, device_.KeyFile());
+}
+
+TEST_F(Daemon, RefusesAShortenedKey) {
+  FillStore();
+  std::filesystem::resize_file(device_.KeyFile(),
+                               std::filesystem::file_size(device_.KeyFile()) / 2);
+  ExpectRefusesToStart(kStoreUnusable, device_.KeyFile());
+}
+
+TEST_F(Daemon, RefusesAKeyThatOthersCanRead) {
+  FillStore();
+  chmod(device_.KeyFile().c_str(), 0644);
+  ExpectRefusesToStart(kStoreUnusable, device_.KeyFile());
+}
+
+TEST_F(Daemon, RefusesADamagedDatabaseAndLeavesItAlone) {
+  FillStore();
+  std::filesystem::remove(device_.Database() + "-wal");
+  std::filesystem::remove(device_.Database() + "-shm");
+  {
+    std::fstream database(device_.Database(), std::ios::in | std::ios::out | std::ios::binary);
+    const std::string garbage(static_cast<size_t>(std::filesystem::file_size(device_.Database())),
+                              '\x5a');
+    database.write(garbage.data(), static_cast<std::streamsize>(garbage.size()));
+  }
+  const auto size = std::filesystem::file_size(device_.Database());
+  ExpectRefusesToStart(kStoreUnusable, device_.Database());
+  EXPECT_EQ(std::filesystem::file_size(device_.Database()), size);
+}
+
+TEST_F(Daemon, RefusesAFileThatIsNoDatabase) {
+  device_.Dir().Write("settings/vigila.db", "this is a letter, not a database\n");
+  ExpectRefusesToStart(kStoreUnusable, device_.Database());
+}
+
+TEST_F(Daemon, CannotKeepItsStoreInADirectoryThatIsAFile) {
+  device_.Set("Settings", "directory", device_.Dir().Write("no-directory", ""));
+  ExpectRefusesToStart(kStoreUnusable, "no-directory");
+}
+
+TEST_F(Daemon, RefusesADirectoryThatItMayNotWrite) {
+  if (geteuid() == 0) GTEST_SKIP() << "root writes everywhere";
+  chmod(device_.SettingsDir().c_str(), 0500);
+  ExpectRefusesToStart(kStoreUnusable, device_.SettingsDir());
+  chmod(device_.SettingsDir().c_str(), 0700);
+}
+
+// A broken account is no reason to leave the device without its service, and none to guess either.
+TEST_F(Daemon, StartsOverAMalformedAccountAndRefusesWhatNeedsIt) {
+  FillStore();
+  const Finished sql = RunProgram(
+      {"/usr/bin/sqlite3", device_.Database(),
+       "UPDATE settings SET value=CAST('{\"Groups\":' AS BLOB) WHERE key=CAST('user.anna' AS BLOB);"
+       "SELECT changes();"});
+  if (sql.exit_code == support::Program::kCannotExec) GTEST_SKIP() << "sqlite3 is not installed";
+  ASSERT_EQ(sql.out, "1\n") << sql.err;
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+  EXPECT_TRUE(EndedWith(device_.Ctl({"user", "list"}), 3));
+  EXPECT_TRUE(EndedWith(device_.Ctl({"user", "list"}), 3)) << "the next call tries again";
+  EXPECT_TRUE(EndedWith(device_.CtlWithSecret("secret-1", {"login", "anna"}), 3));
+  const Finished stored =
+      RunProgram({"/usr/bin/sqlite3", device_.Database(),
+                  "SELECT CAST(value AS TEXT) FROM settings WHERE key=CAST('user.anna' AS BLOB);"});
+  EXPECT_EQ(stored.out, "{\"Groups\":\n") << "nothing is rewritten";
+}
+
+}  // namespace

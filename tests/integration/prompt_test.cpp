@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <utmp.h>
+
+#include <string>
+
+#include "support/daemon_process.h"
+
+namespace {
+
+using support::Clock;
+using support::DaemonProcess;
+using support::Fd;
+
+// vigilactl at a terminal of its own, with the test at the keyboard.
+class AtTerminal {
+ public:
+  AtTerminal(const DaemonProcess& device, const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {VIGILACTL_PATH, "--config", device.ConfigFile()};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    for (std::string& argument : argv) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    int master = -1, slave = -1;
+    if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) abort();
+    master_ = Fd(master);
+    slave_ = Fd(slave);  // keeps the terminal alive after the program
+    pid_ = fork();
+    if (pid_ == 0) {
+      login_tty(slave);
+      execv(pointers[0], pointers.data());
+      _exit(support::Program::kCannotExec);
+    }
+  }
+  ~AtTerminal() {
+    if (pid_ > 0) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+  }
+  AtTerminal(const AtTerminal&) = delete;
+  AtTerminal& operator=(const AtTerminal&) = delete;
+
+  // Reads the screen until it shows `text`; false after ten seconds.
+  bool Shows(const std::string& text) {
+    const auto until = Clock::now() + std::chrono::seconds(10);
+    while (screen_.find(text, seen_) == std::string::npos) {
+      if (Clock::now() > until) return false;
+      pollfd wait = {master_.Get(), POLLIN, 0};
+      if (poll(&wait, 1, 200) != 1) continue;
+      char buffer[4096];
+      const ssize_t n = read(master_.Get(), buffer, sizeof(buffer));
+      if (n <= 0) return false;
+      screen_.append(buffer, static_cast<size_t>(n));
+    }
+    seen_ = screen_.find(text, seen_) + text.size();
+    return true;
+  }
+  void Type(const std::string& keys) {
+    ASSERT_EQ(write(master_.Get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+  // The status of waitpid.
+  int Wait() {
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return status;
+  }
+  bool Echoes() const {
+    termios settings = {};
+    tcgetattr(slave_.Get(), &settings);
+    return (settings.c_lflag & ECHO) != 0;
+  }
+  pid_t Pid() const { return pid_; }
+  const std::string& Screen() const { return screen_; }
+
+ private:
+  Fd master_, slave_;
+  pid_t pid_ = -1;
+  std::string screen_;
+  size_t seen_ = 0;
+};
+
+class Prompt : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+  }
+  DaemonProcess device_;
+};
+
+TEST_F(Prompt, AsksTwiceForANewPasswordAndShowsNoneOfIt) {
+  AtTerminal terminal(device_, {"user", "add", "anna", "-g", "admins"});
+  ASSERT_TRUE(terminal.Shows("The new password of anna: ")) << terminal.Screen();
+  EXPECT_FALSE(terminal.Echoes());
+  terminal.Type("hidden-secret\n");
+  ASSERT_TRUE(terminal.Shows("The new password of anna again: ")) << terminal.Screen();
+  terminal.Type("hidden-secret\n");
+  ASSERT_TRUE(terminal.Shows("Added anna to admins.")) << terminal.Screen();
+  EXPECT_EQ(terminal.Wait(), 0);
+  EXPECT_TRUE(terminal.Echoes());
+  EXPECT_EQ(terminal.Screen().find("hidden"), std::string::npos) << terminal.Screen();
+  EXPECT_EQ(device_.CtlWithSecret("hidden-secret", {"login", "anna"}).exit_code, 0);
+}
+
+TEST_F(Prompt, RefusesTwoAnswersThatDiffer) {
+  AtTerminal terminal(device_, {"user", "add", "anna", "-g", "admins"});
+  ASSERT_TRUE(terminal.Shows("anna: "));
+  terminal.Type("one-secret\n");
+  ASSERT_TRUE(terminal.Shows("again: "));
+  terminal.Type("another-secret\n");
+  ASSERT_TRUE(terminal.Shows("the two answers differ")) << terminal.Screen();
+  EXPECT_EQ(WEXITSTATUS(terminal.Wait()), 2);
+  EXPECT_EQ(device_.Ctl({"user", "list"}).out, "NAME    GROUP\nnobody  nobody\n");
+}
+
+TEST_F(Prompt, PutsTheTerminalRightBeforeASignalEndsIt) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    AtTerminal terminal(device_, {"login", "anna"});
+    ASSERT_TRUE(terminal.Shows("The password of anna: "));
+    EXPECT_FALSE(terminal.Echoes());
+    kill(terminal.Pid(), number);
+    const int status = terminal.Wait();
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), number);
+    EXPECT_TRUE(terminal.Echoes());
+  }
+}
+
+TEST_F(Prompt, EndsByTheInterruptKey) {
+  AtTerminal terminal(device_, {"login", "anna"});
+  ASSERT_TRUE(terminal.Shows("The password of anna: "));
+  terminal.Type("half a sec\x03");
+  EXPECT_EQ(WTERMSIG(terminal.Wait()), SIGINT);
+  EXPECT_TRUE(terminal.Echoes());
+}
+
+// The kernel does not stop a session without a shell to continue it, so the question comes again.
+TEST_F(Prompt, AsksAgainAfterTheStopKey) {
+  AtTerminal terminal(device_, {"login", "anna"});
+  ASSERT_TRUE(terminal.Shows("The password of anna: "));
+  terminal.Type("half\x1a");
+  ASSERT_TRUE(terminal.Shows("The password of anna: ")) << terminal.Screen();
+  terminal.Type("secret\n");
+  ASSERT_TRUE(terminal.Shows("No session")) << terminal.Screen();
+  EXPECT_EQ(WEXITSTATUS(terminal.Wait()), 1);
+}
+
+TEST_F(Prompt, TakesTheEndOfFileKeyForNoAnswer) {
+  AtTerminal terminal(device_, {"login", "anna"});
+  ASSERT_TRUE(terminal.Shows("The password of anna: "));
+  terminal.Type("\x04");
+  ASSERT_TRUE(terminal.Shows("no answer at the terminal")) << terminal.Screen();
+  EXPECT_EQ(WEXITSTATUS(terminal.Wait()), 2);
+  EXPECT_TRUE(terminal.Echoes());
+}
+
+TEST_F(Prompt, ShowsAPassphraseHarmlesslyOnATerminal) {
+  const std::string added =
+      device_.CtlWithSecret("a\x1b[2Jb", {"passphrase", "add", "x"}).out.substr(0, 37);
+  AtTerminal terminal(device_, {"passphrase", "show", added});
+  ASSERT_TRUE(terminal.Shows("a\\x1b[2Jb")) << terminal.Screen();
+  EXPECT_EQ(terminal.Wait(), 0);
+}
+
+TEST(PromptWithoutTerminal, PointsToStandardInput) {
+  const DaemonProcess device;
+  const support::Finished end =
+      support::RunProgram({"/usr/bin/setsid", "--wait", VIGILACTL_PATH, "--config",
+                           device.ConfigFile(), "login", "anna"});
+  EXPECT_EQ(end.exit_code, 2) << end.err;
+  EXPECT_NE(end.err.find("use --password-stdin"), std::string::npos) << end.err;
+}
+
+}  // namespace
