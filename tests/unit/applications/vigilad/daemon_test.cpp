@@ -1,0 +1,64 @@
+#include "vigilad/daemon.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "krand/core/krand_core.h"
+#include "support/capturing_log.h"
+#include "support/platform_fixture.h"
+#include "tevra/msgbus/msg_bus.h"
+
+namespace vigila::daemon {
+namespace {
+
+class Daemon : public testing::Test {
+ protected:
+  // A start that failed leaves the platform to the end of its process.
+  ~Daemon() override {
+    krand_core_settings_deinit();
+    krand_core_deinit();
+  }
+
+  static ExitCode ServeDefaults() { return Serve(DaemonConfiguration::Read()); }
+  std::string OnlyLine() const {
+    const auto texts = log.TextsOf("vigilad");
+    return texts.size() == 1 ? texts[0] : "not one line";
+  }
+
+  support::PlatformFixture platform;
+  support::CapturingLog log;
+};
+
+TEST_F(Daemon, SaysThatTheStoreIsUnusable) {
+  const std::string file = platform.SettingsDir() + "/vigila.db";
+  std::ofstream(file) << std::string(8192, 'j');
+  EXPECT_EQ(ServeDefaults(), kStoreUnusable);
+  EXPECT_EQ(OnlyLine(), "Cannot start, the store is unusable: krand_core_settings_init of " + file +
+                            " failed: KRAND_CORE_IO_ERROR");
+}
+
+TEST_F(Daemon, SaysThatTheKeyFileIsUnusable) {
+  const std::string file = platform.Dir().File("absent/vigila.key");
+  platform.Set("Applications/vigila", "key_file", file);
+  EXPECT_EQ(ServeDefaults(), kStoreUnusable);
+  EXPECT_NE(OnlyLine().find("Cannot start, the store is unusable: "), std::string::npos);
+  EXPECT_NE(OnlyLine().find(file), std::string::npos);
+}
+
+TEST_F(Daemon, SaysThatTheBusIsNotAvailable) {
+  tevra::msgbus::MsgBus other;
+  other.StartServer("krand.target.permission");
+  EXPECT_EQ(ServeDefaults(), kBusUnavailable);
+  EXPECT_NE(OnlyLine().find("Cannot start, the bus is not available: "), std::string::npos);
+}
+
+TEST_F(Daemon, SaysWhatElseFailed) {
+  platform.Set("DeviceInformation", "present", "false");
+  EXPECT_EQ(ServeDefaults(), kFailed);
+  EXPECT_EQ(OnlyLine(), "Ended by a failure: DeviceInformation: Service Not Available.");
+}
+
+}  // namespace
+}  // namespace vigila::daemon
