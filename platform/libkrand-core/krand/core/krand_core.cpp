@@ -81,7 +81,7 @@ krand_core_status krand_core_ipc_deinit(krand_core_ipc_handle handle) {
 }
 
 char** krand_core_alloc_string_array(size_t count) {
-  if (count == SIZE_MAX) {
+  if (count >= SIZE_MAX / sizeof(char*)) {
     return nullptr;
   }
   return static_cast<char**>(calloc(count + 1, sizeof(char*)));
