@@ -1,6 +1,7 @@
 #!/bin/bash
 # Builds and tests everything, on a fresh Debian 12 machine as well.
-#   ./test.sh           installs what is missing; style, dev build with all tests, sanitizers, packages
+#   ./test.sh           installs what is missing; style, process and package tests, every test under
+#                       the sanitizers
 #   ./test.sh --quick   the inner loop: dev build, unit and conformance tests
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -13,6 +14,8 @@ case "${1:-}" in
 esac
 
 jobs=$(nproc)
+# The same sources in another folder compile from the cache as well.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 export CTEST_OUTPUT_ON_FAILURE=1
 step() { printf '\n== %s (%ds)\n' "$1" "$SECONDS"; }
 build() { # preset [target…]
@@ -30,17 +33,18 @@ step 'packages'
 if [ "$quick" = 1 ]; then tools/install_packages.sh build test; else tools/install_packages.sh build test full; fi
 
 step 'dev: build'
-build dev
 if [ "$quick" = 1 ]; then
+  build dev
   step 'dev: unit and conformance tests'
   run_tests dev -L 'unit|conformance|corpus'
   exit 0
 fi
+build dev programs
 
 step 'style'
 tools/check_style.sh
-step 'dev: all tests'
-run_tests dev
+step 'dev: processes, packages, live clients'
+run_tests dev -L 'process|package|live'
 
 step 'address and undefined-behaviour sanitizers: build'
 build asan
@@ -48,7 +52,7 @@ step 'address and undefined-behaviour sanitizers: tests'
 run_tests asan -LE 'package|live'
 
 step 'thread sanitizer: build'
-build tsan
+build tsan threads
 step 'thread sanitizer: tests'
 run_tests tsan -L threads
 
