@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/virtual_slot.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::check::fake {
@@ -330,6 +331,29 @@ TEST_F(FakeBus, HasNothingToDoForAWatchedDestination) {
   bus.WatchDestination("server");
   EXPECT_FALSE(bus.IsRunning());
 }
+
+#if defined(SUPPORT_HAS_VIRTUAL_SLOTS)
+TEST_F(FakeBus, KeepsTheOrderOfTheBussesOperations) {
+  using support::VirtualSlot;
+  // Slots 0 and 1 are the destructor's.
+  const size_t slots[] = {
+      VirtualSlot(&IMsgBus::SendMsg),
+      VirtualSlot(&IMsgBus::SendMsgWaitForReply),
+      VirtualSlot(&IMsgBus::SendReply),
+      VirtualSlot(static_cast<void (IMsgBus::*)()>(&IMsgBus::StartServer)),
+      VirtualSlot(static_cast<bool (IMsgBus::*)(const std::string&)>(&IMsgBus::StartServer)),
+      VirtualSlot(static_cast<void (IMsgBus::*)()>(&IMsgBus::StopServer)),
+      VirtualSlot(static_cast<void (IMsgBus::*)(const std::string&)>(&IMsgBus::StopServer)),
+      VirtualSlot(&IMsgBus::RegisterDestinationName),
+      VirtualSlot(&IMsgBus::UnregisterDestinationName),
+      VirtualSlot(&IMsgBus::IsRunning),
+      VirtualSlot(&IMsgBus::RegisterMessageHandler),
+      VirtualSlot(&IMsgBus::UnregisterMessageHandler),
+  };
+  size_t expected = 2;
+  for (size_t slot : slots) EXPECT_EQ(slot, expected++);
+}
+#endif
 
 }  // namespace
 }  // namespace tevra::check::fake

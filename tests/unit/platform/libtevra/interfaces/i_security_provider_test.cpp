@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <thread>
 
 #include "support/capturing_log.h"
 #include "support/recording_provider.h"
+#include "support/virtual_slot.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
@@ -128,28 +128,34 @@ TEST(ISecurityProvider, SurvivesFiringWhileListenersComeAndGo) {
   firing.join();
 }
 
-#if defined(__x86_64__)
-// In the C++ ABI of this machine a pointer to a virtual operation holds 1 + its offset in the
-// table.
-template <typename Method>
-size_t Slot(Method method) {
-  ptrdiff_t words[2];
-  static_assert(sizeof(words) == sizeof(method));
-  std::memcpy(words, &method, sizeof(words));
-  return static_cast<size_t>(words[0] - 1) / sizeof(void*);
-}
-
+#if defined(SUPPORT_HAS_VIRTUAL_SLOTS)
 TEST(ISecurityProvider, KeepsTheOrderOfItsOperations) {
   using P = ISecurityProvider;
   const size_t slots[] = {
-      Slot(&P::Authenticate),   Slot(&P::AuthenticateHttp), Slot(&P::AuthenticateWsse),
-      Slot(&P::TestLdap),       Slot(&P::Invalidate),       Slot(&P::IsAuthenticated),
-      Slot(&P::IsProtected),    Slot(&P::GetAllowedPaths),  Slot(&P::GetAllowedPermissions),
-      Slot(&P::GetCredentials), Slot(&P::GetExpiration),    Slot(&P::Authorize),
-      Slot(&P::Logout),         Slot(&P::AllowHttpDigest),  Slot(&P::GetNonce),
-      Slot(&P::GetUsers),       Slot(&P::AddUsers),         Slot(&P::ModifyUsers),
-      Slot(&P::DeleteUsers),    Slot(&P::ValidatePassword), Slot(&P::AddPassphrase),
-      Slot(&P::GetPassphrases), Slot(&P::GetPassphrase),    Slot(&P::DeletePassphrase),
+      support::VirtualSlot(&P::Authenticate),
+      support::VirtualSlot(&P::AuthenticateHttp),
+      support::VirtualSlot(&P::AuthenticateWsse),
+      support::VirtualSlot(&P::TestLdap),
+      support::VirtualSlot(&P::Invalidate),
+      support::VirtualSlot(&P::IsAuthenticated),
+      support::VirtualSlot(&P::IsProtected),
+      support::VirtualSlot(&P::GetAllowedPaths),
+      support::VirtualSlot(&P::GetAllowedPermissions),
+      support::VirtualSlot(&P::GetCredentials),
+      support::VirtualSlot(&P::GetExpiration),
+      support::VirtualSlot(&P::Authorize),
+      support::VirtualSlot(&P::Logout),
+      support::VirtualSlot(&P::AllowHttpDigest),
+      support::VirtualSlot(&P::GetNonce),
+      support::VirtualSlot(&P::GetUsers),
+      support::VirtualSlot(&P::AddUsers),
+      support::VirtualSlot(&P::ModifyUsers),
+      support::VirtualSlot(&P::DeleteUsers),
+      support::VirtualSlot(&P::ValidatePassword),
+      support::VirtualSlot(&P::AddPassphrase),
+      support::VirtualSlot(&P::GetPassphrases),
+      support::VirtualSlot(&P::GetPassphrase),
+      support::VirtualSlot(&P::DeletePassphrase),
   };
   size_t expected = 2;  // after the two of the destructor
   for (size_t slot : slots) EXPECT_EQ(slot, expected++);
