@@ -18,8 +18,8 @@ namespace tevra::interfaces {
 namespace {
 
 using check::fake::FakeMsgBus;
-using support::RecordingProvider;
 using msgbus::MsgBusMsg;
+using support::RecordingProvider;
 using Value = MsgBusMsg::Value;
 
 constexpr uid_t kStranger = 61234;
