@@ -1,4 +1,5 @@
 #include <openssl/crypto.h>
+#include <openssl/sha.h>
 
 #include <cstdlib>
 #include <exception>
@@ -19,6 +20,7 @@ using model::User;
 constexpr char kRealm[] = "Varno";
 constexpr int kClockToleranceSecs = 300;
 constexpr size_t kNonceDigits = 32;
+constexpr size_t kLongestNonceKept = 256;
 
 std::string PasswordHA1(const std::string& name, const std::string& password) {
   std::string text;
@@ -42,6 +44,16 @@ std::string ExpectedResponse(const std::string& ha1, const std::string& nonce,
 
 bool EqualInConstantTime(const std::string& left, const std::string& right) {
   return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
+}
+
+// What the cache remembers of a nonce: the nonce, or for one longer than any client's a piece of it
+// with its hash, so that a thousand giant nonces cannot fill the memory. Longer than every nonce
+// that is kept whole, hence never equal to one.
+std::string NonceKey(const std::string& nonce) {
+  if (nonce.size() <= kLongestNonceKept) return nonce;
+  unsigned char hash[SHA256_DIGEST_LENGTH];
+  SHA256(reinterpret_cast<const unsigned char*>(nonce.data()), nonce.size(), hash);
+  return nonce.substr(0, kLongestNonceKept).append(reinterpret_cast<char*>(hash), sizeof(hash));
 }
 
 }  // namespace
@@ -105,7 +117,7 @@ std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& us
   // Deliberate: byte for byte, so that upper-case digits do not match.
   if (!EqualInConstantTime(response, expected)) return kNoToken;
   // Deliberate: only now the nonce, so that a wrong response never uses up a count.
-  if (nonces_.CheckNonceAndCount(nonce, nc)) return kExpired;
+  if (nonces_.CheckNonceAndCount(NonceKey(nonce), nc)) return kExpired;
 
   // Deliberate: sessions carry and are found by the stored digest, also under MD5-sess.
   std::string token;
@@ -140,7 +152,7 @@ std::string SecurityProvider::AuthenticateWsse(bool reuse, const std::string& us
                                                const std::string& created) {
   // Deliberate: the nonce is used up first, whatever comes of the attempt, and a replayed or stale
   // request never reaches the store.
-  if (nonces_.Has(nonce)) {
+  if (nonces_.Has(NonceKey(nonce))) {
     logger_->Information("nonce %s has already been used", nonce.c_str());
     return kNoToken;
   }

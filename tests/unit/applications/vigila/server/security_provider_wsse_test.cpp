@@ -128,6 +128,29 @@ TEST_F(SecurityProviderWsse, NonceOfHttpDigestIsKnownHere) {
   EXPECT_EQ(Strings({"nonce " + nonce + " has already been used"}), Informations());
 }
 
+TEST_F(SecurityProviderWsse, GiantNoncesServeOnceEachAndAreToldApart) {
+  const std::string giant = Base64::Encode(std::string(300000, 'n') + "ne");
+  const std::string other = Base64::Encode(std::string(300000, 'n') + "no");
+  EXPECT_TRUE(IsToken(Send(giant)));
+  EXPECT_EQ("NO_TOKEN", Send(giant));
+  EXPECT_EQ("nonce " + giant + " has already been used", Informations().back());
+  EXPECT_TRUE(IsToken(Send(other)));
+  EXPECT_EQ("NO_TOKEN", Send(other));
+  EXPECT_TRUE(IsToken(Send(giant.substr(0, 256))));  // not what is remembered of the giant
+}
+
+TEST_F(SecurityProviderWsse, GiantNonceIsKnownToHttpDigestToo) {
+  const std::string giant(1000, 'n');
+  const std::string response =
+      model::User::MD5sum("3a503be02c866055123c57328926435e:" + giant + ":ha2");
+  const auto http = [&] {
+    return Provider().AuthenticateHttp(false, "alice", giant, "ha2", false, "", "", "", response);
+  };
+  EXPECT_EQ("_EXPIRED", http());
+  EXPECT_EQ("NO_TOKEN", Send(giant, "today"));
+  EXPECT_TRUE(IsToken(http()));
+}
+
 TEST_F(SecurityProviderWsse, ClockMayBeThreeHundredWholeSecondsOff) {
   for (const char* created : {"2027-01-15T07:55:00Z", "2027-01-15T08:05:00Z",
                               "2027-01-15T07:54:59.000001Z", "2027-01-15T08:05:00.999999Z"}) {
