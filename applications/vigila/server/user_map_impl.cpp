@@ -5,29 +5,6 @@
 
 namespace vigila::server {
 
-namespace {
-
-// For texts between double quotes: an account's name must not be able to end them and add accounts
-// of its own.
-std::string Escape(const std::string& text) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string escaped;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20) {
-      escaped += "\\u00";
-      escaped += kDigits[byte >> 4];
-      escaped += kDigits[byte & 15];
-      continue;
-    }
-    if (c == '"' || c == '\\') escaped += '\\';
-    escaped += c;
-  }
-  return escaped;
-}
-
-}  // namespace
-
 UserMap::Impl::Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions)
     : time_source_(time_source),
       sessions_(sessions),
@@ -47,6 +24,23 @@ uint32_t UserMap::Impl::Now() const {
   tevra::osa::TimeStruct now;
   time_source_->GetTime(now);
   return static_cast<uint32_t>(now.seconds + now.microseconds / 1000000);
+}
+
+std::string UserMap::Impl::Escape(const std::string& text) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20) {
+      escaped += "\\u00";
+      escaped += kDigits[byte >> 4];
+      escaped += kDigits[byte & 15];
+      continue;
+    }
+    if (c == '"' || c == '\\') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
 }
 
 UserMap::Impl::Group UserMap::Impl::GetGroup(const std::string& name) const {

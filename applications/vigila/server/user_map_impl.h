@@ -159,6 +159,8 @@ class UserMap::Impl final {
   void WritePlan(const MergePlan& plan) const;
   void AdoptPlan(MergePlan& plan) TEVRA_REQUIRES(mutex_);
 
+  // For a text between double quotes: it must not be able to end them and add members of its own.
+  static std::string Escape(const std::string& text);
   // The clear text of a stored one; nothing when there is none, the empty one included.
   static std::optional<SecretText> Decrypt(const std::string& stored);
   // Throws when the text cannot be encrypted.

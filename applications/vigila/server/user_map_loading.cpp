@@ -73,7 +73,7 @@ UserMap::Impl::MyUser::MyUser(const std::string& json) {
 std::string UserMap::Impl::MyUser::ToJson() const {
   std::string text = "{\"Groups\":" + std::to_string(static_cast<int32_t>(group));
   if (!password.empty()) {
-    text += ",\"Password\":\"" + password + "\"";
+    text += ",\"Password\":\"" + Escape(password) + "\"";  // base64 stays as it is
     text += ",\"PasswordTimeEpoch\":" + std::to_string(password_time);
     text += ",\"BadPasswordTimeEpoch\":" + std::to_string(bad_password_time);
     text += ",\"DisabledTimeEpoch\":" + std::to_string(disabled_time);

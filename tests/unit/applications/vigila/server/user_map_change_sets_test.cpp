@@ -250,6 +250,14 @@ TEST_F(UserMapChangeSets, WritesOnlyTheChangedAccounts) {
   EXPECT_EQ("changed past the store", Decrypt(Stored("admin").password));
 }
 
+TEST_F(UserMapChangeSets, WritesNoObjectThatItCouldNotReadBack) {
+  settings_.PutJson("user.odd", "{\"Groups\":8,\"Password\":\"a\\\"b\\\\c\\u0000\\n\"}");
+  EXPECT_EQ(-1, Merge({{"odd", "", 4}}));
+  Restart();
+  EXPECT_EQ(4u, Store().GetGroup("odd"));
+  EXPECT_EQ(std::string("a\"b\\c\0\n", 7), Stored("odd").password);
+}
+
 TEST_F(UserMapChangeSets, DoesNotRepeatTheCorrectionsOfTheLoad) {
   settings_.PutJson("user.nobody", "{\"Groups\":1}");
   Store().Size();
