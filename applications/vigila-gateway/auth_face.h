@@ -1,0 +1,35 @@
+#ifndef VIGILA_GATEWAY_AUTH_FACE_H_
+#define VIGILA_GATEWAY_AUTH_FACE_H_
+
+#include "vigila-gateway/authenticator.h"
+#include "vigila-gateway/http_message.h"
+#include "vigila-gateway/trusted_proxies.h"
+#include "vigila-gateway/verdict_response.h"
+
+namespace vigila::gateway {
+
+// Answers a web server that asks, before it serves anything, whether it may: nginx's auth_request
+// and the forward-auth of other proxies. The original method and target come in headers, the answer
+// is the status (200 to serve, 401 and 403 to hand on), with the user and its groups in headers.
+// Only trusted proxies are answered: anybody else could name a method and target of his liking.
+class AuthFace final {
+ public:
+  // All must outlive the face.
+  AuthFace(AuthService& service, Authenticator& authenticator, const TrustedProxies& proxies,
+           const ResponseOptions& options)
+      : service_(service), authenticator_(authenticator), proxies_(proxies), options_(options) {}
+
+  HttpResponse Respond(const HttpRequest& request);
+
+ private:
+  HttpResponse Granted(const Verdict& verdict);
+
+  AuthService& service_;
+  Authenticator& authenticator_;
+  const TrustedProxies& proxies_;
+  const ResponseOptions options_;
+};
+
+}  // namespace vigila::gateway
+
+#endif  // VIGILA_GATEWAY_AUTH_FACE_H_

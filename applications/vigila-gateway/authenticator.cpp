@@ -1,0 +1,158 @@
+#include "vigila-gateway/authenticator.h"
+
+#include <openssl/crypto.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "vigila-gateway/digest.h"
+#include "vigila-gateway/session_token.h"
+
+namespace vigila::gateway {
+namespace {
+
+// The service's word for a right answer to a nonce that is too old or was used before.
+constexpr char kStaleNonce[] = "_EXPIRED";
+
+Verdict Plain(Verdict::Outcome outcome) {
+  Verdict verdict;
+  verdict.outcome = outcome;
+  return verdict;
+}
+
+// The client signed the resource that it asks for, in whatever spelling.
+bool SignsTheTarget(const DigestAnswer& answer, const RequestTarget& target) {
+  return ParseRequestTarget(answer.uri) == target;
+}
+
+}  // namespace
+
+Verdict Authenticator::Decide(const AccessQuestion& question) {
+  const std::string& path = question.target.path;
+  if (!service_.IsProtected(path) && service_.Authorize(kNoToken, path)) {
+    return Plain(Verdict::kGranted);
+  }
+  const SessionCookie cookie = FindSessionCookie(question.cookies);
+  if (!cookie.present && question.authorizations.empty()) return Challenge();
+  if (const auto wait = throttle_.MustWait(question.source)) {
+    Verdict verdict = Plain(Verdict::kThrottled);
+    verdict.retry_after = *wait;
+    return verdict;
+  }
+  return DecideByCookie(question, cookie);
+}
+
+Verdict Authenticator::DecideByCookie(const AccessQuestion& question, const SessionCookie& cookie) {
+  if (!cookie.present) return DecideByHeader(question);
+  if (!cookie.token.empty() && service_.Authorize(cookie.token, question.target.path)) {
+    Verdict verdict = Plain(Verdict::kGranted);
+    verdict.token = cookie.token;
+    return verdict;
+  }
+  const bool living = !cookie.token.empty() && !service_.GetUser(cookie.token).empty();
+  if (living && question.authorizations.empty()) return RefusedOrUnavailable("", cookie.token);
+  // Somebody else may have logged on in the same browser; or the session has ended.
+  Verdict verdict = question.authorizations.empty() ? Challenge() : DecideByHeader(question);
+  if (!living && verdict.outcome == Verdict::kLogonNeeded) {
+    verdict.drop_cookie = true;
+    if (question.authorizations.empty()) throttle_.Failed(question.source);
+  }
+  return verdict;
+}
+
+Verdict Authenticator::DecideByHeader(const AccessQuestion& question) {
+  // Two answers are two meanings; a proxy on the way might have read the other one.
+  if (question.authorizations.size() != 1) return Plain(Verdict::kMalformed);
+  const AuthorizationHeader header = ParseAuthorization(question.authorizations.front());
+  if (const auto* unusable = std::get_if<UnusableAnswer>(&header)) {
+    return *unusable == UnusableAnswer::kMalformed ? Plain(Verdict::kMalformed) : Challenge();
+  }
+  if (const auto* digest = std::get_if<DigestAnswer>(&header)) {
+    return DecideByDigest(question, *digest);
+  }
+  return options_.basic ? DecideByBasic(question, std::get<BasicAnswer>(header)) : Challenge();
+}
+
+Verdict Authenticator::DecideByDigest(const AccessQuestion& question, const DigestAnswer& answer) {
+  if (!SignsTheTarget(answer, question.target)) return Plain(Verdict::kMalformed);
+  DigestLogon logon;
+  logon.username = answer.username;
+  logon.nonce = answer.nonce;
+  logon.ha2 = RequestDigest(question.method, answer.uri);
+  logon.sess = answer.sess;
+  logon.qop = answer.qop;
+  logon.cnonce = answer.cnonce;
+  logon.nc = answer.nc;
+  logon.response = answer.response;
+  const std::string token = service_.LogOnWithDigest(logon);
+  // The response was right, only its nonce is not: no failure, and no new question to the user.
+  if (token == kStaleNonce) return Challenge(true);
+  return AfterLogon(question.source, answer.username, token, {question.target.path});
+}
+
+Verdict Authenticator::DecideByBasic(const AccessQuestion& question, const BasicAnswer& answer) {
+  const std::string token = service_.LogOnWithPassword(answer.username, answer.password);
+  return AfterLogon(question.source, answer.username, token, {question.target.path});
+}
+
+Verdict Authenticator::DecideWsse(const std::string& source, const WsseLogon& logon,
+                                  const std::vector<std::string>& paths) {
+  if (const auto wait = throttle_.MustWait(source)) {
+    Verdict verdict = Plain(Verdict::kThrottled);
+    verdict.retry_after = *wait;
+    return verdict;
+  }
+  return AfterLogon(source, logon.username, service_.LogOnWithWsse(logon), paths);
+}
+
+Verdict Authenticator::AfterLogon(const std::string& source, const std::string& user,
+                                  const std::string& token, const std::vector<std::string>& paths) {
+  if (token.empty()) return Plain(Verdict::kUnavailable);
+  if (!IsSessionToken(token)) {
+    throttle_.Failed(source);
+    return Challenge();
+  }
+  const bool granted = std::all_of(paths.begin(), paths.end(), [&](const std::string& path) {
+    return service_.Authorize(token, path);
+  });
+  Verdict verdict = granted ? Plain(Verdict::kGranted) : RefusedOrUnavailable(user, token);
+  verdict.token = token;
+  verdict.user = user;
+  verdict.new_session = verdict.outcome != Verdict::kUnavailable;
+  return verdict;
+}
+
+Verdict Authenticator::LogOut(const AccessQuestion& question) {
+  const SessionCookie cookie = FindSessionCookie(question.cookies);
+  Verdict verdict = Plain(Verdict::kGranted);
+  verdict.drop_cookie = cookie.present;
+  if (cookie.token.empty()) return verdict;
+  if (const auto wait = throttle_.MustWait(question.source)) {
+    verdict.outcome = Verdict::kThrottled;
+    verdict.retry_after = *wait;
+    return verdict;
+  }
+  // A guessed token must not end somebody's session faster than it could open something.
+  if (service_.GetUser(cookie.token).empty()) throttle_.Failed(question.source);
+  if (!service_.Logout(cookie.token)) verdict.outcome = Verdict::kUnavailable;
+  return verdict;
+}
+
+Verdict Authenticator::Challenge(bool stale) {
+  Verdict verdict = Plain(Verdict::kLogonNeeded);
+  verdict.nonce = service_.GetNonce();
+  verdict.stale = stale;
+  if (verdict.nonce.empty()) verdict.outcome = Verdict::kUnavailable;
+  return verdict;
+}
+
+Verdict Authenticator::RefusedOrUnavailable(const std::string& user, const std::string& token) {
+  const bool reachable = !service_.GetNonce().empty();
+  Verdict verdict = Plain(reachable ? Verdict::kRefused : Verdict::kUnavailable);
+  verdict.user = user;
+  verdict.token = token;
+  return verdict;
+}
+
+}  // namespace vigila::gateway

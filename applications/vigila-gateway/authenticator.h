@@ -1,0 +1,86 @@
+#ifndef VIGILA_GATEWAY_AUTHENTICATOR_H_
+#define VIGILA_GATEWAY_AUTHENTICATOR_H_
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vigila-gateway/auth_service.h"
+#include "vigila-gateway/authorization_header.h"
+#include "vigila-gateway/cookie.h"
+#include "vigila-gateway/request_path.h"
+#include "vigila-gateway/throttle.h"
+
+namespace vigila::gateway {
+
+// A request as the authenticator sees it.
+struct AccessQuestion {
+  std::string source;  // address of the client
+  std::string method;
+  RequestTarget target;
+  std::vector<std::string_view> cookies;         // values of the Cookie headers
+  std::vector<std::string_view> authorizations;  // values of the Authorization headers
+};
+
+struct Verdict {
+  enum Outcome {
+    kGranted,
+    kLogonNeeded,  // with a nonce to challenge with
+    kRefused,      // the user is known and may not
+    kMalformed,    // the credentials cannot be read, or are for another resource
+    kThrottled,    // too many failures from this source
+    kUnavailable,  // the service gave no answer
+  };
+
+  Outcome outcome = kUnavailable;
+  std::string token;         // of the session that was granted or refused; empty for none
+  std::string user;          // when a logon came with this request
+  bool new_session = false;  // the token came from a logon: hand it out
+  bool drop_cookie = false;  // the cookie that came is worth nothing
+  std::string nonce;
+  bool stale = false;
+  std::chrono::seconds retry_after{0};
+};
+
+// Decides on a request: open path, session cookie, Authorization header, challenge, in this order.
+// Nothing is granted without the service's own word for this token and this path, so an
+// unreachable service never looks like an open one.
+class Authenticator final {
+ public:
+  struct Options {
+    bool basic = false;
+  };
+
+  // The service and the throttle must outlive the authenticator.
+  Authenticator(AuthService& service, Throttle& throttle, const Options& options)
+      : service_(service), throttle_(throttle), options_(options) {}
+
+  Verdict Decide(const AccessQuestion& question);
+  // A web-service logon, for a path and the name of the rule that stands for all of its kind.
+  Verdict DecideWsse(const std::string& source, const WsseLogon& logon,
+                     const std::vector<std::string>& paths);
+  // Ends the session of the request's cookie. Granted when none is left.
+  Verdict LogOut(const AccessQuestion& question);
+
+  bool OffersBasic() const { return options_.basic; }
+
+ private:
+  Verdict DecideByCookie(const AccessQuestion& question, const SessionCookie& cookie);
+  Verdict DecideByHeader(const AccessQuestion& question);
+  Verdict DecideByDigest(const AccessQuestion& question, const DigestAnswer& answer);
+  Verdict DecideByBasic(const AccessQuestion& question, const BasicAnswer& answer);
+  Verdict AfterLogon(const std::string& source, const std::string& user, const std::string& token,
+                     const std::vector<std::string>& paths);
+  Verdict Challenge(bool stale = false);
+  // What a refusal is worth: that, or no answer at all.
+  Verdict RefusedOrUnavailable(const std::string& user, const std::string& token);
+
+  AuthService& service_;
+  Throttle& throttle_;
+  const Options options_;
+};
+
+}  // namespace vigila::gateway
+
+#endif  // VIGILA_GATEWAY_AUTHENTICATOR_H_

@@ -1,0 +1,24 @@
+#include "vigila-gateway/digest.h"
+
+#include <openssl/evp.h>
+
+#include <stdexcept>
+
+namespace vigila::gateway {
+
+std::string RequestDigest(std::string_view method, std::string_view uri) {
+  const std::string text = std::string(method) + ":" + std::string(uri);
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr) != 1) {
+    throw std::runtime_error("OpenSSL offers no MD5");
+  }
+  std::string hex;
+  for (unsigned int i = 0; i < length; ++i) {
+    hex.push_back("0123456789abcdef"[digest[i] >> 4]);
+    hex.push_back("0123456789abcdef"[digest[i] & 15]);
+  }
+  return hex;
+}
+
+}  // namespace vigila::gateway

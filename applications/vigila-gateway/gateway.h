@@ -1,0 +1,65 @@
+#ifndef VIGILA_GATEWAY_GATEWAY_H_
+#define VIGILA_GATEWAY_GATEWAY_H_
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "vigila-gateway/access_log.h"
+#include "vigila-gateway/auth_face.h"
+#include "vigila-gateway/authenticator.h"
+#include "vigila-gateway/http_server.h"
+#include "vigila-gateway/metrics.h"
+#include "vigila-gateway/site.h"
+#include "vigila-gateway/throttle.h"
+#include "vigila-gateway/trusted_proxies.h"
+#include "vigila-gateway/verdict_response.h"
+#include "vigila-gateway/web_service.h"
+
+namespace vigila::gateway {
+
+// All the gateway serves at its main address: the faces, each after the check of its kind, and a
+// log line for every request.
+class Gateway final : public HttpApplication {
+ public:
+  using Log = std::function<void(const AccessRecord&)>;
+
+  struct Options {
+    bool basic = false;
+    bool secure_cookie = false;
+    std::string device_name = "video device";
+    std::vector<std::string> trusted_proxies;
+    Throttle::Limits throttle;
+  };
+
+  // The service and the metrics must outlive the gateway. Throws std::invalid_argument for a proxy
+  // that is no address.
+  Gateway(AuthService& service, Metrics& metrics, std::unique_ptr<StaticFiles> files,
+          const Options& options, Log log);
+  ~Gateway() override;
+
+  std::unique_ptr<HttpExchange> Open(HttpRequest request) override;
+
+ private:
+  class Exchange;
+
+  HttpResponse RespondSite(const HttpRequest& request, const RequestTarget& target,
+                           std::string& user);
+  HttpResponse RespondHealth();
+  AccessQuestion QuestionOf(const HttpRequest& request, const RequestTarget& target) const;
+
+  AuthService& service_;
+  Metrics& metrics_;
+  const Log log_;
+  const ResponseOptions response_options_;
+  const TrustedProxies proxies_;
+  Throttle throttle_;
+  Authenticator authenticator_;
+  AuthFace auth_face_;
+  const Site site_;
+  const WebService web_service_;
+};
+
+}  // namespace vigila::gateway
+
+#endif  // VIGILA_GATEWAY_GATEWAY_H_

@@ -1,0 +1,72 @@
+#ifndef VIGILA_GATEWAY_HTTP_SERVER_H_
+#define VIGILA_GATEWAY_HTTP_SERVER_H_
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "vigila-gateway/http_message.h"
+
+struct MHD_Daemon;
+
+namespace vigila::gateway {
+
+// How much of the body arrived.
+enum class Body { kComplete, kTooLarge };
+
+// One request on its way: fed with its body as it arrives, then asked for the answer. Used by one
+// thread at a time; destroyed without an answer when the client goes away.
+class HttpExchange {
+ public:
+  virtual ~HttpExchange() = default;
+  virtual void Receive(std::string_view /*chunk*/) {}
+  virtual HttpResponse Answer(Body body) = 0;
+};
+
+// Whatever stands behind a server. Called by several threads at once.
+class HttpApplication {
+ public:
+  virtual ~HttpApplication() = default;
+  virtual std::unique_ptr<HttpExchange> Open(HttpRequest request) = 0;
+};
+
+// Serves HTTP/1.1 with a pool of threads of its own, from construction to destruction. An exception
+// out of an exchange is answered with 500.
+class HttpServer final {
+ public:
+  struct Options {
+    std::string address = "127.0.0.1";
+    uint16_t port = 0;  // 0: any
+    unsigned threads = 4;
+    unsigned connections = 256;
+    unsigned connections_per_address = 0;  // 0: no limit of its own
+    size_t header_bytes = 32 * 1024;       // memory of one connection
+    size_t body_bytes = 1024 * 1024;
+    std::chrono::seconds idle{30};
+  };
+
+  // Throws std::runtime_error when the address cannot be served. The application must outlive the
+  // server.
+  HttpServer(HttpApplication& application, const Options& options);
+  ~HttpServer();
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+
+  uint16_t Port() const;
+  // "http://127.0.0.1:8080"
+  std::string Url() const;
+
+ private:
+  friend class HttpServerCallbacks;
+
+  HttpApplication& application_;
+  const Options options_;
+  MHD_Daemon* daemon_ = nullptr;
+};
+
+}  // namespace vigila::gateway
+
+#endif  // VIGILA_GATEWAY_HTTP_SERVER_H_

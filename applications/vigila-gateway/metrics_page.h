@@ -1,0 +1,25 @@
+#ifndef VIGILA_GATEWAY_METRICS_PAGE_H_
+#define VIGILA_GATEWAY_METRICS_PAGE_H_
+
+#include <memory>
+
+#include "vigila-gateway/http_server.h"
+#include "vigila-gateway/metrics.h"
+
+namespace vigila::gateway {
+
+// The counters at /metrics, for an address of their own: they ask nobody for a logon.
+class MetricsPage final : public HttpApplication {
+ public:
+  // The metrics must outlive the page.
+  explicit MetricsPage(const Metrics& metrics) : metrics_(metrics) {}
+
+  std::unique_ptr<HttpExchange> Open(HttpRequest request) override;
+
+ private:
+  const Metrics& metrics_;
+};
+
+}  // namespace vigila::gateway
+
+#endif  // VIGILA_GATEWAY_METRICS_PAGE_H_

@@ -1,0 +1,91 @@
+#include "vigila-gateway/request_path.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "vigila-gateway/utf8.h"
+
+namespace vigila::gateway {
+namespace {
+
+bool IsControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+int HexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+std::optional<std::string> PercentDecode(std::string_view text) {
+  std::string decoded;
+  decoded.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      decoded.push_back(text[i]);
+      continue;
+    }
+    if (text.size() - i < 3) return std::nullopt;
+    const int high = HexValue(text[i + 1]);
+    const int low = HexValue(text[i + 2]);
+    if (high < 0 || low < 0) return std::nullopt;
+    decoded.push_back(static_cast<char>(high * 16 + low));
+    i += 2;
+  }
+  return decoded;
+}
+
+// Cuts "scheme://authority" off; proxies send it, and clients sign it.
+std::optional<std::string_view> WithoutOrigin(std::string_view target) {
+  if (target.starts_with('/')) return target;
+  const size_t colon = target.find("://");
+  if (colon == 0 || colon == std::string_view::npos) return std::nullopt;
+  const bool scheme =
+      std::all_of(target.begin(), target.begin() + static_cast<ptrdiff_t>(colon),
+                  [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); });
+  if (!scheme) return std::nullopt;
+  const size_t path = target.find_first_of("/?", colon + 3);
+  return path == std::string_view::npos ? std::string_view() : target.substr(path);
+}
+
+std::string RemoveDotSegments(std::string_view path) {
+  std::vector<std::string_view> kept;
+  bool directory = true;
+  size_t start = 0;
+  while (start <= path.size()) {
+    const size_t end = std::min(path.find('/', start), path.size());
+    const std::string_view segment = path.substr(start, end - start);
+    directory = segment.empty() || segment == "." || segment == "..";
+    if (segment == ".." && !kept.empty()) kept.pop_back();
+    if (!directory) kept.push_back(segment);
+    start = end + 1;
+  }
+  std::string canonical;
+  for (const std::string_view segment : kept) canonical.append("/").append(segment);
+  if (directory || kept.empty()) canonical.push_back('/');
+  return canonical;
+}
+
+}  // namespace
+
+std::optional<RequestTarget> ParseRequestTarget(std::string_view target) {
+  if (target.size() > kMaximumTargetBytes) return std::nullopt;
+  if (std::any_of(target.begin(), target.end(), [](char c) { return IsControl(c) || c == ' '; })) {
+    return std::nullopt;
+  }
+  target = target.substr(0, target.find('#'));
+  const std::optional<std::string_view> local = WithoutOrigin(target);
+  if (!local) return std::nullopt;
+  const size_t question = std::min(local->find('?'), local->size());
+  const std::optional<std::string> path = PercentDecode(local->substr(0, question));
+  if (!path || !IsUtf8(*path) || std::any_of(path->begin(), path->end(), IsControl)) {
+    return std::nullopt;
+  }
+  const std::string_view query =
+      question == local->size() ? std::string_view() : local->substr(question + 1);
+  return RequestTarget{RemoveDotSegments(*path), std::string(query)};
+}
+
+}  // namespace vigila::gateway

@@ -1,0 +1,65 @@
+#ifndef VIGILA_GATEWAY_WEB_SERVICE_H_
+#define VIGILA_GATEWAY_WEB_SERVICE_H_
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "vigila-gateway/authenticator.h"
+#include "vigila-gateway/http_server.h"
+#include "vigila-gateway/soap_fault.h"
+#include "vigila/client/vigila_xml.h"
+
+namespace vigila::gateway {
+
+// The sample web service: tells the device's name and time to whoever logs on with a UsernameToken
+// digest. Any thread may call.
+class WebService final {
+ public:
+  using Now = std::function<std::chrono::system_clock::time_point()>;
+
+  WebService(std::string device_name, Now now)
+      : device_name_(std::move(device_name)), now_(std::move(now)) {}
+
+  static bool Serves(std::string_view path);
+  HttpResponse Respond(SoapVersion version) const;
+
+ private:
+  const std::string device_name_;
+  const Now now_;
+};
+
+// One request to it. The envelope is read as it arrives and not kept.
+class WebServiceCall final {
+ public:
+  // Both must outlive the call.
+  WebServiceCall(const WebService& service, Authenticator& authenticator, std::string source,
+                 std::string path, SoapVersion version)
+      : service_(service),
+        authenticator_(authenticator),
+        source_(std::move(source)),
+        path_(std::move(path)),
+        version_(version) {}
+
+  void Receive(std::string_view chunk) { reader_.Parse(chunk.data(), chunk.size()); }
+  HttpResponse Answer(Body body);
+  // The user name of the logon, once it was tried and granted.
+  const std::string& User() const { return user_; }
+
+ private:
+  HttpResponse LogOn(const WsseLogon& logon);
+  HttpResponse Fault(SoapFault fault) const { return SoapFaultResponse(version_, fault); }
+
+  const WebService& service_;
+  Authenticator& authenticator_;
+  const std::string source_;
+  const std::string path_;
+  const SoapVersion version_;
+  client::VigilaXml reader_;
+  std::string user_;
+};
+
+}  // namespace vigila::gateway
+
+#endif  // VIGILA_GATEWAY_WEB_SERVICE_H_
