@@ -21,15 +21,12 @@ bool AuthorizeCommand::MatchesToken(const std::string& token) const {
 
 bool AuthorizeCommand::IsLessThan(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  const auto& that = static_cast<const AuthorizeCommand&>(other);
-  const int order = token_.compare(that.token_);
-  return order != 0 ? order < 0 : path_.compare(that.path_) < 0;
+  return GetKey() < static_cast<const AuthorizeCommand&>(other).GetKey();
 }
 
 bool AuthorizeCommand::IsEqual(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  const auto& that = static_cast<const AuthorizeCommand&>(other);
-  return token_ == that.token_ && path_ == that.path_;
+  return GetKey() == static_cast<const AuthorizeCommand&>(other).GetKey();
 }
 
 IsAuthenticatedCommand::IsAuthenticatedCommand(const std::string& token) : token_(token) {}
@@ -44,12 +41,12 @@ bool IsAuthenticatedCommand::MatchesToken(const std::string& token) const {
 
 bool IsAuthenticatedCommand::IsLessThan(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  return token_.compare(static_cast<const IsAuthenticatedCommand&>(other).token_) < 0;
+  return GetKey() < static_cast<const IsAuthenticatedCommand&>(other).GetKey();
 }
 
 bool IsAuthenticatedCommand::IsEqual(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  return token_ == static_cast<const IsAuthenticatedCommand&>(other).token_;
+  return GetKey() == static_cast<const IsAuthenticatedCommand&>(other).GetKey();
 }
 
 IsProtectedCommand::IsProtectedCommand(const std::string& path) : path_(path) {}
@@ -60,12 +57,12 @@ void IsProtectedCommand::Execute(ISecurityProvider* provider) {
 
 bool IsProtectedCommand::IsLessThan(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  return path_.compare(static_cast<const IsProtectedCommand&>(other).path_) < 0;
+  return GetKey() < static_cast<const IsProtectedCommand&>(other).GetKey();
 }
 
 bool IsProtectedCommand::IsEqual(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  return path_ == static_cast<const IsProtectedCommand&>(other).path_;
+  return GetKey() == static_cast<const IsProtectedCommand&>(other).GetKey();
 }
 
 }  // namespace vigila::client

@@ -1,7 +1,9 @@
 #ifndef VIGILA_CLIENT_ACCESS_COMMANDS_H_
 #define VIGILA_CLIENT_ACCESS_COMMANDS_H_
 
+#include <compare>
 #include <string>
+#include <string_view>
 
 #include "vigila/client/command.h"
 
@@ -11,6 +13,11 @@ namespace vigila::client {
 class AuthorizeCommand final : public Command {
  public:
   using Answer = bool;
+  struct Key {
+    std::string_view token;
+    std::string_view path;
+    auto operator<=>(const Key&) const = default;
+  };
 
   AuthorizeCommand(const std::string& token, const std::string& path);
 
@@ -19,6 +26,7 @@ class AuthorizeCommand final : public Command {
   bool IsLessThan(const Command& other) const override;
   bool IsEqual(const Command& other) const override;
 
+  Key GetKey() const { return {token_, path_}; }
   Answer GetAnswer() const { return granted_; }
 
  private:
@@ -31,6 +39,10 @@ class AuthorizeCommand final : public Command {
 class IsAuthenticatedCommand final : public Command {
  public:
   using Answer = bool;
+  struct Key {
+    std::string_view token;
+    auto operator<=>(const Key&) const = default;
+  };
 
   explicit IsAuthenticatedCommand(const std::string& token);
 
@@ -39,6 +51,7 @@ class IsAuthenticatedCommand final : public Command {
   bool IsLessThan(const Command& other) const override;
   bool IsEqual(const Command& other) const override;
 
+  Key GetKey() const { return {token_}; }
   Answer GetAnswer() const { return authenticated_; }
 
  private:
@@ -50,6 +63,10 @@ class IsAuthenticatedCommand final : public Command {
 class IsProtectedCommand final : public Command {
  public:
   using Answer = bool;
+  struct Key {
+    std::string_view path;
+    auto operator<=>(const Key&) const = default;
+  };
 
   explicit IsProtectedCommand(const std::string& path);
 
@@ -57,6 +74,7 @@ class IsProtectedCommand final : public Command {
   bool IsLessThan(const Command& other) const override;
   bool IsEqual(const Command& other) const override;
 
+  Key GetKey() const { return {path_}; }
   Answer GetAnswer() const { return protected_; }
 
  private:

@@ -34,15 +34,12 @@ bool AuthenticateCommand::MatchesToken(const std::string& token) const {
 // serves those who ask for it, and the other way round.
 bool AuthenticateCommand::IsLessThan(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  const auto& that = static_cast<const AuthenticateCommand&>(other);
-  const int order = username_.compare(that.username_);
-  return order != 0 ? order < 0 : password_.compare(that.password_) < 0;
+  return GetKey() < static_cast<const AuthenticateCommand&>(other).GetKey();
 }
 
 bool AuthenticateCommand::IsEqual(const Command& other) const {
   if (typeid(other) != typeid(*this)) return false;
-  const auto& that = static_cast<const AuthenticateCommand&>(other);
-  return username_ == that.username_ && password_ == that.password_;
+  return GetKey() == static_cast<const AuthenticateCommand&>(other).GetKey();
 }
 
 AuthenticateHttpCommand::AuthenticateHttpCommand(const std::string& username,

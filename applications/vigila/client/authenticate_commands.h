@@ -1,7 +1,9 @@
 #ifndef VIGILA_CLIENT_AUTHENTICATE_COMMANDS_H_
 #define VIGILA_CLIENT_AUTHENTICATE_COMMANDS_H_
 
+#include <compare>
 #include <string>
+#include <string_view>
 
 #include "vigila/client/command.h"
 
@@ -11,6 +13,11 @@ namespace vigila::client {
 class AuthenticateCommand final : public Command {
  public:
   using Answer = std::string;
+  struct Key {
+    std::string_view username;
+    std::string_view password;
+    auto operator<=>(const Key&) const = default;
+  };
 
   AuthenticateCommand(const std::string& username, const std::string& password, bool reuse);
   ~AuthenticateCommand() override;
@@ -20,6 +27,7 @@ class AuthenticateCommand final : public Command {
   bool IsLessThan(const Command& other) const override;
   bool IsEqual(const Command& other) const override;
 
+  Key GetKey() const { return {username_, password_}; }
   const Answer& GetAnswer() const { return token_; }
 
  private:

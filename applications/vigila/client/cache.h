@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -32,9 +33,10 @@ class Cache {
   // Copies the answer to an equal question and renews the entry, or returns false and leaves
   // `answer` alone. The copy is made under the lock: the moment it is released, a flush may delete
   // the stored command.
-  bool FindLive(const T& question, typename T::Answer& answer) TEVRA_EXCLUDES(mutex_) {
+  bool FindLive(const typename T::Key& question, typename T::Answer& answer)
+      TEVRA_EXCLUDES(mutex_) {
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    const auto found = entries_.find(KeyPtrWrapper<T>(&question));
+    const auto found = entries_.find(question);
     if (found == entries_.end()) return false;
     const tevra::osa::TimeStruct now = Now();
     // Deliberate: an expired entry is a miss here and stays for the pruning that follows a miss.
@@ -102,7 +104,7 @@ class Cache {
 
   mutable tevra::osa::Mutex mutex_;
   // A key points to the command of its own entry.
-  std::map<KeyPtrWrapper<T>, Entry> entries_ TEVRA_GUARDED_BY(mutex_);
+  std::map<KeyPtrWrapper<T>, Entry, std::less<>> entries_ TEVRA_GUARDED_BY(mutex_);
   // Counts the clears.
   uint64_t generation_ TEVRA_GUARDED_BY(mutex_) = 0;
   const ForkGuard guard_{mutex_};

@@ -11,7 +11,8 @@ namespace vigila::client {
 
 // One question to the server: the arguments of one provider operation and, once executed, its
 // answer, which is empty or false until then. Commands that are cached are also keys: the order and
-// the equality compare the arguments that make a question, never the answer.
+// the equality compare the arguments that make a question, never the answer. Each of them has a
+// Key, a view of these arguments, by which a cache is searched before there is a command.
 //
 // Not synchronised; a stored command is never changed again.
 class Command {

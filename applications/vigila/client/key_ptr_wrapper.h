@@ -3,7 +3,8 @@
 
 namespace vigila::client {
 
-// A command as a map key, ordered by its arguments. Borrows the command.
+// A command as a map key, ordered by its arguments, among commands and among mere views of
+// arguments. Borrows the command.
 template <typename T>
 class KeyPtrWrapper {
  public:
@@ -11,6 +12,12 @@ class KeyPtrWrapper {
   virtual ~KeyPtrWrapper() = default;
 
   bool operator<(const KeyPtrWrapper& other) const { return command_->IsLessThan(*other.command_); }
+  friend bool operator<(const KeyPtrWrapper& left, const typename T::Key& right) {
+    return left.command_->GetKey() < right;
+  }
+  friend bool operator<(const typename T::Key& left, const KeyPtrWrapper& right) {
+    return left < right.command_->GetKey();
+  }
 
  private:
   const T* command_;

@@ -91,8 +91,9 @@ void VigilaClient::Impl::SetMaker(Maker maker) {
 bool VigilaClient::Impl::Authenticate(const std::string& username, const std::string& password,
                                       const std::string& mode, std::string& token) {
   const auto [answer, cached] = Ask(
-      authenticate_cache_, std::make_unique<AuthenticateCommand>(username, password, IsReuse(mode)),
-      +[](const std::string& fresh) { return !fresh.empty(); });
+      authenticate_cache_, {username, password},
+      [&] { return std::make_unique<AuthenticateCommand>(username, password, IsReuse(mode)); },
+      [](const std::string& fresh) { return !fresh.empty(); });
   if (cached) {
     logger_->Debug("cached authentication for %s, token = %s", username.c_str(), answer.c_str());
   }
@@ -131,8 +132,9 @@ bool VigilaClient::Impl::AuthenticateWsse(const std::string& username,
 
 bool VigilaClient::Impl::Authorize(const std::string& token, const std::string& path) {
   const auto [granted, cached] = Ask(
-      authorize_cache_, std::make_unique<AuthorizeCommand>(token, path),
-      +[](const bool& fresh) { return fresh; });
+      authorize_cache_, {token, path},
+      [&] { return std::make_unique<AuthorizeCommand>(token, path); },
+      [](bool fresh) { return fresh; });
   if (cached) {
     logger_->Debug("cached authorization for token %s to %s", token.c_str(), path.c_str());
   }
@@ -145,8 +147,9 @@ bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
   // Deliberate: the server calls "NO_TOKEN" authenticated; nobody who asks the client means that.
   if (token == kNoToken) return false;
   const auto [authenticated, cached] = Ask(
-      is_authenticated_cache_, std::make_unique<IsAuthenticatedCommand>(token),
-      +[](const bool& fresh) { return fresh; });
+      is_authenticated_cache_, {token},
+      [&] { return std::make_unique<IsAuthenticatedCommand>(token); },
+      [](bool fresh) { return fresh; });
   if (cached) logger_->Debug("cached is_authenticated for %s", token.c_str());
   logger_->Debug("is_authenticated for %s is %s", token.c_str(), Text(authenticated));
   return authenticated;
@@ -157,8 +160,8 @@ bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
 // refuses.
 bool VigilaClient::Impl::IsProtected(const std::string& path) {
   const auto [is_protected, cached] = Ask(
-      is_protected_cache_, std::make_unique<IsProtectedCommand>(path),
-      +[](const bool&) { return true; });
+      is_protected_cache_, {path}, [&] { return std::make_unique<IsProtectedCommand>(path); },
+      [](bool) { return true; });
   if (cached) logger_->Debug("cached is_protected for %s", path.c_str());
   logger_->Debug("is_protected for %s is %s", path.c_str(), Text(is_protected));
   return is_protected;
@@ -207,20 +210,21 @@ void VigilaClient::Impl::FlushCaches(bool) {
   is_protected_cache_.Clear();
 }
 
-template <typename T>
-VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(
-    Cache<T>& cache, std::unique_ptr<T> question,
-    bool (*is_kept)(const typename T::Answer& answer)) {
+template <typename T, typename MakeCommand, typename IsKept>
+VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
+                                                     const typename T::Key& question,
+                                                     MakeCommand make, IsKept is_kept) {
   FlushCachesOfTheParent();
   Reply<T> reply{};
-  reply.cached = cache.FindLive(*question, reply.answer);
+  reply.cached = cache.FindLive(question, reply.answer);
   if (reply.cached) return reply;
 
+  std::unique_ptr<T> command = make();
   const uint64_t generation = cache.Generation();
   cache.Prune();
-  RunCommand(*question);
-  reply.answer = question->GetAnswer();
-  if (is_kept(reply.answer)) cache.Store(std::move(question), generation);
+  RunCommand(*command);
+  reply.answer = command->GetAnswer();
+  if (is_kept(reply.answer)) cache.Store(std::move(command), generation);
   return reply;
 }
 

@@ -70,10 +70,10 @@ class VigilaClient::Impl final {
     bool cached;
   };
 
-  // Asks the cache, then the server; keeps the server's answer when `is_kept` says so.
-  template <typename T>
-  Reply<T> Ask(Cache<T>& cache, std::unique_ptr<T> question,
-               bool (*is_kept)(const typename T::Answer& answer));
+  // Asks the cache, then the server by the command that `make` makes; keeps the server's answer
+  // when `is_kept` says so. A hit makes no command: nothing is allocated for it.
+  template <typename T, typename MakeCommand, typename IsKept>
+  Reply<T> Ask(Cache<T>& cache, const typename T::Key& question, MakeCommand make, IsKept is_kept);
   // Lets the server answer. Whatever goes wrong leaves one line and the initial answer.
   void RunCommand(Command& command);
   void Subscribe();

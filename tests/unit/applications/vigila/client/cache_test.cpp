@@ -21,6 +21,10 @@ using tevra::osa::TimeStruct;
 class Question final {
  public:
   using Answer = std::string;
+  struct Key {
+    int number;
+    auto operator<=>(const Key&) const = default;
+  };
 
   Question(int key, const std::string& answer) : key_(key), answer_(answer) { ++alive; }
   ~Question() { --alive; }
@@ -28,6 +32,7 @@ class Question final {
   Question& operator=(const Question&) = delete;
 
   bool IsLessThan(const Question& other) const { return key_ < other.key_; }
+  Key GetKey() const { return {key_}; }
   const Answer& GetAnswer() const { return answer_; }
 
   static inline std::atomic<int> alive{0};
@@ -53,7 +58,7 @@ class CacheTest : public testing::Test {
   }
   std::string Find(int key) {
     std::string answer = "miss";
-    const bool found = cache_->FindLive(Question(key, ""), answer);
+    const bool found = cache_->FindLive(Question::Key{key}, answer);
     EXPECT_EQ(found, answer != "miss");
     return answer;
   }
@@ -152,7 +157,7 @@ TEST_F(CacheTest, DoesNotRenewAnEntryByAnAnswerFromBeforeAClear) {
 
 TEST_F(CacheTest, LeavesTheAnswerAloneOnAMiss) {
   std::string answer = "before";
-  EXPECT_FALSE(cache_->FindLive(Question(1, ""), answer));
+  EXPECT_FALSE(cache_->FindLive(Question::Key{1}, answer));
   EXPECT_EQ(answer, "before");
 }
 
@@ -178,7 +183,7 @@ TEST(Cache, TakesThreadsThatFindStorePruneAndClear) {
           const int key = i % 37;
           const std::string right = std::to_string(key) + " and enough to be on the heap";
           std::string answer;
-          if (cache.FindLive(Question(key, ""), answer)) {
+          if (cache.FindLive(Question::Key{key}, answer)) {
             if (answer != right) ++wrong;
             continue;
           }

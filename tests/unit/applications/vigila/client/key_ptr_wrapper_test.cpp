@@ -18,6 +18,15 @@ TEST(KeyPtrWrapper, OrdersByTheCommandsItPointsTo) {
   EXPECT_FALSE(Key(&equal) < Key(&first));
 }
 
+TEST(KeyPtrWrapper, OrdersAlsoAgainstAMereViewOfArguments) {
+  const AuthorizeCommand command("b", "m");
+  using Key = KeyPtrWrapper<AuthorizeCommand>;
+  EXPECT_TRUE(Key(&command) < (AuthorizeCommand::Key{"b", "n"}));
+  EXPECT_FALSE(Key(&command) < (AuthorizeCommand::Key{"b", "m"}));
+  EXPECT_FALSE((AuthorizeCommand::Key{"b", "m"}) < Key(&command));
+  EXPECT_TRUE((AuthorizeCommand::Key{"a", "z"}) < Key(&command));
+}
+
 TEST(KeyPtrWrapper, DoesNotOwnTheCommand) {
   const IsProtectedCommand command("/path");
   { const KeyPtrWrapper<IsProtectedCommand> key(&command); }
