@@ -77,6 +77,8 @@ BusConfig BusConfig::FromPlatform() {
   config.socket_mode = ParseMode(platform.GetString(kSection, "socket_mode", "0666"));
   config.timeout =
       std::chrono::milliseconds(platform.GetInt(kSection, "timeout_ms", 5000, 1, INT_MAX));
+  config.handshake_timeout = std::chrono::milliseconds(
+      platform.GetInt(kSection, "handshake_timeout_ms", 5000, 1, INT_MAX));
   config.max_connections = GetSize("max_connections", config.max_connections, 1, 1 << 20);
   config.max_connections_per_uid =
       GetSize("max_connections_per_uid", config.max_connections_per_uid, 1, 1 << 20);

@@ -18,6 +18,7 @@ struct BusConfig {
   std::string runtime_dir;  // where destinations have their sockets
   mode_t socket_mode = 0666;
   std::chrono::milliseconds timeout{5000};
+  std::chrono::milliseconds handshake_timeout{5000};  // for a client to say who it is
   size_t max_connections = 256;
   size_t max_connections_per_uid = 128;
   size_t max_message_bytes = 2 << 20;

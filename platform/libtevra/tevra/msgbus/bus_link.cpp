@@ -100,7 +100,7 @@ uint32_t BusLink::Events() const {
 // returned: a handler may do anything, sd-bus in the middle of its work may not be asked to.
 int BusLink::OnMessage(sd_bus_message* message, void* link, sd_bus_error*) {
   auto* self = static_cast<BusLink*>(link);
-  self->guard_.MessageEnded();
+  if (self->guarded_) self->guard_.MessageEnded(self->fd_);
   const char* interface = sd_bus_message_get_interface(message);
   if (interface != nullptr && strcmp(interface, kPeerInterface) == 0) return 0;
   self->incoming_.reset(sd_bus_message_ref(message));
@@ -112,7 +112,7 @@ bool BusLink::MayRead(bool* dead) {
   if (!guarded_) return true;
   FrameGuard::Verdict verdict = FrameGuard::Verdict::kRead;
   if (authenticated_) {
-    verdict = guard_.Look(fd_);
+    verdict = guard_.Look(fd_, (Events() & POLLOUT) == 0);
   } else if (side_ == Side::kServer) {
     verdict = guard_.LookAtHandshake(fd_);
   }
@@ -137,6 +137,7 @@ BusLink::Progress BusLink::Advance() {
     authenticated_ = true;
     if (guarded_ && side_ == Side::kServer && !guard_.HandshakeWasSeen()) return Progress::kDead;
   }
+  if (guarded_ && may_read && guard_.MessageWasSkipped(fd_)) return Progress::kDead;
   return result > 0 ? Progress::kSome : Progress::kNone;
 }
 

@@ -16,7 +16,6 @@
 namespace tevra::msgbus {
 namespace {
 
-constexpr std::chrono::seconds kHandshakeTime{5};
 constexpr std::chrono::milliseconds kAcceptPause{100};
 constexpr int kAcceptsAtOnce = 16;
 
@@ -119,7 +118,7 @@ void DirectServer::Admit(BusFd socket, const std::string& name) {
   client->watch = dispatch_.Watch(client->link->fd(), client->events, [this, weak](uint32_t) {
     if (const ClientPtr ready = weak.lock()) OnReady(ready);
   });
-  client->handshake_timer = dispatch_.After(kHandshakeTime, [this, weak] {
+  client->handshake_timer = dispatch_.After(config_.handshake_timeout, [this, weak] {
     if (const ClientPtr late = weak.lock()) Drop(late);
   });
   clients_.emplace(client->watch, client);

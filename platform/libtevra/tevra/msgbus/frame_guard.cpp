@@ -11,6 +11,7 @@ namespace tevra::msgbus {
 namespace {
 
 constexpr size_t kHeaderBytes = 16;
+constexpr size_t kPeekBytes = 512;
 constexpr size_t kHandshakeBytes = 1024;
 constexpr std::string_view kHandshakeEnd = "BEGIN\r\n";
 
@@ -30,18 +31,22 @@ uint64_t LoadLength(const unsigned char* bytes, bool little_endian) {
 
 }  // namespace
 
-FrameGuard::Verdict FrameGuard::Look(int fd) {
+FrameGuard::Verdict FrameGuard::Look(int fd, bool reads_for_sure) {
   if (inside_message_) return Verdict::kRead;
-  std::array<unsigned char, kHeaderBytes> header;
-  const ssize_t count = Peek(fd, header.data(), header.size());
+  std::array<unsigned char, kPeekBytes> bytes;
+  const ssize_t count = Peek(fd, bytes.data(), bytes.size());
   if (count == -1) return Verdict::kNothing;
   if (count <= 0) return Verdict::kRefuse;
-  if (static_cast<size_t>(count) < header.size()) return Verdict::kPartial;
-  return Judge(header.data());
+  const auto available = static_cast<size_t>(count);
+  if (available < kHeaderBytes) return Verdict::kPartial;
+  size_t length = 0;
+  if (IsTooLong(bytes.data(), &length)) return Verdict::kRefuse;
+  Enter(fd, reads_for_sure && length <= available, length);
+  return Verdict::kRead;
 }
 
 FrameGuard::Verdict FrameGuard::LookAtHandshake(int fd) {
-  if (handshake_seen_) return Look(fd);
+  if (handshake_seen_) return Look(fd, false);
   std::array<unsigned char, kHandshakeBytes> bytes;
   const ssize_t count = Peek(fd, bytes.data(), bytes.size());
   if (count == -1) return Verdict::kNothing;
@@ -55,17 +60,46 @@ FrameGuard::Verdict FrameGuard::LookAtHandshake(int fd) {
   if (message == seen.size()) return Verdict::kRead;
   // Clients write a header in one piece, so a piece of one is nobody we want to talk to.
   if (seen.size() - message < kHeaderBytes) return Verdict::kRefuse;
-  return Judge(bytes.data() + message);
+  size_t length = 0;
+  if (IsTooLong(bytes.data() + message, &length)) return Verdict::kRefuse;
+  Enter(fd, false, message + length);
+  return Verdict::kRead;
 }
 
-FrameGuard::Verdict FrameGuard::Judge(const unsigned char* header) {
+void FrameGuard::MessageEnded(int fd) {
+  inside_message_ = false;
+  if (!tracked_) return;
+  tracked_ = false;
+  const int off = -1;
+  setsockopt(fd, SOL_SOCKET, SO_PEEK_OFF, &off, sizeof off);
+}
+
+bool FrameGuard::MessageWasSkipped(int fd) const {
+  if (!inside_message_) return false;
+  if (!tracked_) return true;
+  int left = -1;
+  socklen_t size = sizeof left;
+  return getsockopt(fd, SOL_SOCKET, SO_PEEK_OFF, &left, &size) == 0 && left == 0;
+}
+
+bool FrameGuard::IsTooLong(const unsigned char* header, size_t* length) const {
   const bool little_endian = header[0] == 'l';
-  if (!little_endian && header[0] != 'B') return Verdict::kRefuse;
+  if (!little_endian && header[0] != 'B') return true;
   const uint64_t body = LoadLength(header + 4, little_endian);
   const uint64_t fields = LoadLength(header + 12, little_endian);
-  if (kHeaderBytes + body + fields > max_message_bytes_) return Verdict::kRefuse;
+  // The body begins at a multiple of eight.
+  *length = kHeaderBytes + (fields + 7) / 8 * 8 + body;
+  return kHeaderBytes + fields + body > max_message_bytes_;
+}
+
+// The kernel moves a socket's peek offset back by what is read, so put at a message's end it tells
+// how much of the message is left. That is asked only when the message was not there whole.
+void FrameGuard::Enter(int fd, bool whole, size_t length) {
   inside_message_ = true;
-  return Verdict::kRead;
+  tracked_ = !whole;
+  if (whole) return;
+  const int end = static_cast<int>(length);
+  setsockopt(fd, SOL_SOCKET, SO_PEEK_OFF, &end, sizeof end);
 }
 
 }  // namespace tevra::msgbus

@@ -7,7 +7,9 @@ namespace tevra::msgbus {
 
 // Looks at a socket before sd-bus reads from it and stops a message that is too long at its header:
 // sd-bus itself would take 128 MiB into memory before anybody could refuse it. It can, because
-// sd-bus never reads beyond the end of a message once a connection has been authenticated.
+// sd-bus never reads beyond the end of a message once a connection has been authenticated. sd-bus
+// also skips a malformed message without a word; the guard notices that, for it must know where the
+// next message begins.
 class FrameGuard final {
  public:
   enum class Verdict {
@@ -19,20 +21,25 @@ class FrameGuard final {
 
   explicit FrameGuard(size_t max_message_bytes) : max_message_bytes_(max_message_bytes) {}
 
-  Verdict Look(int fd);
+  // `reads_for_sure`: sd-bus has nothing else to do first.
+  Verdict Look(int fd, bool reads_for_sure);
   // For a server's connection that is being authenticated. The client may have sent its first
   // message right behind the handshake; it is judged then too.
   Verdict LookAtHandshake(int fd);
   // A server's connection has been authenticated; false when its first message was not judged.
   bool HandshakeWasSeen() const { return handshake_seen_; }
   // sd-bus has delivered a message whole.
-  void MessageEnded() { inside_message_ = false; }
+  void MessageEnded(int fd);
+  // Whether sd-bus, allowed to read, has come to the end of a message and delivered none.
+  bool MessageWasSkipped(int fd) const;
 
  private:
-  Verdict Judge(const unsigned char* header);
+  bool IsTooLong(const unsigned char* header, size_t* length) const;
+  void Enter(int fd, bool whole, size_t length);
 
   const size_t max_message_bytes_;
   bool inside_message_ = false;
+  bool tracked_ = false;  // the socket's peek offset is at the message's end
   bool handshake_seen_ = false;
 };
 
