@@ -30,7 +30,18 @@ namespace {
 // Runs where the server reports its readiness, before it waits.
 std::function<void(const std::string&)> on_notify;
 
+bool no_pipes = false;
+
 }  // namespace
+
+// Stands before the C library's function.
+extern "C" int pipe2(int ends[2], int flags) noexcept {
+  if (no_pipes) {
+    errno = EMFILE;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_pipe2, ends, flags));
+}
 
 // Stands before the service manager's own function.
 extern "C" int sd_notify(int, const char* state) {
@@ -205,12 +216,9 @@ TEST_F(MainLoop, LeavesNoDescriptorOpen) {
 TEST_F(MainLoop, FailsBeforeAnythingElseWhenItHasNoPipe) {
   bool notified = false;
   on_notify = [&](const std::string&) { notified = true; };
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit none = {0, limit.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
+  no_pipes = true;
   const std::string text = TextOfFailure();
-  setrlimit(RLIMIT_NOFILE, &limit);
+  no_pipes = false;
   EXPECT_EQ(text, "pipe failed");
   EXPECT_FALSE(notified);
   EXPECT_TRUE(HasDefaultHandling(SIGTERM));
