@@ -1,0 +1,31 @@
+// A canonical path is one: absolute, without dot segments or repeated slashes, and written as a
+// path it is read as itself.
+#include "vigila-gateway/request_path.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using vigila::gateway::ParseRequestTarget;
+  const auto target = ParseRequestTarget({reinterpret_cast<const char*>(data), size});
+  if (!target) return 0;
+  const std::string& path = target->path;
+  if (path.empty() || path.front() != '/') std::abort();
+  for (const char* part : {"//", "/./", "/../"}) {
+    if (path.find(part) != std::string::npos) std::abort();
+  }
+  if (path.ends_with("/.") || path.ends_with("/..")) std::abort();
+  std::string written;
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    written.append({'%', "0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]});
+  }
+  // The first slash makes it a path and not another form of target.
+  written.replace(0, 3, "/");
+  const auto again = ParseRequestTarget(written);
+  if (written.size() <= vigila::gateway::kMaximumTargetBytes && (!again || again->path != path)) {
+    std::abort();
+  }
+  return 0;
+}

@@ -1,0 +1,188 @@
+#include "vigila-gateway/web_service.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "fake_auth_service.h"
+
+namespace {
+
+using std::chrono::seconds;
+using vigila::gateway::Authenticator;
+using vigila::gateway::Body;
+using vigila::gateway::HttpResponse;
+using vigila::gateway::IsSoapMediaType;
+using vigila::gateway::SoapVersion;
+using vigila::gateway::SoapVersionOf;
+using vigila::gateway::Throttle;
+using vigila::gateway::WebService;
+using vigila::gateway::WebServiceCall;
+
+constexpr char kToken[] = "0123ABCD";
+
+std::string Envelope(const std::string& token) {
+  return "<s:Envelope "
+         "xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\"><s:Header><wsse:Security>" +
+         token + "</wsse:Security></s:Header><s:Body><x/></s:Body></s:Envelope>";
+}
+std::string UsernameToken(const std::string& type = "#PasswordDigest") {
+  return "<UsernameToken><Username>view</Username><Password Type=\"" + type +
+         "\">digest</Password><Nonce>nonce</Nonce><Created>2026-01-02T03:04:05Z</Created>"
+         "</UsernameToken>";
+}
+
+class AWebService : public testing::Test {
+ protected:
+  void SetUp() override {
+    service_.access["/onvif/*"] = {"view"};
+    service_.sessions[kToken] = "view";
+    service_.logon_answer = kToken;
+  }
+  HttpResponse Call(const std::string& envelope, SoapVersion version = SoapVersion::k12,
+                    size_t piece = std::string::npos, Body body = Body::kComplete) {
+    WebServiceCall call(web_service_, authenticator_, "10.0.0.1", "/onvif/device", version);
+    for (size_t at = 0; at < envelope.size(); at += std::min(piece, envelope.size())) {
+      call.Receive(std::string_view(envelope).substr(at, piece));
+    }
+    return call.Answer(body);
+  }
+
+  FakeAuthService service_;
+  Throttle throttle_{{3, seconds(10), 16}, [] { return Throttle::Clock::time_point(seconds(1)); }};
+  Authenticator authenticator_{service_, throttle_, {}};
+  WebService web_service_{
+      "A & B <1>", [] { return std::chrono::system_clock::time_point(seconds(1767323045)); }};
+};
+
+TEST_F(AWebService, TellsNameAndTimeToWhoeverLogsOn) {
+  const HttpResponse response = Call(Envelope(UsernameToken()));
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.headers.front().second, "application/soap+xml; charset=utf-8");
+  EXPECT_NE(response.body.find("<d:Name>A &amp; B &lt;1&gt;</d:Name>"
+                               "<d:Time>2026-01-02T03:04:05Z</d:Time>"),
+            std::string::npos)
+      << response.body;
+  ASSERT_EQ(service_.wsse.size(), 1u);
+  EXPECT_EQ(service_.wsse[0].username, "view");
+  EXPECT_EQ(service_.wsse[0].digest, "digest");
+  EXPECT_EQ(service_.wsse[0].nonce, "nonce");
+  EXPECT_EQ(service_.wsse[0].created, "2026-01-02T03:04:05Z");
+}
+
+TEST_F(AWebService, AsksForTheRuleOfAllWebServicesAndForThePath) {
+  Call(Envelope(UsernameToken()));
+  ASSERT_EQ(service_.authorized.size(), 2u);
+  EXPECT_EQ(service_.authorized[0].second, "/onvif/*");
+  EXPECT_EQ(service_.authorized[1].second, "/onvif/device");
+}
+
+TEST_F(AWebService, ReadsTheSameFromPiecesOfEverySize) {
+  for (const size_t piece : {1u, 2u, 7u, 64u}) {
+    EXPECT_EQ(Call(Envelope(UsernameToken()), SoapVersion::k11, piece).status, 200) << piece;
+  }
+}
+
+TEST_F(AWebService, AnswersAWrongPasswordWithTheFaultOfItsVersion) {
+  service_.logon_answer = "NO_TOKEN";
+  const HttpResponse old = Call(Envelope(UsernameToken()), SoapVersion::k11);
+  EXPECT_EQ(old.status, 500);
+  EXPECT_EQ(old.headers.front().second, "text/xml; charset=utf-8");
+  EXPECT_NE(old.body.find("<faultcode>wsse:FailedAuthentication</faultcode>"), std::string::npos);
+  EXPECT_NE(old.body.find("http://schemas.xmlsoap.org/soap/envelope/"), std::string::npos);
+  const HttpResponse now = Call(Envelope(UsernameToken()), SoapVersion::k12);
+  EXPECT_EQ(now.status, 400);
+  EXPECT_NE(now.body.find("<env:Code><env:Value>env:Sender</env:Value><env:Subcode><env:Value>"
+                          "wsse:FailedAuthentication</env:Value></env:Subcode></env:Code>"),
+            std::string::npos);
+}
+
+TEST_F(AWebService, RefusesAKnownUserWhoMayNot) {
+  service_.access["/onvif/*"] = {"admin"};
+  EXPECT_EQ(Call(Envelope(UsernameToken())).status, 403);
+}
+
+TEST_F(AWebService, RefusesAnEnvelopeWithoutALogon) {
+  for (const char* envelope :
+       {"<Envelope><Body/></Envelope>", "<Envelope><Header/><Body/></Envelope>",
+        "<Envelope><Header><Security>"}) {
+    EXPECT_EQ(Call(envelope, SoapVersion::k11).status, 500) << envelope;
+  }
+  EXPECT_TRUE(service_.wsse.empty());
+}
+
+TEST_F(AWebService, CallsMalformedWhatCannotBeRead) {
+  const std::string whole = Envelope(UsernameToken());
+  for (const std::string& envelope :
+       {std::string(), std::string("no xml"), std::string("{}"), std::string("<Body/>"),
+        std::string("\xef\xbb\xbf<Envelope>"), std::string(300, ' '),
+        whole.substr(0, whole.find("<Created")), Envelope(""),
+        Envelope("<UsernameToken><Username>view</Username></UsernameToken>")}) {
+    EXPECT_EQ(Call(envelope).status, 400) << envelope;
+    EXPECT_EQ(Call(envelope).body.find("FailedAuthentication"), std::string::npos) << envelope;
+  }
+  EXPECT_TRUE(service_.wsse.empty());
+}
+
+TEST_F(AWebService, LooksAtNoPasswordInClear) {
+  EXPECT_EQ(Call(Envelope(UsernameToken("x#PasswordText")), SoapVersion::k11).status, 500);
+  EXPECT_TRUE(service_.wsse.empty());
+}
+
+TEST_F(AWebService, IsUnavailableWithItsService) {
+  service_.reachable = false;
+  const HttpResponse response = Call(Envelope(UsernameToken()));
+  EXPECT_EQ(response.status, 503);
+  EXPECT_NE(response.body.find("env:Receiver"), std::string::npos);
+  EXPECT_NE(Call(Envelope(UsernameToken()), SoapVersion::k11).body.find("env:Server"),
+            std::string::npos);
+}
+
+TEST_F(AWebService, RefusesWhatIsTooLargeWithoutALogon) {
+  EXPECT_EQ(Call(Envelope(UsernameToken()), SoapVersion::k12, 64, Body::kTooLarge).status, 413);
+  EXPECT_TRUE(service_.wsse.empty());
+}
+
+TEST_F(AWebService, PutsOffWhoGuesses) {
+  service_.logon_answer = "NO_TOKEN";
+  for (int i = 0; i < 3; ++i) Call(Envelope(UsernameToken()));
+  const HttpResponse response = Call(Envelope(UsernameToken()));
+  EXPECT_EQ(response.status, 429);
+  EXPECT_EQ(response.headers.back().first, "Retry-After");
+  EXPECT_EQ(response.headers.back().second, "10");
+}
+
+TEST_F(AWebService, ReadsWhatRealClientsSend) {
+  int read = 0;
+  int logons = 0;
+  for (const auto& file :
+       std::filesystem::directory_iterator(std::string(TEST_DATA_DIR) + "/soap")) {
+    std::ifstream stream(file.path(), std::ios::binary);
+    const std::string envelope{std::istreambuf_iterator<char>(stream), {}};
+    // One of them asks for the time first, without a logon.
+    const bool logs_on = envelope.find("UsernameToken") != std::string::npos;
+    EXPECT_EQ(Call(envelope, SoapVersion::k12, 7).status, logs_on ? 200 : 400) << file.path();
+    logons += logs_on ? 1 : 0;
+    ++read;
+  }
+  EXPECT_EQ(read, 12);
+  EXPECT_EQ(logons, 11);
+  EXPECT_EQ(service_.wsse.size(), 11u);
+}
+
+TEST(SoapMediaType, IsReadWithoutItsParametersInAnyCase) {
+  EXPECT_TRUE(IsSoapMediaType("text/xml"));
+  EXPECT_TRUE(IsSoapMediaType("Text/XML; charset=utf-8"));
+  EXPECT_TRUE(IsSoapMediaType("application/soap+xml;action=\"x\""));
+  EXPECT_FALSE(IsSoapMediaType(""));
+  EXPECT_FALSE(IsSoapMediaType("text/xmlx"));
+  EXPECT_FALSE(IsSoapMediaType("application/json"));
+  EXPECT_EQ(SoapVersionOf("application/soap+xml"), SoapVersion::k12);
+  EXPECT_EQ(SoapVersionOf("text/xml;charset=utf-8"), SoapVersion::k11);
+}
+
+}  // namespace
