@@ -1,0 +1,235 @@
+#include "support/gateway_process.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using support::Fd;
+using support::Finished;
+using support::GatewayFixture;
+using support::RunProgram;
+
+constexpr char kCurl[] = "/usr/bin/curl";
+
+class AGatewayProcess : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(fixture_.Start(Options())) << fixture_.device.Log() << fixture_.gateway.Log();
+  }
+  virtual std::vector<std::string> Options() const { return {}; }
+
+  std::string UrlOf(const std::string& target) const { return fixture_.gateway.Url() + target; }
+  // The final status, and with "-i" among the arguments all that came.
+  Finished Curl(std::vector<std::string> arguments, const std::string& target) const {
+    arguments.insert(arguments.begin(), {kCurl, "-s", "--path-as-is", "-m", "20"});
+    arguments.push_back(UrlOf(target));
+    return RunProgram(arguments);
+  }
+  std::string Status(std::vector<std::string> arguments, const std::string& target) const {
+    arguments.insert(arguments.end(), {"-o", "/dev/null", "-w", "%{http_code}"});
+    return Curl(std::move(arguments), target).out;
+  }
+  static std::vector<std::string> As(const std::string& name,
+                                     const std::string& form = "--digest") {
+    return {form, "-u", name + ":" + name + "'s secret"};
+  }
+  // Sends the bytes over one connection and returns what comes until its end.
+  std::string Raw(const std::string& bytes) const {
+    const std::string where = fixture_.gateway.HostAndPort();
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(std::stoi(where.substr(where.find(':') + 1))));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const Fd socket_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connect(socket_fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+      return "(no connection)";
+    }
+    send(socket_fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    shutdown(socket_fd.Get(), SHUT_WR);
+    std::string answer;
+    char buffer[4096];
+    ssize_t n = 0;
+    while ((n = recv(socket_fd.Get(), buffer, sizeof(buffer), 0)) > 0) {
+      answer.append(buffer, static_cast<size_t>(n));
+    }
+    return answer;
+  }
+
+  GatewayFixture fixture_;
+};
+
+TEST_F(AGatewayProcess, GivesCurlItsPictureAfterADigestLogon) {
+  const Finished open = Curl({"-i"}, "/jpeg/1");
+  EXPECT_EQ(open.out.rfind("HTTP/1.1 401 ", 0), 0u) << open.out;
+  EXPECT_NE(open.out.find("WWW-Authenticate: Digest realm=\"Varno\", nonce=\""), std::string::npos);
+  EXPECT_NE(open.out.find("\", qop=\"auth\", algorithm=MD5\r\n"), std::string::npos);
+  const Finished picture = Curl(As("view"), "/jpeg/1");
+  EXPECT_EQ(picture.out.substr(0, 3), "\xff\xd8\xff");
+  EXPECT_EQ(picture.out.substr(picture.out.size() - 2), "\xff\xd9");
+  EXPECT_EQ(Status({"--digest", "-u", "view:wrong"}, "/jpeg/1"), "401");
+  EXPECT_EQ(Status({"--digest", "-u", "stranger:wrong"}, "/jpeg/1"), "401");
+  EXPECT_EQ(Status({"--digest", "-u", "nobody:"}, "/jpeg/1"), "401");
+}
+
+TEST_F(AGatewayProcess, GivesEachUserWhatTheRulesSay) {
+  for (const char* target :
+       {"/inject.cgi", "/jpeg/../inject.cgi", "/%69nject.cgi?a=b", "//inject.cgi"}) {
+    EXPECT_EQ(Status({}, target), "401") << target;
+    EXPECT_EQ(Status(As("view"), target), "403") << target;
+    EXPECT_EQ(Status(As("admin"), target), "200") << target;
+  }
+  EXPECT_EQ(Status({}, "/system"), "200");
+  EXPECT_EQ(Status({}, "/%00"), "400");
+}
+
+TEST_F(AGatewayProcess, AsksForNoDigestWhileTheCookieLives) {
+  const std::string jar = fixture_.gateway.Dir().File("jar");
+  std::vector<std::string> logon = As("view");
+  logon.insert(logon.end(), {"-c", jar});
+  EXPECT_EQ(Status(logon, "/jpeg/1"), "200");
+  EXPECT_EQ(Status({"-b", jar}, "/jpeg/2"), "200");
+  EXPECT_EQ(Status({"-b", jar}, "/inject.cgi"), "403");
+  EXPECT_EQ(Status({"-b", jar, "-c", jar}, "/logout"), "200");
+  EXPECT_EQ(fixture_.gateway.Dir().Read("jar").find("vigila_session\t"), std::string::npos);
+  EXPECT_EQ(Status({"-b", jar}, "/jpeg/2"), "401");
+}
+
+TEST_F(AGatewayProcess, EndsTheSessionEverywhereAtLogout) {
+  const Finished logon = Curl({"-i", "--digest", "-u", "view:view's secret"}, "/jpeg/1");
+  const size_t at = logon.out.find("vigila_session=");
+  ASSERT_NE(at, std::string::npos);
+  const std::string cookie = logon.out.substr(at, 23);
+  EXPECT_EQ(Status({"-b", cookie}, "/jpeg/3"), "200");
+  EXPECT_EQ(Status({"-b", cookie}, "/logout"), "200");
+  EXPECT_EQ(Status({"-b", cookie}, "/jpeg/4"), "401");
+}
+
+TEST_F(AGatewayProcess, IsUnavailableWithoutItsServiceAndComesBackWithIt) {
+  EXPECT_EQ(Status(As("view"), "/jpeg/1"), "200");
+  fixture_.device.Stop(SIGKILL);
+  for (const char* target : {"/system", "/jpeg/5", "/inject.cgi", "/healthz", "/"}) {
+    EXPECT_EQ(Status({}, target), "503") << target;
+    EXPECT_EQ(Status({"-b", "vigila_session=00000001"}, target), "503") << target;
+  }
+  ASSERT_EQ(fixture_.device.LaunchAndAwaitReady(), support::DaemonProcess::Start::kReady);
+  EXPECT_EQ(Status({}, "/healthz"), "200");
+  EXPECT_EQ(Status({}, "/jpeg/5"), "401");
+  EXPECT_EQ(Status(As("view"), "/jpeg/5"), "200");
+}
+
+TEST_F(AGatewayProcess, LetsAUserInWhileStrangersUseUpTheNonces) {
+  // Every stranger takes a nonce; more than the service remembers are out before the user answers.
+  const std::string list = fixture_.gateway.Url() + "/jpeg/[1-40]?[1-30]";
+  const Finished strangers =
+      RunProgram({kCurl, "-s", "-Z", "-o", "/dev/null", "-w", "%{http_code}\n", list});
+  EXPECT_EQ(strangers.out.find("200"), std::string::npos);
+  EXPECT_EQ(Status(As("view"), "/jpeg/1"), "200");
+}
+
+TEST_F(AGatewayProcess, AnswersPipelinedRequestsInTheirOrder) {
+  const std::string answer =
+      Raw("GET /system HTTP/1.1\r\nHost: x\r\n\r\nGET /jpeg/1 HTTP/1.1\r\nHost: x\r\n\r\n"
+          "GET /%zz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  const size_t first = answer.find("HTTP/1.1 200");
+  const size_t second = answer.find("HTTP/1.1 401");
+  const size_t third = answer.find("HTTP/1.1 400");
+  ASSERT_NE(third, std::string::npos) << answer;
+  EXPECT_LT(first, second);
+  EXPECT_LT(second, third);
+}
+
+TEST_F(AGatewayProcess, LivesOnAfterRequestsThatAreCutOffOrNonsense) {
+  for (const std::string& bytes :
+       {std::string("GET"), std::string("GET /jpeg/1 HTTP/1.1\r\nHost"),
+        std::string("POST /onvif/x HTTP/1.1\r\nHost: x\r\nContent-Type: text/xml\r\n"
+                    "Content-Length: 100\r\n\r\n<Envelope>"),
+        std::string("POST /onvif/x HTTP/1.1\r\nHost: x\r\nContent-Type: text/xml\r\n"
+                    "Transfer-Encoding: chunked\r\n\r\nzz\r\n"),
+        std::string("\0\xff\r\n\r\n", 6), std::string(100000, 'A'),
+        "GET / HTTP/1.1\r\nHost: x\r\nAuthorization: " + std::string(60000, 'a') + "\r\n\r\n"}) {
+    const std::string answer = Raw(bytes);
+    EXPECT_EQ(answer.find("HTTP/1.1 200"), std::string::npos) << bytes.substr(0, 40);
+  }
+  EXPECT_EQ(Status({}, "/system"), "200");
+}
+
+TEST_F(AGatewayProcess, ServesNothingForARawZeroByteInAPath) {
+  const std::string answer =
+      Raw(std::string("GET /inject.cgi\0/x HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n", 64));
+  EXPECT_EQ(answer.find("HTTP/1.1 200"), std::string::npos) << answer;
+}
+
+TEST_F(AGatewayProcess, CountsAtAnAddressOfItsOwn) {
+  EXPECT_EQ(Status({"--digest", "-u", "view:wrong"}, "/jpeg/1"), "401");
+  EXPECT_EQ(Status(As("view"), "/jpeg/1"), "200");
+  const Finished counters = RunProgram({kCurl, "-s", fixture_.gateway.MetricsUrl()});
+  for (const char* line : {"vigila_gateway_logons_total{scheme=\"digest\",result=\"refused\"} 1\n",
+                           "vigila_gateway_logons_total{scheme=\"digest\",result=\"success\"} 1\n",
+                           "vigila_gateway_requests_total{face=\"site\",status=\"200\"} 1\n"}) {
+    EXPECT_NE(counters.out.find(line), std::string::npos) << line << counters.out;
+  }
+  EXPECT_EQ(Status({}, "/metrics"), "404");
+}
+
+TEST_F(AGatewayProcess, LogsNoTokenAndNoCredentials) {
+  const Finished logon = Curl({"-i", "--digest", "-u", "view:view's secret"}, "/jpeg/1?secret=1");
+  const size_t at = logon.out.find("vigila_session=");
+  ASSERT_NE(at, std::string::npos);
+  const std::string token = logon.out.substr(at + 15, 8);
+  const std::string log = fixture_.gateway.Log();
+  EXPECT_NE(log.find("\"path\":\"/jpeg/1\",\"user\":\"view\",\"status\":200"), std::string::npos)
+      << log;
+  EXPECT_EQ(log.find(token), std::string::npos);
+  EXPECT_EQ(log.find("secret"), std::string::npos);
+}
+
+TEST_F(AGatewayProcess, AnswersAnAuthRequestWithTheUserAndItsGroups) {
+  std::vector<std::string> ask = {"-i", "-H", "X-Original-Method: GET", "-H",
+                                  "X-Original-URI: /jpeg/1?x=1"};
+  const Finished stranger = Curl(ask, "/auth");
+  EXPECT_EQ(stranger.out.rfind("HTTP/1.1 401 ", 0), 0u) << stranger.out;
+
+  const Finished logon = Curl({"-i", "--digest", "-u", "admin:admin's secret"}, "/jpeg/1");
+  const size_t at = logon.out.find("vigila_session=");
+  ASSERT_NE(at, std::string::npos);
+  ask.insert(ask.end(), {"-b", logon.out.substr(at, 23)});
+  const Finished admin = Curl(ask, "/auth");
+  EXPECT_EQ(admin.out.rfind("HTTP/1.1 200 ", 0), 0u) << admin.out;
+  EXPECT_NE(admin.out.find("X-Auth-User: admin\r\n"), std::string::npos);
+  EXPECT_NE(admin.out.find("X-Auth-Groups: admins,managers,operators,viewers\r\n"),
+            std::string::npos);
+}
+
+TEST_F(AGatewayProcess, StopsInOrder) {
+  const Finished end = fixture_.gateway.Stop();
+  EXPECT_EQ(end.exit_code, 0);
+}
+
+class ABasicGatewayProcess : public AGatewayProcess {
+ protected:
+  std::vector<std::string> Options() const override { return {"--basic", "--tls-in-front"}; }
+};
+
+TEST_F(ABasicGatewayProcess, TakesAPasswordAndSecuresTheCookie) {
+  EXPECT_EQ(Status(As("view", "--basic"), "/jpeg/1"), "200");
+  EXPECT_EQ(Status({"--basic", "-u", "view:wrong"}, "/jpeg/1"), "401");
+  std::vector<std::string> ask = As("view", "--basic");
+  ask.push_back("-i");
+  EXPECT_NE(Curl(ask, "/jpeg/1").out.find("SameSite=Strict; Secure\r\n"), std::string::npos);
+}
+
+TEST(AGatewayProcessOf, WrongUsageSaysSo) {
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--port", "70000"}).exit_code, 2);
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--nonsense"}).exit_code, 2);
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--listen", "nowhere"}).exit_code, 70);
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--help"}).exit_code, 0);
+}
+
+}  // namespace
