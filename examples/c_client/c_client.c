@@ -1,6 +1,9 @@
 /* Logs a user in and asks whether a path may be reached; asks again for every further line of
- * input, also while the service is stopped or started again. cc c_client.c $(pkg-config --cflags
- * --libs vigila) -o c_client echo PASSWORD | ./c_client USER PATH */
+ * input, also while the service is stopped or started again.
+ *
+ * cc c_client.c $(pkg-config --cflags --libs vigila) -o c_client
+ *
+ * echo PASSWORD | ./c_client USER PATH */
 #include <stdio.h>
 #include <string.h>
 #include <vigila/client/vigila.h>
