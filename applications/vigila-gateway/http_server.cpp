@@ -167,12 +167,12 @@ HttpServer::HttpServer(HttpApplication& application, const Options& options)
   daemon_ = MHD_start_daemon(
       DaemonFlags(address.ss_family), options.port, nullptr, nullptr,
       &HttpServerCallbacks::OnRequest, this, MHD_OPTION_SOCK_ADDR, &address,
-      MHD_OPTION_THREAD_POOL_SIZE, options.threads, MHD_OPTION_CONNECTION_LIMIT,
-      options.connections, MHD_OPTION_PER_IP_CONNECTION_LIMIT, options.connections_per_address,
-      MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.header_bytes, MHD_OPTION_CONNECTION_TIMEOUT,
-      static_cast<unsigned>(options.idle.count()), MHD_OPTION_STRICT_FOR_CLIENT, 1,
-      MHD_OPTION_URI_LOG_CALLBACK, &HttpServerCallbacks::OnTarget, nullptr,
-      MHD_OPTION_UNESCAPE_CALLBACK, &HttpServerCallbacks::LeaveEscapes, nullptr,
+      MHD_OPTION_THREAD_POOL_SIZE, options.threads > 1 ? options.threads : 0u,
+      MHD_OPTION_CONNECTION_LIMIT, options.connections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+      options.connections_per_address, MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.header_bytes,
+      MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(options.idle.count()),
+      MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_URI_LOG_CALLBACK, &HttpServerCallbacks::OnTarget,
+      nullptr, MHD_OPTION_UNESCAPE_CALLBACK, &HttpServerCallbacks::LeaveEscapes, nullptr,
       MHD_OPTION_NOTIFY_COMPLETED, &HttpServerCallbacks::OnCompleted, nullptr, MHD_OPTION_END);
   if (daemon_ == nullptr) {
     throw std::runtime_error("cannot serve " + options.address + " port " +
