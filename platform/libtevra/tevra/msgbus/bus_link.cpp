@@ -51,8 +51,7 @@ BusLink::BusLink(BusFd socket, Side side, size_t max_message_bytes)
     // A server reads the handshake as soon as it starts, so it starts when that has been judged.
     if (side_ == Side::kClient) Start();
   } catch (...) {
-    const int fd = fd_;
-    ForkRegistry::RemoveFd(fd, [this] { sd_bus_close_unref(bus_); });
+    Close();
     throw;
   }
 }
@@ -78,7 +77,14 @@ BusLink::BusLink(const std::string& address) : side_(Side::kClient), guarded_(fa
 
 void BusLink::Start() {
   Check(sd_bus_add_filter(bus_, nullptr, OnMessage, this));
-  Check(sd_bus_start(bus_));
+  int result = 0;
+  const auto start = [this, &result] { return (result = sd_bus_start(bus_)) >= 0; };
+  if (fd_ < 0) {
+    start();
+  } else if (!ForkRegistry::UseFd(fd_, start)) {
+    fd_ = -1;
+  }
+  Check(result);
   started_ = true;
 }
 
@@ -88,7 +94,15 @@ BusLink::~BusLink() {
     return;
   }
   incoming_.reset();
-  ForkRegistry::RemoveFd(fd_, [this] { sd_bus_close_unref(bus_); });
+  Close();
+}
+
+void BusLink::Close() {
+  if (IsClosed()) {
+    sd_bus_unref(bus_);
+  } else {
+    ForkRegistry::RemoveFd(fd_, [this] { sd_bus_close_unref(bus_); });
+  }
 }
 
 uint32_t BusLink::Events() const {

@@ -41,6 +41,8 @@ class BusLink final {
 
   sd_bus* bus() const { return bus_; }
   int fd() const { return fd_; }
+  // sd-bus closes the socket when a handshake fails; its number may be somebody else's by now.
+  bool IsClosed() const { return fd_ < 0; }
   bool IsReady() const { return sd_bus_is_ready(bus_) > 0; }
   // What to wait for, as poll flags; `edge` when only new bytes may wake the waiter, because those
   // already there are not enough.
@@ -69,6 +71,7 @@ class BusLink final {
   bool MayRead(bool* dead);
   Outcome Await(Deadline deadline);
   void Start();
+  void Close();
 
   sd_bus* bus_ = nullptr;
   int fd_ = -1;

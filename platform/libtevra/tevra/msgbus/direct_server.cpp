@@ -174,7 +174,11 @@ void DirectServer::Refresh(const ClientPtr& client) {
 
 void DirectServer::Drop(const ClientPtr& client) {
   if (std::exchange(client->dropped, true)) return;
-  dispatch_.Remove(client->watch);
+  if (client->link->IsClosed()) {
+    dispatch_.Forget(client->watch);
+  } else {
+    dispatch_.Remove(client->watch);
+  }
   if (client->handshake_timer != 0) dispatch_.Cancel(client->handshake_timer);
   const auto count = clients_of_.find(client->credentials.uid);
   if (--count->second == 0) clients_of_.erase(count);

@@ -118,6 +118,10 @@ void DispatchThread::Remove(Id watch) {
   watches_.erase(entry);
 }
 
+void DispatchThread::Forget(Id watch) {
+  watches_.erase(watch);
+}
+
 DispatchThread::Id DispatchThread::After(std::chrono::milliseconds delay, Task task) {
   const Id id = ++last_id_;
   timers_.emplace(Clock::now() + delay, Timer{id, std::move(task)});

@@ -42,6 +42,7 @@ class DispatchThread final {
   Id Watch(int fd, uint32_t events, Ready ready);
   void Modify(Id watch, uint32_t events);
   void Remove(Id watch);
+  void Forget(Id watch);  // removes a watch whose descriptor has been closed
   Id After(std::chrono::milliseconds delay, Task task);
   void Cancel(Id timer);
 

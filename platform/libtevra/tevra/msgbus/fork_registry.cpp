@@ -71,6 +71,14 @@ void ForkRegistry::RemoveFd(int fd, const std::function<void()>& close_it) {
   close_it();
 }
 
+bool ForkRegistry::UseFd(int fd, const std::function<bool()>& work) {
+  Registry& registry = Registry::Get();
+  const std::lock_guard<std::mutex> lock(registry.mutex);
+  const bool still_open = work();
+  if (!still_open) registry.fds.erase(fd);
+  return still_open;
+}
+
 ForkRegistry::HeldOverFork::HeldOverFork(std::mutex& mutex) : mutex_(mutex) {
   Registry& registry = Registry::Get();
   const std::lock_guard<std::mutex> lock(registry.mutex);

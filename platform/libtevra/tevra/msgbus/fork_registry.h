@@ -18,6 +18,8 @@ class ForkRegistry final {
   // Descriptors to close in a child. Remove runs `close_it` while no fork can come between.
   static void AddFd(int fd);
   static void RemoveFd(int fd, const std::function<void()>& close_it);
+  // Runs `work`, which may close the descriptor and then returns false, with no fork in between.
+  static bool UseFd(int fd, const std::function<bool()>& work);
 
   // Keeps `mutex` free of half-done work at the moment of a fork, for as long as this lives. The
   // mutex must be a leaf: nothing of this registry is called while it is held.
