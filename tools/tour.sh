@@ -15,6 +15,9 @@ marker=.vigila-device  # a directory without it is not ours to empty
 admin_password='tour-Admin-1'
 viewer_password='tour-Viewer-1'
 daemon=
+gateway=
+gateway_url=
+stop_gateway() { [ -z "$gateway" ] || kill -TERM "$gateway" 2>/dev/null || true; gateway=; }
 
 # --- the device's directory -----------------------------------------------------------------------
 
@@ -55,6 +58,7 @@ stop_daemon() {
 # shellcheck disable=SC2317  # called by the trap
 clean_up() {
   local status=$?
+  stop_gateway
   stop_daemon || true
   [ "$run_is_elsewhere" = 0 ] || rm -rf "$run"
   [ "$once" = 0 ] || rm -rf "$home"
@@ -208,6 +212,11 @@ if [ -x "$c_example" ]; then
   same 'the C program' 0 "$status"
 fi
 
+# The HTTP front takes its place here; it goes on while the daemon is killed.
+# shellcheck source=tools/tour_gateway.sh
+. "$root/tools/tour_gateway.sh"
+tour_gateway
+
 step 'The daemon is killed with SIGKILL and started again'
 {
   kill -KILL "$daemon"
@@ -216,7 +225,9 @@ step 'The daemon is killed with SIGKILL and started again'
 daemon=
 run status
 same 'a killed daemon' 3 "$status"
+gateway_answers 'without its service' 503 /
 start_daemon
+gateway_answers 'with its service back' 200 /
 run user list
 same 'every account is there' "$accounts" "$answer"
 run rule list
@@ -250,6 +261,7 @@ cat <<TALK
   vigilactl authorize /inject.cgi
   vigilactl --help
 
+$(gateway_talk)
   Accounts: admin ($admin_password), visitor ($viewer_password).
   Log: $home/vigilad.log
 TALK
