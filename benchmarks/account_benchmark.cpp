@@ -36,7 +36,7 @@ void FloorFdatasync(benchmark::State& state) {
 BENCHMARK(FloorFdatasync)->UseRealTime();
 
 void ChangeGroup(benchmark::State& state) {
-  bool viewer = true;
+  static bool viewer = true;  // from call to call: every change must be one
   const unsigned long before = krand_core_settings_write_count();
   for (auto _ : state) {
     viewer = !viewer;

@@ -70,13 +70,10 @@ void FloorRsaPrivateOperation(benchmark::State& state) {
 BENCHMARK(FloorRsaPrivateOperation);
 
 void PasswordLogon(benchmark::State& state) {
-  auto& provider = server->Provider();
   for (auto _ : state) {
     const std::string token = server->Logon("alice", "secret");
     if (token.size() != 8 || token == "NO_TOKEN") state.SkipWithError("refused");
-    state.PauseTiming();
-    provider.Logout(token);
-    state.ResumeTiming();
+    server->Provider().Logout(token);  // sessions must not pile up; a thousandth of the logon
   }
 }
 BENCHMARK(PasswordLogon);
@@ -166,25 +163,25 @@ void FloorSha1AndRsaPrivateOperation(benchmark::State& state) {
 }
 BENCHMARK(FloorSha1AndRsaPrivateOperation);
 
+// A fresh request of alice's.
+std::string SendUsernameToken() {
+  static uint64_t number = 0;
+  const std::string created = tevra::osa::DateTime(tevra::osa::TimeStruct(true)).ToString(0);
+  const std::string nonce = "nonce " + std::to_string(++number);
+  const std::string text = WsseText(nonce, created);
+  unsigned char sha[SHA_DIGEST_LENGTH];
+  SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), sha);
+  const std::string digest(reinterpret_cast<const char*>(sha), sizeof(sha));
+  return server->Provider().AuthenticateWsse(false, "alice", Base64::Encode(digest),
+                                             Base64::Encode(nonce), created);
+}
+
+// With the client's share of the work, a thousandth of the server's.
 void WsseLogon(benchmark::State& state) {
-  auto& provider = server->Provider();
-  uint64_t number = 0;
   for (auto _ : state) {
-    state.PauseTiming();
-    const std::string created = tevra::osa::DateTime(tevra::osa::TimeStruct(true)).ToString(0);
-    const std::string nonce = "nonce " + std::to_string(++number);
-    const std::string text = WsseText(nonce, created);
-    unsigned char sha[SHA_DIGEST_LENGTH];
-    SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), sha);
-    const std::string digest =
-        Base64::Encode(std::string(reinterpret_cast<const char*>(sha), sizeof(sha)));
-    const std::string nonce64 = Base64::Encode(nonce);
-    state.ResumeTiming();
-    const std::string token = provider.AuthenticateWsse(false, "alice", digest, nonce64, created);
-    state.PauseTiming();
+    const std::string token = SendUsernameToken();
     if (token.size() != 8 || token == "NO_TOKEN") state.SkipWithError("refused");
-    provider.Logout(token);
-    state.ResumeTiming();
+    server->Provider().Logout(token);
   }
 }
 BENCHMARK(WsseLogon);
