@@ -58,6 +58,7 @@ int UserMap::Impl::Merge(const Impl& change_set) {
   plan.now = now;
   for (auto& [name, user] : plan.users) user.dirty = false;
   for (const auto& [name, wanted] : change_set.users_) PlanEntry(plan, name, wanted);
+  // Deliberate: a store that never had an administrator may go on without one.
   if (plan.administrators == 0 && administrator_count_ != 0) return kLastAdministrator;
   if (!plan.changed) return kOk;
   WritePlan(plan);

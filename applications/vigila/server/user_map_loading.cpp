@@ -136,7 +136,8 @@ UserMap::Impl::Users UserMap::Impl::LoadUsers() const {
     if (!user.has_value()) continue;
     const std::string name = key.substr(UserSettings::kUserPrefix.size());
     if (name == User::kAnonymousUsername) {
-      // Whoever edits the store by hand must not make an administrator of everybody.
+      // Deliberate: only these two groups are taken away. Whoever edits the store by hand must not
+      // make an administrator of everybody, but may let everybody watch or operate.
       if (user->group == ISecurityProvider::kAdministrators ||
           user->group == ISecurityProvider::kManagers) {
         user->group = ISecurityProvider::kNobody;

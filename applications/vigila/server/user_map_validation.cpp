@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "tevra/osa/exception.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
@@ -6,6 +8,7 @@ namespace vigila::server {
 
 namespace {
 
+// Deliberate: two blanks between the sentences; log filters look for the line as it is.
 constexpr char kDisabledLine[] =
     "Authentication Failed: User account '%s' has been disabled.  Too many invalid passwords.";
 
@@ -72,7 +75,8 @@ bool UserMap::Impl::HandleWrongPassword(Users::value_type& entry) {
   const bool same_series =
       user.bad_password_time != 0 && Sum(user.bad_password_time, failure_period_) >= now;
   if (user.bad_password_time != 0 && !same_series) user.failed_attempts = 0;
-  if (user.failed_attempts < maximum_failed_attempts_) ++user.failed_attempts;
+  // Deliberate: beyond the limit too; the store tells how often a locked account was tried.
+  if (user.failed_attempts != std::numeric_limits<uint32_t>::max()) ++user.failed_attempts;
   if (!same_series) user.bad_password_time = now;
   const bool disabled = user.failed_attempts >= maximum_failed_attempts_;
   if (disabled) user.disabled_time = now;

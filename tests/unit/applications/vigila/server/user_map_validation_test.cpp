@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <time.h>
+
+#include <algorithm>
+#include <limits>
 
 #include "support/user_store_fixture.h"
 
@@ -24,6 +28,22 @@ class UserMapValidation : public support::UserStoreTest {
     now_ += 4;
     SetTime(now_);
     return code;
+  }
+
+  // Nanoseconds of this thread's own time, the least of several logons with a wrong password.
+  int64_t FastestLogon(const std::string& name) {
+    int64_t fastest = std::numeric_limits<int64_t>::max();
+    for (int i = 0; i < 9; ++i) {
+      const int64_t start = ThreadTime();
+      Logon(name, "wrong");
+      fastest = std::min(fastest, ThreadTime() - start);
+    }
+    return fastest;
+  }
+  static int64_t ThreadTime() {
+    timespec now = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
   }
 
   uint32_t now_ = kStart;
@@ -91,6 +111,15 @@ TEST_F(WithoutPolicy, MatchesNothingForAnAccountWithoutAUsablePassword) {
       EXPECT_EQ(18, Logon(name, password)) << name << " " << password;
     }
   }
+}
+
+TEST_F(WithoutPolicy, TakesAsLongOverAnUnknownUserAsOverAWrongPassword) {
+  settings_.PutJson("user.none", "{\"Groups\":8}");
+  Logon("alice", "wrong");
+  const int64_t wrong = FastestLogon("alice");
+  // A hundredth without the decryption that both owe.
+  EXPECT_LT(wrong / 2, FastestLogon("nosuch"));
+  EXPECT_LT(wrong / 2, FastestLogon("none"));
 }
 
 TEST_F(WithoutPolicy, CountsNoWrongPassword) {
@@ -254,6 +283,7 @@ TEST_F(WithPolicy, LocksAtOnceWhenTheStoreHoldsAHugeCount) {
   RestartWithPolicy();
   SetTime(kStart + 10);
   EXPECT_EQ(16, Logon("alice", "wrong"));
+  EXPECT_EQ(4294967295u, Stored("alice").failed_attempts);
 }
 
 TEST_F(WithPolicy, AnswersExpiredOnlyAfterTheCountersWereReset) {
@@ -374,6 +404,15 @@ TEST_F(WithPolicy, CountsAWrongPresentPasswordWhateverIsProposed) {
   EXPECT_EQ(18, Store().ValidatePassword("alice", "wrong", "x"));  // and no delay
   EXPECT_EQ(16, Store().ValidatePassword("alice", "wrong", "x"));
   EXPECT_EQ((Texts{kIncorrectAlice, kIncorrectAlice, kDisabledAlice}), Notices());
+}
+
+TEST_F(WithPolicy, CountsOnWhileTheAccountIsLocked) {
+  for (int i = 0; i < 3; ++i) FailAndWait("alice");
+  EXPECT_EQ(16, Logon("alice", "wrong"));  // not looked at, not counted
+  EXPECT_EQ(3u, Stored("alice").failed_attempts);
+  EXPECT_EQ(16, Store().ValidatePassword("alice", "wrong", "new password"));
+  EXPECT_EQ(4u, Stored("alice").failed_attempts);
+  EXPECT_EQ(now_, Stored("alice").disabled_time);
 }
 
 TEST_F(WithPolicy, ChecksTheBarePasswordOfTheLockedAndUnlocksThem) {
