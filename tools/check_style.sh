@@ -31,8 +31,8 @@ grep -rnE '#include "vigila/(server|client|check)/' applications/vigila/model | 
 grep -rnE '#include "vigila/(server|client|model)/' applications/vigila/check | grep -v 'model/export.h' | found 'check/ includes another layer'
 grep -rnE '#include "vigila/client/' applications/vigila/server | found 'the server half includes the client half'
 
-# Tests do not sleep.
-grep -rnE '\b(sleep|usleep|nanosleep|sleep_for|sleep_until)\(' --include='*.cpp' --include='*.h' tests applications platform | grep -v 'NOLINT(sleep)' | found 'sleeping (wait for the event instead)'
+# Nothing sleeps for a guessed time; below, the bus may pause for a peer in the middle of a header.
+grep -rnE '\b(sleep|usleep|nanosleep|sleep_for|sleep_until)\(' --include='*.cpp' --include='*.h' tests applications | found 'sleeping (wait for the event instead)'
 
 # Shell scripts.
 git ls-files -co --exclude-standard | while read -r f; do
