@@ -142,12 +142,14 @@ void DispatchThread::Loop() {
     const int count =
         epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), NextTimeoutMs());
     for (int i = 0; i < count; ++i) {
-      const epoll_event& event = events[static_cast<size_t>(i)];
-      if (event.data.u64 == kWakeId) continue;
-      const auto entry = watches_.find(event.data.u64);
+      // Copies, for the kernel packs its structure and leaves the members unaligned.
+      const Id id = events[static_cast<size_t>(i)].data.u64;
+      const uint32_t what = events[static_cast<size_t>(i)].events;
+      if (id == kWakeId) continue;
+      const auto entry = watches_.find(id);
       if (entry == watches_.end()) continue;
       const std::shared_ptr<WatchEntry> watch = entry->second;
-      Guarded([&watch, &event] { watch->ready(event.events); });
+      Guarded([&watch, what] { watch->ready(what); });
     }
     RunPosted();
     RunTimers();
