@@ -59,9 +59,10 @@ class DirectServer final {
   const BusConfig& config_;
   DispatchThread& dispatch_;
   RequestDispatcher& dispatcher_;
-  std::map<std::string, Listener> listeners_;
   std::map<DispatchThread::Id, ClientPtr> clients_;  // by their watch
   std::map<uid_t, size_t> clients_of_;
+  // Goes first at destruction: a client that lost its connection must not find the door still open.
+  std::map<std::string, Listener> listeners_;
 };
 
 }  // namespace tevra::msgbus

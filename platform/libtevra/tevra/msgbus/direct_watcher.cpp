@@ -48,7 +48,14 @@ void DirectWatcher::Try(Watched& watched) {
   BusFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (socket &&
       connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return Open(watched, std::move(socket));
+    try {
+      return Open(watched, std::move(socket));
+    } catch (const std::exception& failure) {
+      core::Logger::GetLogger("MsgBus")->Information("%s: %s", watched.name.c_str(),
+                                                     failure.what());
+      watched.link.reset();
+      return TryLater(watched, kLongPause);
+    }
   }
   // Without a server the directory tells when to try again.
   if (errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR) return;

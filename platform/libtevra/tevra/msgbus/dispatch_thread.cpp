@@ -145,7 +145,11 @@ void DispatchThread::Loop() {
       // Copies, for the kernel packs its structure and leaves the members unaligned.
       const Id id = events[static_cast<size_t>(i)].data.u64;
       const uint32_t what = events[static_cast<size_t>(i)].events;
-      if (id == kWakeId) continue;
+      if (id == kWakeId) {
+        uint64_t wakes = 0;
+        [[maybe_unused]] const ssize_t ignored = read(wake_.get(), &wakes, sizeof wakes);
+        continue;
+      }
       const auto entry = watches_.find(id);
       if (entry == watches_.end()) continue;
       const std::shared_ptr<WatchEntry> watch = entry->second;
@@ -161,8 +165,6 @@ void DispatchThread::RunPosted() {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (posted_.empty()) return;
-    uint64_t count = 0;
-    [[maybe_unused]] const ssize_t ignored = read(wake_.get(), &count, sizeof count);
     tasks.swap(posted_);
   }
   for (const Task& task : tasks) Guarded(task);

@@ -114,6 +114,22 @@ std::string Header(uint32_t body, uint32_t fields) {
   return header;
 }
 
+// A whole call without arguments, as it goes over the wire.
+std::string RawCall(const std::string& interface, const std::string& member) {
+  std::string fields;
+  const auto text = [&fields](char code, char type, const std::string& value) {
+    fields.resize((fields.size() + 7) / 8 * 8);
+    fields += {code, 1, type, 0, static_cast<char>(value.size()), 0, 0, 0};
+    fields += value + '\0';
+  };
+  text(1, 'o', "/p");
+  text(2, 's', interface);
+  text(3, 's', member);
+  std::string call = Header(0, static_cast<uint32_t>(fields.size())) + fields;
+  call.resize((call.size() + 7) / 8 * 8);
+  return call;
+}
+
 // A destination whose server does what the test says with each connection, on a thread of its own.
 class HostileServer {
  public:
@@ -680,18 +696,7 @@ TEST_F(HostileClientTest, IsDroppedForAHeaderThatLies) {
 
 TEST_F(HostileClientTest, MayWriteAByteAtATime) {
   RawSocket client = HandshakenClient();
-  // A call of org.freedesktop.DBus.Peer.Ping with path "/p": fields 1 (path), 2, 3.
-  std::string fields;
-  const auto text = [&fields](char code, char type, const std::string& value) {
-    fields.resize((fields.size() + 7) / 8 * 8);
-    fields += {code, 1, type, 0, static_cast<char>(value.size()), 0, 0, 0};
-    fields += value + '\0';
-  };
-  text(1, 'o', "/p");
-  text(2, 's', "org.freedesktop.DBus.Peer");
-  text(3, 's', "Ping");
-  std::string call = Header(0, static_cast<uint32_t>(fields.size())) + fields;
-  call.resize((call.size() + 7) / 8 * 8);
+  const std::string call = RawCall("org.freedesktop.DBus.Peer", "Ping");
   for (char byte : call) ASSERT_TRUE(client.Write(std::string(1, byte)));
   pollfd descriptor{client.fd(), POLLIN, 0};
   ASSERT_EQ(poll(&descriptor, 1, 10000), 1);
@@ -725,10 +730,11 @@ TEST_F(HostileClientTest, MayVanishBeforeItsReply) {
     bus.SendReply(MsgBusMsg::ReplyTo(message).Append(std::string(1 << 20, 'x')));
   });
   server_->RegisterMessageHandler("Slow", kInterface, &slow);
-  std::thread impatient(
-      [this] { EXPECT_NE(FailureOf(*NewBus(), Request("Slow"), 20), "no failure"); });
-  entered.get_future().wait();
-  impatient.join();
+  {
+    RawSocket impatient = HandshakenClient();
+    impatient.Write(RawCall(kInterface, "Slow"));
+    entered.get_future().wait();
+  }
   leave.set_value();
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "no failure");
   server_->UnregisterMessageHandler(&slow);
@@ -808,18 +814,7 @@ TEST_F(DirectTransportTest, DropsAReceiverThatDoesNotReadAndNobodyElse) {
   const auto server = EchoServer();
   // A subscriber that never reads again.
   RawSocket idle = HandshakenClient();
-  std::string fields;
-  const auto text = [&fields](char code, char type, const std::string& value) {
-    fields.resize((fields.size() + 7) / 8 * 8);
-    fields += {code, 1, type, 0, static_cast<char>(value.size()), 0, 0, 0};
-    fields += value + '\0';
-  };
-  text(1, 'o', "/p");
-  text(2, 's', "tevra.msgbus.Peer");
-  text(3, 's', "Subscribe");
-  std::string call = Header(0, static_cast<uint32_t>(fields.size())) + fields;
-  call.resize((call.size() + 7) / 8 * 8);
-  idle.Write(call);
+  idle.Write(RawCall("tevra.msgbus.Peer", "Subscribe"));
   pollfd answered{idle.fd(), POLLIN, 0};
   ASSERT_EQ(poll(&answered, 1, 10000), 1);
 
