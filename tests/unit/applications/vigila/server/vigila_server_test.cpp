@@ -135,6 +135,13 @@ TEST_F(MainLoop, StopsWhenTheSignalInterruptsTheWaitItself) {
 }
 
 TEST_F(MainLoop, StopsWhenAnotherThreadTakesTheSignal) {
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+  // The handler's write on the other thread and the close that it causes are ordered by the pipe
+  // and the default handling alone, which this sanitizer cannot see; it gives up on the descriptor.
+  GTEST_SKIP() << "not under the thread sanitizer";
+#endif
+#endif
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGTERM);
