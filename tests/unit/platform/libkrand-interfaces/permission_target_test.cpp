@@ -20,6 +20,7 @@
 #include "krand/interfaces/permission_initiator.h"
 #include "support/capturing_log.h"
 #include "support/platform_fixture.h"
+#include "support/virtual_slot.h"
 #include "tevra/interfaces/access_denied.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
@@ -257,6 +258,17 @@ TEST_F(PermissionTarget, LogsThroughItsContext) {
             (std::vector<support::LogLine>{{tevra::core::Logger::kWarning, "CONTEXT", "line 1"}}));
   EXPECT_EQ(krand_core_logging_deinit(context), KRAND_CORE_OK);
 }
+
+#if defined(SUPPORT_HAS_VIRTUAL_SLOTS)
+TEST(PermissionTargetContract, KeepsTheOrderOfItsOperations) {
+  using Base = KrandApiPermissionTargetImplBase;
+  const size_t slots[] = {
+      support::VirtualSlot(&Base::isRunnable), support::VirtualSlot(&Base::getAccessRule),
+      support::VirtualSlot(&Base::setAccessRule), support::VirtualSlot(&Base::log)};
+  size_t expected = 2;  // after the two of the destructor
+  for (const size_t slot : slots) EXPECT_EQ(slot, expected++);
+}
+#endif
 
 // What an ordinary user gets to hear.
 enum Answer { kGranted = 0, kDenied = 1, kFailed = 2 };
