@@ -18,6 +18,7 @@ function(vigila_platform_library name)
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
                                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+  set_property(GLOBAL APPEND PROPERTY VIGILA_LIBRARY_DIRS ${CMAKE_CURRENT_BINARY_DIR})
   install(TARGETS ${name} EXPORT vigila-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
                                          NAMELINK_COMPONENT development)
 endfunction()

@@ -1,0 +1,35 @@
+#!/bin/bash
+# Makes the Debian packages of the build and looks at them as dpkg would.
+#   debian.sh BUILD_DIR
+set -euo pipefail
+build_dir=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "package: $1" >&2; exit 1; }
+
+(cd "$build_dir" && cpack -G DEB -B "$work") >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; fail 'cpack'; }
+runtime=$(echo "$work"/vigila_*.deb) development=$(echo "$work"/libvigila-dev_*.deb)
+dpkg-deb --extract "$runtime" "$work/root"
+dpkg-deb --extract "$development" "$work/root-dev"
+dpkg-deb --control "$runtime" "$work/control"
+
+for file in usr/sbin/vigilad usr/bin/vigilactl usr/sbin/vigila-gateway etc/tevra/platform.ini \
+  usr/lib/sysusers.d/vigila.conf usr/share/dbus-1/system.d/tevra.SecurityProvider.conf \
+  usr/share/man/man8/vigilad.8 usr/share/bash-completion/completions/vigilactl; do
+  [ -f "$work/root/$file" ] || fail "$file is missing"
+done
+grep -qx 'ExecStart=/usr/sbin/vigilad' "$work/root/usr/lib/systemd/system/vigilad.service" || fail 'the unit starts another program'
+[ ! -e "$work/root/usr/etc" ] && [ ! -e "$work/root/usr/include" ] || fail 'files of another package or place'
+[ -f "$work/root-dev/usr/include/vigila/client/vigila.h" ] || fail 'the header is missing'
+grep -rlF "$build_dir" "$work/root" "$work/root-dev" && fail 'an installed file names the build'
+
+grep -qx /etc/tevra/platform.ini "$work/control/conffiles" || fail 'an upgrade would overwrite the configuration'
+grep -q '^Depends:.*libsystemd0' "$work/control/control" || fail 'no dependency on the libraries it is linked with'
+dpkg-deb --field "$development" Depends | grep -q '^vigila (= ' || fail 'headers may differ from the library'
+for script in postinst prerm postrm; do
+  sh -n "$work/control/$script" || fail "$script"
+done
+
+LD_LIBRARY_PATH=$(dirname "$(find "$work/root" -name 'libvigila.so.*' | head -n 1)")
+export LD_LIBRARY_PATH
+"$work/root/usr/sbin/vigilad" --version
