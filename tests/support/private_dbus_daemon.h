@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +15,7 @@
 
 namespace support {
 
-// A dbus-daemon of the test's own that lets everybody do everything. Killed at destruction.
+// A dbus-daemon of the test's own that lets every user do everything. Killed at destruction.
 class PrivateDbusDaemon {
  public:
   // Null when dbus-daemon cannot be run.
@@ -27,7 +28,11 @@ class PrivateDbusDaemon {
   PrivateDbusDaemon(const PrivateDbusDaemon&) = delete;
   PrivateDbusDaemon& operator=(const PrivateDbusDaemon&) = delete;
 
-  const std::string& address() const { return address_; }
+  // The same after a restart.
+  std::string address() const { return "unix:path=" + directory_.File("bus"); }
+  // It takes no notice of anybody until it is continued.
+  void Pause() { kill(pid_, SIGSTOP); }
+  void Continue() { kill(pid_, SIGCONT); }
   // The broker dies without a word to anybody.
   void Kill() {
     if (pid_ <= 0) return;
@@ -43,11 +48,12 @@ class PrivateDbusDaemon {
 
  private:
   PrivateDbusDaemon() {
+    chmod(directory_.Path().c_str(), 0755);
     std::ofstream(directory_.File("bus.conf"))
         << "<busconfig><type>session</type><listen>unix:path=" << directory_.Path()
         << "/bus</listen><auth>EXTERNAL</auth><policy context=\"default\">"
            "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-           "<allow own=\"*\"/></policy></busconfig>\n";
+           "<allow own=\"*\"/><allow user=\"*\"/></policy></busconfig>\n";
   }
 
   bool Launch() {
@@ -61,18 +67,15 @@ class PrivateDbusDaemon {
       _exit(127);
     }
     close(address_pipe[1]);
-    address_.clear();
     char byte = 0;
-    while (read(address_pipe[0], &byte, 1) == 1 && byte != '\n') address_ += byte;
+    const bool listens = read(address_pipe[0], &byte, 1) == 1;
     close(address_pipe[0]);
-    if (!address_.empty()) return true;
-    Kill();
-    return false;
+    if (!listens) Kill();
+    return listens;
   }
 
   TempDir directory_;
   pid_t pid_ = -1;
-  std::string address_;
 };
 
 }  // namespace support

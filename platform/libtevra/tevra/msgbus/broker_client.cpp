@@ -44,10 +44,7 @@ BrokerClient::BrokerClient(const BusConfig& config)
       }) {}
 
 std::unique_ptr<MsgBusMsg> BrokerClient::Call(const MsgBusMsg& message, Deadline deadline) {
-  if (MessageCodec::WireSize(message) > config_.max_message_bytes) {
-    throw osa::Exception("message bus: the message to %s is too long",
-                         message.GetDestination().c_str());
-  }
+  CheckLength(message);
   std::unique_ptr<MsgBusMsg> reply;
   WithConnection(deadline, [&](Lease& lease) {
     reply = Try(lease, message, deadline);
@@ -58,6 +55,7 @@ std::unique_ptr<MsgBusMsg> BrokerClient::Call(const MsgBusMsg& message, Deadline
 }
 
 void BrokerClient::Post(const MsgBusMsg& message, Deadline deadline) {
+  CheckLength(message);
   const std::string& name = message.GetDestination();
   WithConnection(deadline, [&](Lease& lease) {
     // Nobody would tell that a remembered owner has gone, so ask again.
@@ -65,6 +63,14 @@ void BrokerClient::Post(const MsgBusMsg& message, Deadline deadline) {
     const MessagePtr wire = MessageCodec::EncodeCall(lease.link().bus(), message, owner, false);
     CheckOutcome(lease.link().SendAndFlush(wire.get(), deadline), lease, name.c_str());
   });
+}
+
+bool BrokerClient::HasServer(const std::string& name, Deadline deadline) {
+  bool owned = false;
+  WithConnection(deadline, [&](Lease& lease) {
+    owned = AskBroker(lease, "GetNameOwner", name, deadline) != nullptr;
+  });
+  return owned;
 }
 
 void BrokerClient::WithConnection(Deadline deadline, const std::function<void(Lease&)>& use) {
@@ -76,6 +82,12 @@ void BrokerClient::WithConnection(Deadline deadline, const std::function<void(Le
       pool_.DiscardIdle();
     }
   }
+}
+
+void BrokerClient::CheckLength(const MsgBusMsg& message) const {
+  if (MessageCodec::WireSize(message) <= config_.max_message_bytes) return;
+  throw osa::Exception("message bus: the message to %s is too long",
+                       message.GetDestination().c_str());
 }
 
 std::unique_ptr<MsgBusMsg> BrokerClient::Try(Lease& lease, const MsgBusMsg& message,

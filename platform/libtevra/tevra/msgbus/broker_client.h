@@ -20,10 +20,12 @@ class BrokerClient final {
 
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline);
   void Post(const MsgBusMsg& message, Deadline deadline);
+  bool HasServer(const std::string& name, Deadline deadline);
 
  private:
   using Lease = ConnectionPool::Lease;
 
+  void CheckLength(const MsgBusMsg& message) const;
   // Runs `use` with a connection, again with a new one when the first turns out to be dead already.
   void WithConnection(Deadline deadline, const std::function<void(Lease&)>& use);
   // Null when the owner that was known has gone.

@@ -27,4 +27,8 @@ void BrokerTransport::Post(const MsgBusMsg& message, Deadline deadline) {
   client_.Post(message, deadline);
 }
 
+bool BrokerTransport::HasServer(const std::string& name, Deadline deadline) {
+  return client_.HasServer(name, deadline);
+}
+
 }  // namespace tevra::msgbus

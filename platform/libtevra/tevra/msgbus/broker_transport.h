@@ -19,6 +19,7 @@ class BrokerTransport final : public Transport {
   void CheckName(const std::string& name) const override;
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) override;
   void Post(const MsgBusMsg& message, Deadline deadline) override;
+  bool HasServer(const std::string& name, Deadline deadline) override;
 
   void Serve(const std::string& name) override { endpoint_.Serve(name); }
   void StopServing(const std::string& name) override { endpoint_.StopServing(name); }

@@ -39,6 +39,16 @@ void DirectClient::Post(const MsgBusMsg& message, Deadline deadline) {
   Send(message, deadline, false, nullptr);
 }
 
+bool DirectClient::HasServer(const std::string& name) const {
+  const sockaddr_un address =
+      DestinationSocket::AddressOf(DestinationSocket::PathOf(config_.runtime_dir, name));
+  const BusFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!socket) throw osa::Exception("message bus: no socket: %s", strerror(errno));
+  // A full backlog is a listener's too.
+  return connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+         errno == EAGAIN;
+}
+
 void DirectClient::Send(const MsgBusMsg& message, Deadline deadline, bool expects_reply,
                         std::unique_ptr<MsgBusMsg>* reply) {
   const std::string& name = message.GetDestination();

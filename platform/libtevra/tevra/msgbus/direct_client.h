@@ -21,6 +21,8 @@ class DirectClient final {
 
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline);
   void Post(const MsgBusMsg& message, Deadline deadline);
+  // Whether a live server listens, trustworthy or not.
+  bool HasServer(const std::string& name) const;
 
  private:
   void Send(const MsgBusMsg& message, Deadline deadline, bool expects_reply,

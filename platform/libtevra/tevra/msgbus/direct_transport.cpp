@@ -17,15 +17,24 @@ void DirectTransport::CheckName(const std::string& name) const {
 }
 
 std::unique_ptr<MsgBusMsg> DirectTransport::Call(const MsgBusMsg& message, Deadline deadline) {
-  // The one thread that could answer would wait for the answer.
-  if (dispatch_.IsCurrent() && server_.Serves(message.GetDestination())) {
-    throw osa::Exception("message bus: a handler cannot wait for its own bus");
-  }
+  CheckIsNotOwn(message);
   return client_.Call(message, deadline);
 }
 
 void DirectTransport::Post(const MsgBusMsg& message, Deadline deadline) {
+  CheckIsNotOwn(message);
   client_.Post(message, deadline);
+}
+
+// The one thread that could answer, or let the connection in, would wait for it.
+void DirectTransport::CheckIsNotOwn(const MsgBusMsg& message) const {
+  if (dispatch_.IsCurrent() && server_.Serves(message.GetDestination())) {
+    throw osa::Exception("message bus: a handler cannot wait for its own bus");
+  }
+}
+
+bool DirectTransport::HasServer(const std::string& name, Deadline) {
+  return client_.HasServer(name);
 }
 
 }  // namespace tevra::msgbus

@@ -20,6 +20,7 @@ class DirectTransport final : public Transport {
   void CheckName(const std::string& name) const override;
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) override;
   void Post(const MsgBusMsg& message, Deadline deadline) override;
+  bool HasServer(const std::string& name, Deadline deadline) override;
 
   void Serve(const std::string& name) override { server_.Serve(name); }
   void StopServing(const std::string& name) override { server_.StopServing(name); }
@@ -27,6 +28,8 @@ class DirectTransport final : public Transport {
   void Watch(const std::string& name) override { watcher_.Watch(name); }
 
  private:
+  void CheckIsNotOwn(const MsgBusMsg& message) const;
+
   DispatchThread& dispatch_;
   DirectServer server_;
   DirectWatcher watcher_;

@@ -245,4 +245,10 @@ void MsgBus::WatchDestination(const std::string& name) {
   engine.dispatch().Post([&transport, name] { transport.Watch(name); });
 }
 
+bool MsgBus::HasServer(const std::string& name) {
+  Transport& transport = impl_->engine().transport();
+  transport.CheckName(name);
+  return transport.HasServer(name, impl_->DeadlineAfter(-1));
+}
+
 }  // namespace tevra::msgbus

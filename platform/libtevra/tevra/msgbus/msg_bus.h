@@ -41,6 +41,10 @@ class MsgBus : public IMsgBus {
   void UnregisterMessageHandler(IMessageHandler* handler) override;
   void WatchDestination(const std::string& name) override;
 
+  // Whether anybody, of any user, serves the destination now. Throws tevra::osa::Exception when the
+  // broker cannot be asked.
+  bool HasServer(const std::string& name);
+
  private:
   class Impl;
   std::unique_ptr<Impl> impl_;

@@ -19,6 +19,7 @@ class Transport {
   virtual void CheckName(const std::string& name) const = 0;
   virtual std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) = 0;
   virtual void Post(const MsgBusMsg& message, Deadline deadline) = 0;  // wants no answer
+  virtual bool HasServer(const std::string& name, Deadline deadline) = 0;
 
   // On the dispatch thread.
   virtual void Serve(const std::string& name) = 0;

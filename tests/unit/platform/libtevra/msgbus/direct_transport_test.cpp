@@ -481,6 +481,43 @@ TEST_F(DirectTransportTest, DoesNotWaitForItselfInAHandler) {
   EXPECT_EQ(FailureOf(*server, Request("Echo")), "no failure");
 }
 
+TEST_F(DirectTransportTest, DoesNotConnectToItselfInAHandler) {
+  auto server = EchoServer();
+  std::string failure;
+  FunctionHandler telling([&failure](IMsgBus& bus, MsgBusMsg& message) {
+    MsgBusMsg one_way = Request("Echo");
+    try {
+      bus.SendMsg(one_way);
+    } catch (const Exception& refused) {
+      failure = refused.what();
+    }
+    bus.SendReply(MsgBusMsg::ReplyTo(message));
+  });
+  server->RegisterMessageHandler("Tell", kInterface, &telling);
+  const auto asked = Clock::now();
+  EXPECT_EQ(FailureOf(*NewBus(), Request("Tell")), "no failure");
+  EXPECT_LT(Clock::now() - asked, std::chrono::seconds(4));
+  EXPECT_EQ(failure, "message bus: a handler cannot wait for its own bus");
+  server.reset();
+}
+
+TEST_F(DirectTransportTest, TellsWhetherANameIsServedByAnybody) {
+  auto asking = NewBus();
+  EXPECT_FALSE(asking->HasServer(kDestination));
+  auto server = EchoServer();
+  EXPECT_TRUE(asking->HasServer(kDestination));
+  server->StopServer();
+  EXPECT_FALSE(asking->HasServer(kDestination));
+  server.reset();
+  {
+    const HostileServer foreign(SocketPath(), [](RawSocket&) {});
+    EXPECT_TRUE(asking->HasServer(kDestination));
+  }
+  EXPECT_TRUE(std::filesystem::exists(SocketPath()));
+  EXPECT_FALSE(asking->HasServer(kDestination)) << "what a dead server left is nobody";
+  EXPECT_THROW(asking->HasServer("../x"), Exception);
+}
+
 TEST_F(DirectTransportTest, LetsAHandlerStopTheServer) {
   const auto server = EchoServer();
   FunctionHandler stop([](IMsgBus& bus, MsgBusMsg&) { bus.StopServer(); });
@@ -793,6 +830,17 @@ TEST_F(DirectTransportTest, TakesNoMoreConnectionsThanItsBoundOfOneUser) {
   }
 }
 
+TEST_F(DirectTransportTest, TakesNoMoreConnectionsThanItsBoundOfAllUsers) {
+  platform_.Set("MsgBus", "max_connections", "2");
+  const auto server = EchoServer();
+  auto client = NewBus();
+  EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
+  RawSocket second = HandshakenClient();
+  RawSocket third = RawSocket::ConnectTo(SocketPath());
+  EXPECT_TRUE(third.PeerCloses());
+  EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
+}
+
 TEST_F(DirectTransportTest, ServesOthersWhileAThousandConnect) {
   const auto server = EchoServer();
   auto client = NewBus();
@@ -851,6 +899,29 @@ TEST_F(DirectTransportTest, NoticesAServerSoonWhereverTheDirectoryWas) {
     std::filesystem::remove_all(platform_.RuntimeDir() + "/not");
   }
   listener.reset();
+}
+
+// A server that would not have the listening connection says so again and again: what it changes
+// meanwhile is not heard of.
+TEST_F(DirectTransportTest, SaysVanishedOfAServerThatRefusesToBeListenedTo) {
+  platform_.Set("MsgBus", "max_connections_per_uid", "1");
+  const auto server = EchoServer();
+  auto listener = NewBus();
+  EXPECT_EQ(FailureOf(*listener, Request("Echo")), "no failure");
+  EventLog log;
+  FunctionHandler note([&log](IMsgBus&, MsgBusMsg& message) {
+    log.Add(message.GetName() + " " + std::get<std::string>(message.Body().at(0)));
+  });
+  for (const char* event : {IMsgBus::kDestinationAppeared, IMsgBus::kDestinationVanished}) {
+    listener->RegisterMessageHandler(event, IMsgBus::kLocalInterface, &note);
+  }
+  listener->WatchDestination(kDestination);
+  ASSERT_TRUE(log.WaitFor(2));
+  EXPECT_EQ(FailureOf(*listener, Request("Echo")), "no failure") << "calls get through";
+  listener.reset();
+  for (const std::string& event : log.Events()) {
+    EXPECT_EQ(event, std::string("DestinationVanished ") + kDestination);
+  }
 }
 
 TEST_F(DirectTransportTest, SendsBroadcastsBeforeTheReplyOfTheCallThatCausedThem) {
