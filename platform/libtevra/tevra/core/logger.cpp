@@ -1,5 +1,7 @@
 #include "tevra/core/logger.h"
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -35,8 +37,25 @@ struct Shared {
   DefaultSink default_sink;
 };
 
+Shared& TheShared();
+
+// A child of fork that inherited a mutex from a thread that was just logging could never log.
+void BeforeFork() {
+  TheShared().registry_mutex.lock();
+  TheShared().sink_mutex.lock();
+}
+
+void AfterFork() {
+  TheShared().sink_mutex.unlock();
+  TheShared().registry_mutex.unlock();
+}
+
 Shared& TheShared() {
-  static Shared* const shared = new Shared;
+  static Shared* const shared = [] {
+    auto* made = new Shared;
+    pthread_atfork(BeforeFork, AfterFork, AfterFork);
+    return made;
+  }();
   return *shared;
 }
 
@@ -119,6 +138,14 @@ Logger* Logger::GetLogger(const std::string& name) {
   std::unique_ptr<Logger>& logger = shared.loggers[name];
   if (!logger) logger.reset(new Logger(name));
   return logger.get();
+}
+
+std::vector<std::string> Logger::Names() {
+  Shared& shared = TheShared();
+  const std::lock_guard<std::mutex> lock(shared.registry_mutex);
+  std::vector<std::string> names;
+  for (const auto& [name, logger] : shared.loggers) names.push_back(name);
+  return names;
 }
 
 void Logger::SetLevel(Level level) {

@@ -2,6 +2,7 @@
 #define TEVRA_CORE_LOGGER_H_
 
 #include <string>
+#include <vector>
 
 namespace tevra::core {
 
@@ -28,6 +29,8 @@ class Logger {
   };
 
   static Logger* GetLogger(const std::string& name);
+  // Every name that somebody has asked for, in order.
+  static std::vector<std::string> Names();
 
   // Level in force for every logger. Until SetLevel it is TEVRA_LOG_LEVEL's, else [Logging]
   // level's, else Notice. Names (error, warning, notice, information, debug) and numbers 3 to 7 are

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "tevra/core/delegate.h"
-#include "tevra/osa/mutex.h"
 
 namespace tevra::msgbus {
 class IMsgBus;
@@ -19,7 +18,8 @@ namespace tevra::interfaces {
 // order of the virtual operations, destructor first, is the contract; so are the signatures.
 //
 // Listeners hear of changes that make earlier answers stale. The list and its mutex live here; a
-// listener runs with the mutex held and must not add or remove listeners.
+// listener runs with the mutex held and must not add or remove listeners. A child of fork has the
+// same listeners, and a mutex of its own.
 class ISecurityProvider {
  public:
   // One bit per group. A test for "at least group G" uses the mask of G and all stronger groups.
@@ -105,9 +105,8 @@ class ISecurityProvider {
   static IServer* CreateServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
 
  private:
-  osa::Mutex listener_mutex_;
-  std::vector<std::unique_ptr<core::IVoidDelegate1<bool>>> listeners_
-      TEVRA_GUARDED_BY(listener_mutex_);
+  class Listeners;
+  const std::unique_ptr<Listeners> listeners_;
 };
 
 }  // namespace tevra::interfaces

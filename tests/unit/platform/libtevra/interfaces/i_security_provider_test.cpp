@@ -1,8 +1,12 @@
 #include "tevra/interfaces/i_security_provider.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <functional>
+#include <future>
 #include <thread>
 
 #include "support/capturing_log.h"
@@ -129,6 +133,79 @@ TEST(ISecurityProvider, SurvivesFiringWhileListenersComeAndGo) {
 }
 
 #if defined(SUPPORT_HAS_VIRTUAL_SLOTS)
+// Runs `body` in a child, which has ten seconds for it, and gives its exit code.
+int InChild(const std::function<int()>& body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(10);
+    _exit(body());
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+// Holds up whoever tells it of a change, but not a child of fork.
+class BusyListener : public core::IVoidDelegate1<bool> {
+ public:
+  bool Matches(void* target) const override { return target == this; }
+  void Call(const bool&) override {
+    if (getpid() != process_) return;
+    entered.set_value();
+    released.get_future().wait();
+  }
+  std::promise<void> entered;
+  std::promise<void> released;
+
+ private:
+  const pid_t process_ = getpid();
+};
+
+TEST(ISecurityProvider, ForkedWhileAListenerRunsIsWholeInTheChild) {
+  RecordingProvider provider;
+  auto owned = std::make_unique<BusyListener>();
+  BusyListener& busy = *owned;
+  provider.AddChangeListener(std::move(owned));
+  std::thread firing([&] { provider.FireChangeListeners(true); });
+  busy.entered.get_future().wait();
+  EXPECT_EQ(InChild([&] {
+              ChangeRecorder recorder;
+              recorder.Attach(provider);
+              provider.FireChangeListeners(true);
+              provider.RemoveChangeListeners(&recorder);
+              provider.RemoveChangeListeners(&busy);
+              provider.FireChangeListeners(true);
+              return recorder.Values().size() == 1 ? 0 : 1;
+            }),
+            0);
+  busy.released.set_value();
+  firing.join();
+}
+
+TEST(ISecurityProvider, ForkedWhileListenersComeAndGoIsWholeInTheChild) {
+  RecordingProvider provider;
+  std::atomic<bool> stop = false;
+  std::thread changing([&] {
+    while (!stop) {
+      std::vector<ChangeRecorder> crowd(20);
+      for (ChangeRecorder& recorder : crowd) recorder.Attach(provider);
+      provider.FireChangeListeners(true);
+      for (ChangeRecorder& recorder : crowd) provider.RemoveChangeListeners(&recorder);
+    }
+  });
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(InChild([&] {
+                ChangeRecorder recorder;
+                recorder.Attach(provider);
+                provider.RemoveChangeListeners(&recorder);
+                return 0;
+              }),
+              0);
+  }
+  stop = true;
+  changing.join();
+}
+
 TEST(ISecurityProvider, KeepsTheOrderOfItsOperations) {
   using P = ISecurityProvider;
   const size_t slots[] = {
