@@ -98,11 +98,16 @@ class NewStore final {
   }
 
   // Takes the store's own name unless another process did so first; then that one's store stands.
+  // File systems that cannot promise that get a plain rename.
   void Publish() {
-    if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) != 0 &&
-        errno != EEXIST) {
-      Fail(path_, "cannot make a new settings store", errno);
+    int result = renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE);
+    const bool unsupported = result != 0 && (errno == EINVAL || errno == ENOSYS);
+    if (unsupported && access(path_.c_str(), F_OK) != 0) {
+      result = rename(name_.c_str(), path_.c_str());
+    } else if (unsupported) {
+      errno = EEXIST;
     }
+    if (result != 0 && errno != EEXIST) Fail(path_, "cannot make a new settings store", errno);
     Flush(DirectoryOf(path_));
   }
 

@@ -558,6 +558,33 @@ TEST(SettingsInit, RefusesAStoreThatMayOnlyBeRead) {
   EXPECT_EQ(code, KRAND_CORE_IO_ERROR);
 }
 
+TEST(SettingsInit, RefusesADirectoryThatMayNotBeWritten) {
+  SettingsFixture settings;
+  settings.PutString("a", "1");
+  settings.Close();
+  ASSERT_EQ(chmod(settings.Dir().Path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(settings.SettingsDir().c_str(), 0555), 0);
+  for (const bool there : {true, false}) {
+    if (!there) {
+      for (const char* part : {"", "-wal", "-shm"}) {
+        std::filesystem::remove(settings.File() + part);
+      }
+    }
+    const int code = InChild([&settings, there] {
+      CapturingLog log;
+      if (geteuid() == 0) {
+        if (there && chown(settings.File().c_str(), 65534, 65534) != 0) return 100;
+        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) return 101;
+      }
+      const krand_core_status status = krand_core_settings_init("vigila");
+      if (!log.Contains(settings.File() + ": ")) return 103;
+      return static_cast<int>(status);
+    });
+    EXPECT_EQ(code, KRAND_CORE_IO_ERROR) << there;
+  }
+  ASSERT_EQ(chmod(settings.SettingsDir().c_str(), 0755), 0);
+}
+
 TEST(SettingsFork, LeavesTheChildWithoutAStoreAndTheParentWithIts) {
   SettingsFixture settings;
   settings.PutString("a", "1");
