@@ -16,8 +16,7 @@ tools/install_packages.sh build
 
 mkdir -p build
 log=build/run.log
-targets=(vigilad vigilactl vigila-gateway)
-grep -q 'vigila_example_c_client' examples/CMakeLists.txt 2>/dev/null && targets+=(vigila_example_c_client)
+targets=(vigilad vigilactl vigila-gateway vigila_example_c_client)
 if [ ! -f build/run/build.ninja ]; then
   echo 'Building (the first time takes a few minutes) …'
   cmake --preset run >"$log" 2>&1 || { cat "$log"; exit 1; }
