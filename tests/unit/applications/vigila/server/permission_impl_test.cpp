@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,9 @@ struct PermissionImplPeer {
   }
   static std::string ReadRuleSetting(PermissionImpl& target, const std::string& path) {
     return target.ReadRuleSetting(path);
+  }
+  static std::map<std::string, std::string>& SettingNames() {
+    return PermissionImpl::kRuleSettingNames;
   }
 };
 
@@ -192,6 +196,16 @@ TEST_F(PermissionImplTest, RefusesAChangeablePathWithoutARule) {
   EXPECT_TRUE(IsOpen("/new"));
 }
 
+TEST_F(PermissionImplTest, NamesItsSettingsAnewAtEveryStart) {
+  PermissionImplPeer::SettingNames() = {{"/jpeg*", "elsewhere"}};
+  const auto target = NewTarget();
+  EXPECT_THAT(PermissionImplPeer::SettingNames(),
+              testing::ElementsAre(testing::Pair("/jpeg*", "rule.jpeg"),
+                                   testing::Pair("/rtsp/*", "rule.rtsp"),
+                                   testing::Pair("/ws/*", "rule.web_socket")));
+  EXPECT_FALSE(settings_.Exists("elsewhere"));
+}
+
 TEST_F(PermissionImplTest, HasNoSettingForOtherPaths) {
   const auto target = NewTarget();
   EXPECT_EQ(PermissionImplPeer::ReadRuleSetting(*target, "/system"), "{null}");
@@ -202,7 +216,8 @@ TEST_F(PermissionImplTest, PutsARuleInForceThatCannotBeKept) {
   krand_core_settings_fail_after(1);
   EXPECT_EQ(target->setAccessRule("/jpeg*", "true"), 0);
   EXPECT_TRUE(IsOpen("/jpeg"));
-  EXPECT_TRUE(log_.Contains("could not write setting rule.jpeg ("));
+  EXPECT_THAT(log_.TextsOf("VIGILA_KRAND", support::CapturingLog::Level::kError),
+              testing::ElementsAre("could not write setting rule.jpeg (KRAND_CORE_IO_ERROR)"));
   krand_core_settings_fail_after(-1);
   EXPECT_EQ(settings_.GetString("rule.jpeg"), PermissionImpl::kReadMediaAccess);
 }

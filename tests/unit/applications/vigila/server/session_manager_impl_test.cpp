@@ -14,16 +14,25 @@
 #include <vector>
 
 #include "support/capturing_log.h"
+#include "tevra/osa/exception.h"
 #include "vigila/check/explicit_time_source.h"
 
 namespace vigila::server {
 
-// Puts a session under a token that no draw can give.
 struct SessionManagerPeer {
+  // Puts a session under a token that no draw can give.
   static void Add(SessionManager::SessionManagerImpl& manager, const std::string& token,
                   model::User* user) {
     tevra::osa::MutexAutoLock lock(manager.mutex_);
     manager.AddSession(token, user);
+  }
+  static bool IsLocked(SessionManager::SessionManagerImpl& manager) {
+    try {
+      tevra::osa::MutexAutoLock lock(manager.mutex_, 0);
+      return false;
+    } catch (const tevra::osa::Exception&) {
+      return true;
+    }
   }
 };
 
@@ -87,6 +96,18 @@ class ScriptedDevice final : public RandomDevice {
   std::deque<Step> steps;
 };
 
+// Shows one time and notes, at every reading, whether the manager was locked.
+class WatchingClock final : public tevra::osa::ITimeSource {
+ public:
+  void GetTime(TimeStruct& now) const override {
+    now = TimeStruct(1000, 0);
+    if (manager != nullptr) was_locked.push_back(SessionManagerPeer::IsLocked(*manager));
+  }
+
+  SessionManager::SessionManagerImpl* manager = nullptr;
+  mutable std::vector<bool> was_locked;
+};
+
 class CountedUser final : public User {
  public:
   CountedUser(const std::string& name, const std::string& digest, int* alive)
@@ -122,7 +143,12 @@ class SessionManagerImplTest : public testing::Test {
     return manager_.Enroll(NewUser(name, reusable, digest));
   }
 
-  std::vector<std::string> Log() const { return log_.TextsOf(kManagerLog); }
+  // Every line of the manager; each is Information.
+  std::vector<std::string> Log() const {
+    EXPECT_EQ(log_.TextsOf(kManagerLog),
+              log_.TextsOf(kManagerLog, support::CapturingLog::Level::kInformation));
+    return log_.TextsOf(kManagerLog);
+  }
 
   support::CapturingLog log_;
   int alive_ = 0;
@@ -168,7 +194,7 @@ TEST_F(SessionManagerImplTest, AsksForTheMissingBytesAfterAShortRead) {
 
   EXPECT_EQ(manager_.Enroll(NewUser("alice")), "1C3F6285");
   EXPECT_THAT(device_.asked, ElementsAre(4u, 3u, 1u));
-  EXPECT_THAT(log_.TextsOf(kRandomLog),
+  EXPECT_THAT(log_.TextsOf(kRandomLog, support::CapturingLog::Level::kDebug),
               ElementsAre("read 1 bytes (total 1) from /dev/urandom, want 3 more",
                           "read 2 bytes (total 3) from /dev/urandom, want 1 more"));
   EXPECT_EQ(device_.closed, 1);
@@ -186,7 +212,8 @@ TEST_F(SessionManagerImplTest, TakesTheOtherSourceWhenTheDeviceDoesNotOpen) {
   const std::string first = manager_.Enroll(NewUser("alice"));
   const std::string second = manager_.Enroll(NewUser("alice"));
 
-  EXPECT_THAT(log_.TextsOf(kRandomLog), ElementsAre(kWarning, kWarning));
+  EXPECT_THAT(log_.TextsOf(kRandomLog, support::CapturingLog::Level::kWarning),
+              ElementsAre(kWarning, kWarning));
   EXPECT_THAT(first, testing::MatchesRegex("[012][0-9A-F]{7}"));
   EXPECT_NE(first, second);
   EXPECT_THAT(device_.asked, IsEmpty());
@@ -213,6 +240,21 @@ TEST_F(SessionManagerImplTest, EnrollsWithAStampAndALine) {
   const std::string token = Enroll(0, "alice");
   EXPECT_EQ(manager_.GetUser(token)->LastAccess(), TimeStruct(kStart + 5, 250));
   EXPECT_THAT(Log(), ElementsAre("enrolling session (token = 12345678) for user alice"));
+}
+
+TEST(SessionManagerStamp, IsTakenBeforeTheLockWhenEnrollingAndUnderItWhenRefreshing) {
+  WatchingClock clock;
+  ScriptedDevice device;
+  SessionManager::SessionManagerImpl manager(&clock, 10, device);
+  clock.manager = &manager;
+  device.Deliver(0);
+  const std::string token =
+      manager.Enroll(new User("alice", "", tevra::interfaces::ISecurityProvider::kViewers, {}));
+  ASSERT_FALSE(clock.was_locked.empty());
+  EXPECT_FALSE(clock.was_locked.back());
+  EXPECT_TRUE(manager.Refresh(token));
+  EXPECT_TRUE(clock.was_locked.back());
+  clock.manager = nullptr;
 }
 
 TEST_F(SessionManagerImplTest, DoesNotTakeTheAnonymousAccount) {
@@ -293,6 +335,24 @@ TEST_F(SessionManagerImplTest, KeepsSessionsOfTheFutureWhenTheClockStepsBack) {
   At(kStart - 100'000 + 1801);
   EXPECT_NE(manager_.GetUser(late), nullptr);
   EXPECT_EQ(manager_.GetUser(early), nullptr);
+}
+
+TEST_F(SessionManagerImplTest, CountsTheIdleTimeFromARefreshByAClockThatSteppedBack) {
+  const std::string refreshed = Enroll(3, "alice");
+  const std::string idle = Enroll(1, "bob");
+  const std::string last = Enroll(2, "carol");
+  At(kStart - 1000);
+  EXPECT_TRUE(manager_.Refresh(last));
+  EXPECT_TRUE(manager_.Refresh(refreshed));
+
+  At(kStart + 800);
+  EXPECT_NE(manager_.GetUser(refreshed), nullptr);
+  At(kStart + 800, 1);
+  EXPECT_NE(manager_.GetUser(idle), nullptr);
+  const std::vector<std::string> lines = Log();
+  EXPECT_THAT(std::vector<std::string>(lines.begin() + 3, lines.end()),
+              ElementsAre("expiring session (token = 1234567A) for user carol",
+                          "expiring session (token = 1234567B) for user alice"));
 }
 
 TEST_F(SessionManagerImplTest, AppliesANewTimeoutToLivingSessions) {

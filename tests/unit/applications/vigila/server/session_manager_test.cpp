@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <set>
 #include <string>
@@ -19,6 +20,26 @@ namespace {
 using model::User;
 using tevra::check::ExplicitTimeSource;
 using tevra::osa::TimeStruct;
+
+// A clock that may be set while others read it.
+class SharedClock final : public tevra::osa::ITimeSource {
+ public:
+  void GetTime(TimeStruct& now) const override { now = TimeStruct(seconds, 0); }
+
+  std::atomic<int64_t> seconds{1000};
+};
+
+class CountedUser final : public User {
+ public:
+  CountedUser(const std::string& name, std::atomic<int>* alive)
+      : User(name, "digest", tevra::interfaces::ISecurityProvider::kViewers, {}), alive_(*alive) {
+    ++alive_;
+  }
+  ~CountedUser() override { --alive_; }
+
+ private:
+  std::atomic<int>& alive_;
+};
 
 User* NewUser(const std::string& name) {
   return new User(name, "digest", tevra::interfaces::ISecurityProvider::kViewers, {});
@@ -89,6 +110,35 @@ TEST(SessionManager, TakesCallsFromSeveralThreads) {
   for (int id = 0; id < 4; ++id) threads.emplace_back(work, id);
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(refreshed, 1200);
+}
+
+TEST(SessionManager, EndsEverySessionOnceWhileThreadsCallAndTheClockJumps) {
+  SharedClock clock;
+  std::atomic<int> alive{0};
+  SessionManager manager(&clock, 2);
+  const auto work = [&](int id) {
+    const std::string name = "user" + std::to_string(id % 2);
+    std::string reused;
+    for (int i = 0; i < 300; ++i) {
+      auto* const record = new CountedUser(name, &alive);
+      record->SetReusable(true);
+      const std::string token = manager.Enroll(record);
+      clock.seconds += i % 31 == 0 ? -1 : i % 3 == 0;
+      manager.Refresh(token);
+      manager.FindReusable(name, "digest", reused);
+      manager.GetUser(reused);
+      if (i % 5 == 0) manager.Cancel(reused);
+      if (i % 40 == 0) manager.Invalidate(id == 0 ? "*" : name);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int id = 0; id < 4; ++id) threads.emplace_back(work, id);
+  for (std::thread& thread : threads) thread.join();
+
+  EXPECT_GE(alive, 0);
+  clock.seconds += 1000;
+  EXPECT_FALSE(manager.Refresh(""));
+  EXPECT_EQ(alive, 0);
 }
 
 }  // namespace
