@@ -63,8 +63,6 @@ class Authenticator final {
   // Ends the session of the request's cookie. Granted when none is left.
   Verdict LogOut(const AccessQuestion& question);
 
-  bool OffersBasic() const { return options_.basic; }
-
  private:
   Verdict DecideByCookie(const AccessQuestion& question, const SessionCookie& cookie);
   Verdict DecideByHeader(const AccessQuestion& question);
