@@ -1,6 +1,7 @@
 #ifndef VIGILA_CLIENT_CACHE_H_
 #define VIGILA_CLIENT_CACHE_H_
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -37,14 +38,18 @@ class Cache {
       TEVRA_EXCLUDES(mutex_) {
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
     const auto found = entries_.find(question);
-    if (found == entries_.end()) return false;
+    if (found == entries_.end()) return Counted(misses_, false);
     const tevra::osa::TimeStruct now = Now();
     // Deliberate: an expired entry is a miss here and stays for the pruning that follows a miss.
-    if (IsExpired(found->second, now)) return false;
+    if (IsExpired(found->second, now)) return Counted(misses_, false);
     found->second.stamp = now;
     answer = found->second.command->GetAnswer();
-    return true;
+    return Counted(hits_, true);
   }
+
+  // How often FindLive found an answer, and how often it did not.
+  uint64_t Hits() const { return hits_.load(std::memory_order_relaxed); }
+  uint64_t Misses() const { return misses_.load(std::memory_order_relaxed); }
 
   // Erases every expired entry.
   void Prune() TEVRA_EXCLUDES(mutex_) {
@@ -88,6 +93,13 @@ class Cache {
     tevra::osa::TimeStruct stamp;
   };
 
+  // Written under the lock, read without.
+  using Counter = std::atomic<uint64_t>;
+
+  bool Counted(Counter& counter, bool found) TEVRA_REQUIRES(mutex_) {
+    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    return found;
+  }
   tevra::osa::TimeStruct Now() const {
     tevra::osa::TimeStruct now;
     clock_.GetTime(now);
@@ -107,6 +119,8 @@ class Cache {
   std::map<KeyPtrWrapper<T>, Entry, std::less<>> entries_ TEVRA_GUARDED_BY(mutex_);
   // Counts the clears.
   uint64_t generation_ TEVRA_GUARDED_BY(mutex_) = 0;
+  Counter hits_{0};
+  Counter misses_{0};
   const ForkGuard guard_{mutex_};
 };
 

@@ -64,4 +64,8 @@ std::vector<std::string> VigilaClient::GetAllowedPermissions(const std::string& 
   return impl_->GetAllowedPermissions(token);
 }
 
+VigilaClient::Counts VigilaClient::GetCounts() const {
+  return impl_->GetCounts();
+}
+
 }  // namespace vigila::client

@@ -1,6 +1,7 @@
 #ifndef VIGILA_CLIENT_VIGILA_CLIENT_H_
 #define VIGILA_CLIENT_VIGILA_CLIENT_H_
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -66,6 +67,14 @@ class __attribute__((visibility("default"))) VigilaClient {
   std::string GetNonce() const;
   std::vector<std::string> GetAllowedPaths(const std::string& token) const;
   std::vector<std::string> GetAllowedPermissions(const std::string& token) const;
+
+  // What became of the questions so far. Reading it costs a few loads.
+  struct Counts {
+    uint64_t cache_hits = 0;    // answered from memory
+    uint64_t cache_misses = 0;  // could have been, but had to be asked
+    uint64_t failures = 0;      // of all kinds, that got no answer from the server
+  };
+  Counts GetCounts() const;
 
  private:
   const std::unique_ptr<Impl> impl_;

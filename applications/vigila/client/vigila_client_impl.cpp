@@ -203,6 +203,20 @@ std::vector<std::string> VigilaClient::Impl::GetAllowedPermissions(const std::st
   return command.GetAnswer();
 }
 
+VigilaClient::Counts VigilaClient::Impl::GetCounts() const {
+  Counts counts;
+  const auto add = [&counts](const auto& cache) {
+    counts.cache_hits += cache.Hits();
+    counts.cache_misses += cache.Misses();
+  };
+  add(authenticate_cache_);
+  add(authorize_cache_);
+  add(is_authenticated_cache_);
+  add(is_protected_cache_);
+  counts.failures = failures_.load(std::memory_order_relaxed);
+  return counts;
+}
+
 void VigilaClient::Impl::FlushCaches(bool) {
   authenticate_cache_.Clear();
   authorize_cache_.Clear();
@@ -232,6 +246,7 @@ void VigilaClient::Impl::RunCommand(Command& command) {
   try {
     command.Execute(provider_.get());
   } catch (...) {
+    failures_.fetch_add(1, std::memory_order_relaxed);
     logger_->Error("could not connect to vigila");
   }
 }

@@ -58,6 +58,7 @@ class VigilaClient::Impl final {
   std::string GetNonce();
   std::vector<std::string> GetAllowedPaths(const std::string& token);
   std::vector<std::string> GetAllowedPermissions(const std::string& token);
+  Counts GetCounts() const;
 
   // Empties the four caches, one after the other; the argument plays no part.
   void FlushCaches(bool);
@@ -87,6 +88,7 @@ class VigilaClient::Impl final {
   std::optional<tevra::msgbus::MsgBus> bus_;
   std::unique_ptr<Provider> provider_;
   tevra::core::Logger* const logger_;
+  std::atomic<uint64_t> failures_{0};
   // The process, counted in forks, that the caches were filled in.
   std::atomic<uint64_t> fork_generation_{ForkGuard::Generation()};
 };

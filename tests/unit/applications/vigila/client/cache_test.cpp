@@ -68,6 +68,17 @@ class CacheTest : public testing::Test {
       std::make_unique<Cache<Question>>(TimeSpan::FromSeconds(1.5), clock_);
 };
 
+TEST_F(CacheTest, CountsHitsAndMisses) {
+  Find(1);
+  Store(1, "one");
+  Find(1);
+  Find(1);
+  At(101, 500000);
+  Find(1);
+  EXPECT_EQ(cache_->Hits(), 2u);
+  EXPECT_EQ(cache_->Misses(), 2u);
+}
+
 TEST_F(CacheTest, AnswersAQuestionThatWasStored) {
   EXPECT_EQ(Find(1), "miss");
   Store(1, "one");

@@ -426,6 +426,30 @@ TEST_F(VigilaClientImplTest, AsksAnewInAChildOfFork) {
   EXPECT_THAT(proxy_->Calls(), IsEmpty()) << "the parent keeps its answers";
 }
 
+TEST_F(VigilaClientImplTest, CountsWhatBecameOfTheQuestions) {
+  Authenticate("alice", "secret");
+  Authenticate("alice", "secret");
+  impl_->Authorize("t", "/p");
+  impl_->IsProtected("/p");
+  impl_->IsProtected("/p");
+  impl_->IsAuthenticated("t");
+  impl_->IsAuthenticated("NO_TOKEN");
+  impl_->GetNonce();
+  const VigilaClient::Counts before = impl_->GetCounts();
+  EXPECT_EQ(before.cache_hits, 2u);
+  EXPECT_EQ(before.cache_misses, 4u);
+  EXPECT_EQ(before.failures, 0u);
+  proxy_->Fail();
+  impl_->GetNonce();
+  AuthenticateHttp();
+  impl_->Authorize("t", "/other");
+  impl_->IsProtected("/p");
+  const VigilaClient::Counts after = impl_->GetCounts();
+  EXPECT_EQ(after.cache_hits, 3u);
+  EXPECT_EQ(after.cache_misses, 5u);
+  EXPECT_EQ(after.failures, 3u);
+}
+
 TEST_F(VigilaClientImplTest, ServesManyThreadsWhileChangesAreAnnounced) {
   log_.Clear();
   tevra::core::Logger::SetLevel(tevra::core::Logger::kNotice);
