@@ -24,6 +24,18 @@ std::optional<std::chrono::seconds> Throttle::MustWait(std::string_view address)
 void Throttle::Failed(std::string_view address) {
   const std::string source = ThrottleSource(address);
   const std::lock_guard lock(mutex_);
+  Count(source);
+}
+
+void Throttle::FailedWithToken(std::string_view address, std::string_view token) {
+  const std::string source = ThrottleSource(address);
+  const std::lock_guard lock(mutex_);
+  const auto found = index_.find(source);
+  if (found != index_.end() && found->second->token == token) return;
+  Count(source).token = token;
+}
+
+Throttle::Source& Throttle::Count(const std::string& source) {
   const Clock::time_point now = now_();
   auto found = index_.find(source);
   if (found == index_.end()) {
@@ -31,7 +43,7 @@ void Throttle::Failed(std::string_view address) {
       index_.erase(sources_.back().name);
       sources_.pop_back();
     }
-    sources_.push_front({source, now});
+    sources_.push_front({source, now, ""});
     found = index_.emplace(source, sources_.begin()).first;
   } else {
     sources_.splice(sources_.begin(), sources_, found->second);
@@ -40,6 +52,7 @@ void Throttle::Failed(std::string_view address) {
   const auto full = limits_.recovery * static_cast<long>(limits_.burst);
   Source& entry = *found->second;
   entry.forgiven = std::min(std::max(entry.forgiven, now) + limits_.recovery, now + full);
+  return entry;
 }
 
 size_t Throttle::Sources() const {

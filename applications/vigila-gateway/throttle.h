@@ -34,6 +34,9 @@ class Throttle final {
   // How long the source must wait before its credentials are looked at; nothing when not at all.
   std::optional<std::chrono::seconds> MustWait(std::string_view address);
   void Failed(std::string_view address);
+  // By a token that stands for no session. The same one again is no guess but a page whose session
+  // has ended, and counts no more than once in a row.
+  void FailedWithToken(std::string_view address, std::string_view token);
 
   size_t Sources() const;
 
@@ -42,8 +45,12 @@ class Throttle final {
     std::string name;
     // When everything counted so far is forgiven.
     Clock::time_point forgiven;
+    std::string token;  // that it failed with last
   };
   using Sources_ = std::list<Source>;  // that failed last comes first
+
+  // Under mutex_.
+  Source& Count(const std::string& source);
 
   const Limits limits_;
   const Now now_;

@@ -33,6 +33,24 @@ TEST_F(AThrottle, HoldsBackWithTheLastOfTheBurstAndNotBefore) {
   EXPECT_EQ(throttle_.MustWait("10.0.0.1"), seconds(10));
 }
 
+TEST_F(AThrottle, CountsTheSameTokenOnceInARow) {
+  for (int i = 0; i < 10; ++i) throttle_.FailedWithToken("10.0.0.1", "00000001");
+  EXPECT_EQ(throttle_.MustWait("10.0.0.1"), std::nullopt);
+  throttle_.FailedWithToken("10.0.0.1", "00000002");
+  EXPECT_EQ(throttle_.MustWait("10.0.0.1"), std::nullopt);
+  throttle_.FailedWithToken("10.0.0.1", "00000001");
+  EXPECT_EQ(throttle_.MustWait("10.0.0.1"), seconds(10));
+  throttle_.FailedWithToken("10.0.0.2", "00000001");
+  EXPECT_EQ(throttle_.Sources(), 2u);
+}
+
+TEST_F(AThrottle, CountsTokensAndLogonsTogether) {
+  Fail("10.0.0.1", 1);
+  throttle_.FailedWithToken("10.0.0.1", "00000001");
+  Fail("10.0.0.1", 1);
+  EXPECT_EQ(throttle_.MustWait("10.0.0.1"), seconds(10));
+}
+
 TEST_F(AThrottle, LetsInAgainAfterExactlyTheRecoveryTime) {
   Fail("10.0.0.1", 3);
   now_ += seconds(10) - milliseconds(1);
