@@ -3,8 +3,11 @@
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
+#include <openssl/crypto.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -47,10 +50,29 @@ std::string PeerAddress(MHD_Connection* connection) {
 
 MHD_Result CollectHeader(void* headers, MHD_ValueKind, const char* key, size_t key_size,
                          const char* value, size_t value_size) {
+  const std::string name(key, key_size);
   static_cast<HttpHeaders*>(headers)->emplace_back(
-      std::string(key, key_size),
-      value == nullptr ? std::string() : std::string(value, value_size));
+      name, value == nullptr ? std::string() : std::string(value, value_size));
+  // May hold a password; the library does not wipe its memory when it gives it back.
+  if (value != nullptr && EqualIgnoringCase(name, "Authorization")) {
+    OPENSSL_cleanse(const_cast<char*>(value), value_size);
+  }
   return MHD_YES;
+}
+
+HttpHeaders CollectHeaders(MHD_Connection* connection) {
+  HttpHeaders headers;
+  const int count = MHD_get_connection_values_n(connection, MHD_HEADER_KIND, nullptr, nullptr);
+  // Growing would leave copies of short values behind.
+  headers.reserve(static_cast<size_t>(std::max(count, 0)));
+  MHD_get_connection_values_n(connection, MHD_HEADER_KIND, &CollectHeader, &headers);
+  return headers;
+}
+
+int SocketOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  return info == nullptr ? -1 : info->connect_fd;
 }
 
 // The declared length; a header that is no number is for the library to refuse.
@@ -94,9 +116,25 @@ class HttpServerCallbacks final {
   // The path is decoded once, by request_path: not here as well.
   static size_t LeaveEscapes(void*, MHD_Connection*, char* text) { return std::strlen(text); }
 
-  static void OnCompleted(void*, MHD_Connection*, void** state, MHD_RequestTerminationCode) {
+  static void OnConnection(void* self, MHD_Connection* connection, void**,
+                           MHD_ConnectionNotificationCode code) {
+    auto* server = static_cast<HttpServer*>(self);
+    const int socket = SocketOf(connection);
+    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+      server->deadlines_.Await(socket, server->options_.arrival);
+    } else {
+      server->deadlines_.Forget(socket);
+    }
+  }
+
+  static void OnCompleted(void* self, MHD_Connection* connection, void** state,
+                          MHD_RequestTerminationCode) {
     delete static_cast<PendingRequest*>(*state);
     *state = nullptr;
+    // The next request may begin at the very end of the idle time.
+    auto* server = static_cast<HttpServer*>(self);
+    server->deadlines_.Await(SocketOf(connection),
+                             server->options_.idle + server->options_.arrival);
   }
 
   static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char*,
@@ -107,6 +145,7 @@ class HttpServerCallbacks final {
     if (pending == nullptr) return MHD_NO;
     if (pending->exchange == nullptr) return Begin(*server, connection, method, *pending);
     if (*size != 0) return Receive(*server, *pending, data, size);
+    server->deadlines_.Forget(SocketOf(connection));
     const Body body = pending->too_large ? Body::kTooLarge : Body::kComplete;
     return Queue(connection, AnswerOf(*pending->exchange, body));
   }
@@ -118,7 +157,8 @@ class HttpServerCallbacks final {
     request.method = method;
     request.target = pending.target;
     request.peer = PeerAddress(connection);
-    MHD_get_connection_values_n(connection, MHD_HEADER_KIND, &CollectHeader, &request.headers);
+    request.headers = CollectHeaders(connection);
+    server.deadlines_.Await(SocketOf(connection), server.options_.arrival);
     const bool too_large = DeclaredLength(request) > server.options_.body_bytes;
     pending.exchange = server.application_.Open(std::move(request));
     // Answered before the body comes; the library then closes the connection.
@@ -173,7 +213,8 @@ HttpServer::HttpServer(HttpApplication& application, const Options& options)
       MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(options.idle.count()),
       MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_URI_LOG_CALLBACK, &HttpServerCallbacks::OnTarget,
       nullptr, MHD_OPTION_UNESCAPE_CALLBACK, &HttpServerCallbacks::LeaveEscapes, nullptr,
-      MHD_OPTION_NOTIFY_COMPLETED, &HttpServerCallbacks::OnCompleted, nullptr, MHD_OPTION_END);
+      MHD_OPTION_NOTIFY_COMPLETED, &HttpServerCallbacks::OnCompleted, this,
+      MHD_OPTION_NOTIFY_CONNECTION, &HttpServerCallbacks::OnConnection, this, MHD_OPTION_END);
   if (daemon_ == nullptr) {
     throw std::runtime_error("cannot serve " + options.address + " port " +
                              std::to_string(options.port) + ": " + std::strerror(errno));

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "vigila-gateway/http_message.h"
+#include "vigila-gateway/request_deadlines.h"
 
 struct MHD_Daemon;
 
@@ -46,6 +47,8 @@ class HttpServer final {
     size_t header_bytes = 32 * 1024;       // memory of one connection
     size_t body_bytes = 1024 * 1024;
     std::chrono::seconds idle{30};
+    // Within which the header of a request must have arrived, and its body after that.
+    std::chrono::seconds arrival{30};
   };
 
   // Throws std::runtime_error when the address cannot be served. The application must outlive the
@@ -64,6 +67,7 @@ class HttpServer final {
 
   HttpApplication& application_;
   const Options options_;
+  RequestDeadlines deadlines_;
   MHD_Daemon* daemon_ = nullptr;
 };
 
