@@ -10,6 +10,7 @@ namespace vigila::gateway {
 namespace {
 
 constexpr char kPictureFolder[] = "/jpeg/";
+constexpr char kIndex[] = "index.html";
 
 HttpResponse Page(std::string_view title, std::string_view content) {
   HttpResponse response;
@@ -86,6 +87,10 @@ std::optional<unsigned> PictureNumber(std::string_view path) {
   return number <= Site::kPictures ? std::optional(number) : std::nullopt;
 }
 
+HttpResponse NothingHere() {
+  return TextResponse(404, "There is nothing here.");
+}
+
 HttpResponse NotAllowed(bool takes_post) {
   HttpResponse response = TextResponse(405, "This cannot be done here.");
   response.headers.emplace_back("Allow", takes_post ? "GET, HEAD, POST" : "GET, HEAD");
@@ -104,10 +109,20 @@ HttpResponse Site::Respond(const std::string& method, const std::string& path) c
   }
   if (found) return built_in->answer();
   if (const std::optional<unsigned> number = PictureNumber(path)) return Picture(*number);
-  if (files_ != nullptr) {
-    if (std::optional<HttpResponse> file = files_->Read(path)) return *std::move(file);
+  if (files_ != nullptr) return RespondFile(path);
+  return NothingHere();
+}
+
+HttpResponse Site::RespondFile(const std::string& path) const {
+  // An index has a path of its own, which may have a rule of its own: it is not served under this
+  // one.
+  if (path.ends_with('/') && files_->Has(path + kIndex)) {
+    HttpResponse response = TextResponse(302, "See the index.");
+    response.headers.emplace_back("Location", kIndex);
+    return response;
   }
-  return TextResponse(404, "There is nothing here.");
+  std::optional<HttpResponse> file = files_->Read(path);
+  return file ? *std::move(file) : NothingHere();
 }
 
 }  // namespace vigila::gateway

@@ -23,6 +23,8 @@ class Site final {
   HttpResponse Respond(const std::string& method, const std::string& path) const;
 
  private:
+  HttpResponse RespondFile(const std::string& path) const;
+
   const std::unique_ptr<StaticFiles> files_;
 };
 

@@ -74,15 +74,23 @@ StaticFiles::~StaticFiles() {
 }
 
 std::optional<HttpResponse> StaticFiles::Read(const std::string& path) const {
-  const std::string name = path.substr(1) + (path.ends_with('/') ? "index.html" : "");
-  const int fd = OpenBeneath(directory_, name);
+  const int fd = OpenBeneath(directory_, path.substr(1));
   if (fd < 0) return std::nullopt;
   HttpResponse response;
   const bool whole = ReadAll(fd, response.body);
   close(fd);
   if (!whole) return std::nullopt;
-  response.headers = {{"Content-Type", TypeOf(name)}, {"X-Content-Type-Options", "nosniff"}};
+  response.headers = {{"Content-Type", TypeOf(path)}, {"X-Content-Type-Options", "nosniff"}};
   return response;
+}
+
+bool StaticFiles::Has(const std::string& path) const {
+  const int fd = OpenBeneath(directory_, path.substr(1));
+  if (fd < 0) return false;
+  struct stat status = {};
+  const bool regular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+  close(fd);
+  return regular;
 }
 
 }  // namespace vigila::gateway

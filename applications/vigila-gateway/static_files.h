@@ -22,6 +22,7 @@ class StaticFiles final {
 
   // The file at a canonical path; nothing when there is none that may be served.
   std::optional<HttpResponse> Read(const std::string& path) const;
+  bool Has(const std::string& path) const;
 
  private:
   const int directory_;

@@ -36,17 +36,20 @@ class AStaticSite : public testing::Test {
 
 TEST_F(AStaticSite, ServesItsFilesWithTheirTypes) {
   EXPECT_EQ(BodyOf("/a.html"), "<p>");
-  EXPECT_EQ(BodyOf("/sub/"), "index");
+  EXPECT_EQ(BodyOf("/sub/index.html"), "index");
   EXPECT_EQ(BodyOf("/empty"), "");
   const StaticFiles files(outside_.File("site"));
   EXPECT_EQ(files.Read("/a.html")->headers.front().second, "text/html; charset=utf-8");
   EXPECT_EQ(files.Read("/empty")->headers.front().second, "application/octet-stream");
+  EXPECT_TRUE(files.Has("/empty"));
 }
 
 TEST_F(AStaticSite, ServesNothingElse) {
-  for (const char* path : {"/", "/sub", "/nothing", "/link", "/up/secret", "/../secret", "/fifo",
-                           "/a.html/", "/a.html/x"}) {
+  const StaticFiles files(outside_.File("site"));
+  for (const char* path : {"/", "/sub", "/sub/", "/nothing", "/link", "/up/secret", "/../secret",
+                           "/fifo", "/a.html/", "/a.html/x"}) {
     EXPECT_EQ(BodyOf(path), "(none)") << path;
+    EXPECT_FALSE(files.Has(path)) << path;
   }
 }
 
