@@ -48,35 +48,33 @@ std::string HeaderText(const std::string& name) {
 
 }  // namespace
 
-HttpResponse AuthFace::Respond(const HttpRequest& request) {
+HttpResponse AuthFace::Respond(const HttpRequest& request, std::string& path, std::string& user) {
   if (!proxies_.Trusts(request.peer)) return TextResponse(403, "This proxy is not trusted.");
   const std::optional<OriginalRequest> original = OriginalOf(request);
   std::optional<RequestTarget> target;
   if (original) target = ParseRequestTarget(original->target);
   if (!target) return TextResponse(400, "The original request cannot be understood.");
 
+  path = target->path;
   AccessQuestion question;
   question.source = proxies_.SourceOf(request);
   question.method = original->method;
   question.target = *std::move(target);
   question.cookies = request.Values("Cookie");
   question.authorizations = request.Values("Authorization");
-  const Verdict verdict = authenticator_.Decide(question);
-  return verdict.outcome == Verdict::kGranted ? Granted(verdict)
+  const Verdict verdict = authenticator_.Name(authenticator_.Decide(question));
+  return verdict.outcome == Verdict::kGranted ? Granted(verdict, user)
                                               : RefusalResponse(verdict, options_);
 }
 
-HttpResponse AuthFace::Granted(const Verdict& verdict) {
+HttpResponse AuthFace::Granted(const Verdict& verdict, std::string& user) {
   HttpResponse response = TextResponse(200, "Granted.");
   response.headers.emplace_back("Cache-Control", "no-store");
   if (!verdict.token.empty()) {
-    const std::string user = verdict.user.empty() ? service_.GetUser(verdict.token) : verdict.user;
-    // The session may have ended since: then it was nobody's.
-    if (!user.empty()) {
-      response.headers.emplace_back("X-Auth-User", HeaderText(user));
-      response.headers.emplace_back("X-Auth-Groups",
-                                    GroupNames(service_.GetPermissions(verdict.token)));
-    }
+    user = verdict.user;
+    response.headers.emplace_back("X-Auth-User", HeaderText(user));
+    response.headers.emplace_back("X-Auth-Groups",
+                                  GroupNames(service_.GetPermissions(verdict.token)));
   }
   AddSessionCookie(verdict, options_, response);
   return response;

@@ -1,6 +1,8 @@
 #ifndef VIGILA_GATEWAY_AUTH_FACE_H_
 #define VIGILA_GATEWAY_AUTH_FACE_H_
 
+#include <string>
+
 #include "vigila-gateway/authenticator.h"
 #include "vigila-gateway/http_message.h"
 #include "vigila-gateway/trusted_proxies.h"
@@ -19,10 +21,12 @@ class AuthFace final {
            const ResponseOptions& options)
       : service_(service), authenticator_(authenticator), proxies_(proxies), options_(options) {}
 
-  HttpResponse Respond(const HttpRequest& request);
+  // For the log: sets the path that was asked about, once it is understood, and the user whom
+  // access was granted to, if there is one.
+  HttpResponse Respond(const HttpRequest& request, std::string& path, std::string& user);
 
  private:
-  HttpResponse Granted(const Verdict& verdict);
+  HttpResponse Granted(const Verdict& verdict, std::string& user);
 
   AuthService& service_;
   Authenticator& authenticator_;

@@ -1,6 +1,7 @@
 #ifndef VIGILA_GATEWAY_AUTH_SERVICE_H_
 #define VIGILA_GATEWAY_AUTH_SERVICE_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,15 @@ struct WsseLogon {
   std::string created;
 };
 
+// What became of the questions so far.
+struct ServiceCounts {
+  uint64_t cache_hits = 0;    // answered from memory
+  uint64_t cache_misses = 0;  // could have been, but had to be asked
+  uint64_t failures = 0;      // got no answer
+};
+
 // What the gateway asks of the authentication service. Answers are false or empty when the service
-// cannot be reached, so a negative one proves nothing by itself: an empty nonce is the sign.
+// cannot be reached, so a negative one proves nothing by itself.
 // The logons answer a session's token or one of the service's refusals. Any thread may call.
 class AuthService {
  public:
@@ -42,6 +50,9 @@ class AuthService {
   // The user of the token's living session.
   virtual std::string GetUser(const std::string& token) = 0;
   virtual std::vector<std::string> GetPermissions(const std::string& token) = 0;
+  // Is the service there, now? Never answered from memory.
+  virtual bool IsReachable() = 0;
+  virtual ServiceCounts Counts() const = 0;
 };
 
 }  // namespace vigila::gateway

@@ -1,7 +1,5 @@
 #include "vigila-gateway/authenticator.h"
 
-#include <openssl/crypto.h>
-
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -21,9 +19,12 @@ Verdict Plain(Verdict::Outcome outcome) {
   return verdict;
 }
 
-// The client signed the resource that it asks for, in whatever spelling.
+// The client signed the resource that it asks for, in whatever spelling. Some leave the query out:
+// their answer holds for the path, which is all that access is decided by.
 bool SignsTheTarget(const DigestAnswer& answer, const RequestTarget& target) {
-  return ParseRequestTarget(answer.uri) == target;
+  const std::optional<RequestTarget> signed_target = ParseRequestTarget(answer.uri);
+  return signed_target && signed_target->path == target.path &&
+         (signed_target->query.empty() || signed_target->query == target.query);
 }
 
 }  // namespace
@@ -43,6 +44,15 @@ Verdict Authenticator::Decide(const AccessQuestion& question) {
   return DecideByCookie(question, cookie);
 }
 
+Verdict Authenticator::Name(Verdict verdict) {
+  if (verdict.outcome != Verdict::kGranted || verdict.token.empty()) return verdict;
+  if (verdict.user.empty()) verdict.user = service_.GetUser(verdict.token);
+  if (!verdict.user.empty()) return verdict;
+  Verdict ended = Challenge();
+  ended.drop_cookie = ended.outcome == Verdict::kLogonNeeded;
+  return ended;
+}
+
 Verdict Authenticator::DecideByCookie(const AccessQuestion& question, const SessionCookie& cookie) {
   if (!cookie.present) return DecideByHeader(question);
   if (!cookie.token.empty() && service_.Authorize(cookie.token, question.target.path)) {
@@ -52,12 +62,13 @@ Verdict Authenticator::DecideByCookie(const AccessQuestion& question, const Sess
   }
   const bool living = !cookie.token.empty() && !service_.GetUser(cookie.token).empty();
   if (living && question.authorizations.empty()) return RefusedOrUnavailable("", cookie.token);
+  // Whatever header came with it: beside one, guessing tokens must be no faster.
+  if (!living && !cookie.token.empty() && service_.IsReachable()) {
+    throttle_.FailedWithToken(question.source, cookie.token);
+  }
   // Somebody else may have logged on in the same browser; or the session has ended.
   Verdict verdict = question.authorizations.empty() ? Challenge() : DecideByHeader(question);
-  if (!living && verdict.outcome == Verdict::kLogonNeeded) {
-    verdict.drop_cookie = true;
-    if (question.authorizations.empty()) throttle_.Failed(question.source);
-  }
+  verdict.drop_cookie = !living && verdict.outcome == Verdict::kLogonNeeded;
   return verdict;
 }
 
@@ -92,7 +103,7 @@ Verdict Authenticator::DecideByDigest(const AccessQuestion& question, const Dige
 }
 
 Verdict Authenticator::DecideByBasic(const AccessQuestion& question, const BasicAnswer& answer) {
-  const std::string token = service_.LogOnWithPassword(answer.username, answer.password);
+  const std::string token = service_.LogOnWithPassword(answer.username, answer.password.Text());
   return AfterLogon(question.source, answer.username, token, {question.target.path});
 }
 
@@ -133,9 +144,13 @@ Verdict Authenticator::LogOut(const AccessQuestion& question) {
     verdict.retry_after = *wait;
     return verdict;
   }
-  // A guessed token must not end somebody's session faster than it could open something.
-  if (service_.GetUser(cookie.token).empty()) throttle_.Failed(question.source);
-  if (!service_.Logout(cookie.token)) verdict.outcome = Verdict::kUnavailable;
+  const bool living = !service_.GetUser(cookie.token).empty();
+  if (!service_.Logout(cookie.token)) {
+    verdict.outcome = Verdict::kUnavailable;
+  } else if (!living) {
+    // A guessed token must not end somebody's session faster than it could open something.
+    throttle_.FailedWithToken(question.source, cookie.token);
+  }
   return verdict;
 }
 
@@ -148,8 +163,7 @@ Verdict Authenticator::Challenge(bool stale) {
 }
 
 Verdict Authenticator::RefusedOrUnavailable(const std::string& user, const std::string& token) {
-  const bool reachable = !service_.GetNonce().empty();
-  Verdict verdict = Plain(reachable ? Verdict::kRefused : Verdict::kUnavailable);
+  Verdict verdict = Plain(service_.IsReachable() ? Verdict::kRefused : Verdict::kUnavailable);
   verdict.user = user;
   verdict.token = token;
   return verdict;

@@ -157,15 +157,20 @@ int Base64Value(char c) {
   return c == '/' ? 63 : -1;
 }
 
-std::optional<std::string> DecodeBase64(std::string_view text) {
+std::optional<SecretText> DecodeBase64(std::string_view text) {
   if (text.size() % 4 != 0) return std::nullopt;
   for (int padding = 0; padding < 2 && text.ends_with('='); ++padding) text.remove_suffix(1);
   std::string decoded;
+  // Growing would leave copies behind.
+  decoded.reserve(text.size());
   unsigned bits = 0;
   int count = 0;
   for (const char c : text) {
     const int value = Base64Value(c);
-    if (value < 0) return std::nullopt;
+    if (value < 0) {
+      WipeText(decoded);
+      return std::nullopt;
+    }
     bits = (bits << 6 | static_cast<unsigned>(value)) & 0xffffff;
     count += 6;
     if (count >= 8) {
@@ -175,15 +180,17 @@ std::optional<std::string> DecodeBase64(std::string_view text) {
   }
   // One spelling per value: what the padding stands for is zero.
   const bool canonical = (bits & ((1u << count) - 1)) == 0;
-  return canonical ? std::optional(decoded) : std::nullopt;
+  SecretText secret(std::move(decoded));
+  return canonical ? std::optional(std::move(secret)) : std::nullopt;
 }
 
 AuthorizationHeader BasicFrom(std::string_view credentials) {
-  const std::optional<std::string> pair = DecodeBase64(credentials);
+  const std::optional<SecretText> pair = DecodeBase64(credentials);
   if (!pair) return UnusableAnswer::kMalformed;
-  const size_t colon = pair->find(':');
+  const std::string& text = pair->Text();
+  const size_t colon = text.find(':');
   if (colon == std::string::npos) return UnusableAnswer::kMalformed;
-  return BasicAnswer{pair->substr(0, colon), pair->substr(colon + 1)};
+  return BasicAnswer{text.substr(0, colon), SecretText(text.substr(colon + 1))};
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <variant>
 
+#include "vigila-gateway/secret_text.h"
+
 namespace vigila::gateway {
 
 inline constexpr char kRealm[] = "Varno";
@@ -26,7 +28,7 @@ struct DigestAnswer {
 
 struct BasicAnswer {
   std::string username;
-  std::string password;
+  SecretText password;
 };
 
 enum class UnusableAnswer {

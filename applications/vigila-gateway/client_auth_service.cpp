@@ -1,5 +1,7 @@
 #include "vigila-gateway/client_auth_service.h"
 
+#include "vigila-gateway/session_token.h"
+
 namespace vigila::gateway {
 
 using client::VigilaClient;
@@ -50,6 +52,19 @@ std::string ClientAuthService::GetUser(const std::string& token) {
 
 std::vector<std::string> ClientAuthService::GetPermissions(const std::string& token) {
   return client_.GetAllowedPermissions(token);
+}
+
+// Costs the service neither a nonce nor a session. A failure of another thread's question meanwhile
+// counts as well: it was one just now.
+bool ClientAuthService::IsReachable() {
+  const uint64_t failures = client_.GetCounts().failures;
+  client_.GetCredentials(kNoToken);
+  return client_.GetCounts().failures == failures;
+}
+
+ServiceCounts ClientAuthService::Counts() const {
+  const VigilaClient::Counts counts = client_.GetCounts();
+  return {counts.cache_hits, counts.cache_misses, counts.failures};
 }
 
 }  // namespace vigila::gateway

@@ -19,6 +19,8 @@ class ClientAuthService final : public AuthService {
   std::string GetNonce() override;
   std::string GetUser(const std::string& token) override;
   std::vector<std::string> GetPermissions(const std::string& token) override;
+  bool IsReachable() override;
+  ServiceCounts Counts() const override;
 
  private:
   const client::VigilaClient client_;

@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "vigila-gateway/session_token.h"
+#include "vigila-gateway/secret_text.h"
 
 namespace vigila::gateway {
 namespace {
@@ -28,6 +28,13 @@ class Gateway::Exchange final : public HttpExchange {
                   SoapVersionOf(type));
   }
 
+  // They may hold passwords, which must not outlive their use.
+  ~Exchange() override {
+    for (auto& [name, value] : request_.headers) {
+      if (EqualIgnoringCase(name, "Authorization")) WipeText(value);
+    }
+  }
+
   void Receive(std::string_view chunk) override {
     if (call_) call_->Receive(chunk);
   }
@@ -41,7 +48,7 @@ class Gateway::Exchange final : public HttpExchange {
     record.time = std::chrono::system_clock::now();
     record.source = source_;
     record.method = request_.method;
-    record.path = target_ ? target_->path : "";
+    record.path = asked_about_;
     record.face = face_;
     record.user = user_;
     record.status = response.status;
@@ -54,6 +61,7 @@ class Gateway::Exchange final : public HttpExchange {
  private:
   HttpResponse Respond(Body body) {
     if (!target_) return TextResponse(400, "The address cannot be understood.");
+    asked_about_ = target_->path;
     if (call_) {
       face_ = "service";
       HttpResponse response = call_->Answer(body);
@@ -63,7 +71,7 @@ class Gateway::Exchange final : public HttpExchange {
     if (body == Body::kTooLarge) return TextResponse(413, "The request is too large.");
     if (target_->path == kAuthPath) {
       face_ = "auth";
-      return gateway_.auth_face_.Respond(request_);
+      return gateway_.auth_face_.Respond(request_, asked_about_, user_);
     }
     if (target_->path == kHealthPath) {
       face_ = "health";
@@ -73,12 +81,13 @@ class Gateway::Exchange final : public HttpExchange {
   }
 
   Gateway& gateway_;
-  const HttpRequest request_;
+  HttpRequest request_;
   const std::optional<RequestTarget> target_;
   const std::string source_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::optional<WebServiceCall> call_;
   const char* face_ = "site";
+  std::string asked_about_;  // the path
   std::string user_;
 };
 
@@ -127,10 +136,9 @@ HttpResponse Gateway::RespondSite(const HttpRequest& request, const RequestTarge
 }
 
 HttpResponse Gateway::RespondHealth() {
-  // A path without a rule is open to everybody: this costs the service no nonce.
-  const bool reachable = service_.Authorize(kNoToken, kHealthPath) || !service_.GetNonce().empty();
-  return reachable ? TextResponse(200, "ok")
-                   : TextResponse(503, "The authentication service cannot be reached.");
+  return service_.IsReachable()
+             ? TextResponse(200, "ok")
+             : TextResponse(503, "The authentication service cannot be reached.");
 }
 
 }  // namespace vigila::gateway

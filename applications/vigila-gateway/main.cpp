@@ -15,6 +15,7 @@
 #include "vigila-gateway/http_server.h"
 #include "vigila-gateway/metered_auth_service.h"
 #include "vigila-gateway/metrics_page.h"
+#include "vigila-gateway/outage_guard.h"
 
 namespace {
 
@@ -75,6 +76,9 @@ void AddLimits(CLI::App& app, Options& options) {
   app.add_option("--max-connections", options.server.connections, "Connections at once")
       ->check(CLI::Range(1u, 16384u))
       ->capture_default_str();
+  app.add_option("--max-connections-per-address", options.server.connections_per_address,
+                 "Connections at once of one address; 0 for no limit of its own")
+      ->capture_default_str();
   app.add_option("--max-body", options.server.body_bytes, "Bytes of a request's body")
       ->capture_default_str();
   app.add_option_function<unsigned>(
@@ -83,6 +87,13 @@ void AddLimits(CLI::App& app, Options& options) {
            options.server.idle = std::chrono::seconds(seconds);
          },
          "Seconds after which an idle connection is closed (default 30)")
+      ->check(CLI::Range(1u, 3600u));
+  app.add_option_function<unsigned>(
+         "--request-timeout",
+         [&options](const unsigned& seconds) {
+           options.server.arrival = std::chrono::seconds(seconds);
+         },
+         "Seconds for a request's header to arrive, and for its body after that (default 30)")
       ->check(CLI::Range(1u, 3600u));
   app.add_option("--throttle-burst", options.gateway.throttle.burst,
                  "Failed logons of one address before it must wait")
@@ -105,7 +116,8 @@ void Serve(Options options) {
   const sigset_t stop = BlockStopSignals();
   Metrics metrics;
   ClientAuthService client;
-  MeteredAuthService service(client, metrics);
+  OutageGuard guard(client, {});
+  MeteredAuthService service(guard, metrics);
   std::unique_ptr<StaticFiles> files;
   if (!options.site_directory.empty()) {
     files = std::make_unique<StaticFiles>(options.site_directory);
@@ -114,7 +126,7 @@ void Serve(Options options) {
                   [](const AccessRecord& record) { WriteAccessLine(STDERR_FILENO, record); });
   const HttpServer server(gateway, options.server);
   std::printf("Serving %s\n", server.Url().c_str());
-  MetricsPage metrics_page(metrics);
+  MetricsPage metrics_page(metrics, service);
   std::optional<HttpServer> metrics_server;
   if (options.with_metrics) {
     options.metrics.threads = 1;

@@ -28,7 +28,6 @@ auto MeteredAuthService::Timed(const char* operation, const Question& question) 
 
 std::string MeteredAuthService::CountedLogon(const char* scheme, std::string token) {
   metrics_.CountLogon(scheme, ResultName(token));
-  if (token.empty()) metrics_.CountFailure();
   return token;
 }
 
@@ -64,9 +63,7 @@ bool MeteredAuthService::Logout(const std::string& token) {
 }
 
 std::string MeteredAuthService::GetNonce() {
-  std::string nonce = Timed("get_nonce", [&] { return service_.GetNonce(); });
-  if (nonce.empty()) metrics_.CountFailure();
-  return nonce;
+  return Timed("get_nonce", [&] { return service_.GetNonce(); });
 }
 
 std::string MeteredAuthService::GetUser(const std::string& token) {
@@ -75,6 +72,10 @@ std::string MeteredAuthService::GetUser(const std::string& token) {
 
 std::vector<std::string> MeteredAuthService::GetPermissions(const std::string& token) {
   return Timed("get_permissions", [&] { return service_.GetPermissions(token); });
+}
+
+bool MeteredAuthService::IsReachable() {
+  return Timed("is_reachable", [&] { return service_.IsReachable(); });
 }
 
 }  // namespace vigila::gateway

@@ -22,6 +22,8 @@ class MeteredAuthService final : public AuthService {
   std::string GetNonce() override;
   std::string GetUser(const std::string& token) override;
   std::vector<std::string> GetPermissions(const std::string& token) override;
+  bool IsReachable() override;
+  ServiceCounts Counts() const override { return service_.Counts(); }
 
  private:
   template <typename Question>

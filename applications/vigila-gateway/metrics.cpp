@@ -22,6 +22,11 @@ void Head(const std::string& name, const char* type, const char* help, std::stri
   text += "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
 }
 
+void Single(const std::string& name, const char* help, uint64_t count, std::string& text) {
+  Head(name, "counter", help, text);
+  text += name + " " + std::to_string(count) + "\n";
+}
+
 }  // namespace
 
 void Metrics::Histogram::Observe(std::chrono::nanoseconds duration) {
@@ -65,11 +70,6 @@ void Metrics::CountAuthorization(bool granted) {
   ++authorizations_[labels];
 }
 
-void Metrics::CountFailure() {
-  const std::lock_guard lock(mutex_);
-  ++failures_;
-}
-
 void Metrics::CountThrottled() {
   const std::lock_guard lock(mutex_);
   ++throttled_;
@@ -86,7 +86,7 @@ void Metrics::Print(const std::string& name, const Counters& counters, std::stri
   }
 }
 
-std::string Metrics::Text() const {
+std::string Metrics::Text(const ServiceCounts& service) const {
   const std::lock_guard lock(mutex_);
   std::string text;
   Head("vigila_gateway_requests_total", "counter", "Requests answered.", text);
@@ -95,10 +95,13 @@ std::string Metrics::Text() const {
   Print("vigila_gateway_logons_total", logons_, text);
   Head("vigila_gateway_authorizations_total", "counter", "Paths asked about.", text);
   Print("vigila_gateway_authorizations_total", authorizations_, text);
-  Head("vigila_gateway_service_failures_total", "counter", "Questions without an answer.", text);
-  text += "vigila_gateway_service_failures_total " + std::to_string(failures_) + "\n";
-  Head("vigila_gateway_throttled_total", "counter", "Requests put off after failures.", text);
-  text += "vigila_gateway_throttled_total " + std::to_string(throttled_) + "\n";
+  Single("vigila_gateway_cache_hits_total", "Questions answered from memory.", service.cache_hits,
+         text);
+  Single("vigila_gateway_cache_misses_total", "Questions that memory had no answer to.",
+         service.cache_misses, text);
+  Single("vigila_gateway_service_failures_total", "Questions that the service did not answer.",
+         service.failures, text);
+  Single("vigila_gateway_throttled_total", "Requests put off after failures.", throttled_, text);
   Head("vigila_gateway_request_seconds", "histogram", "Time to answer a request.", text);
   request_durations_.Print("vigila_gateway_request_seconds", "", text);
   Head("vigila_gateway_question_seconds", "histogram", "Time of a question to the service.", text);

@@ -8,22 +8,21 @@
 #include <mutex>
 #include <string>
 
+#include "vigila-gateway/auth_service.h"
+
 namespace vigila::gateway {
 
 // What the gateway counts, and its text for a Prometheus server. Any thread may call.
-//
-// Hits of the client library's caches cannot be seen from here; the durations of the questions
-// show them, for an answer from memory takes no microsecond and one over the bus takes several.
 class Metrics final {
  public:
   void CountRequest(const std::string& face, int status, std::chrono::nanoseconds duration);
   void CountLogon(const std::string& scheme, const std::string& result);
   void CountAuthorization(bool granted);
-  void CountFailure();
   void CountThrottled();
   void ObserveQuestion(const std::string& operation, std::chrono::nanoseconds duration);
 
-  std::string Text() const;
+  // With what the service's client counts.
+  std::string Text(const ServiceCounts& service) const;
 
  private:
   static constexpr size_t kBuckets = 8;
@@ -42,7 +41,6 @@ class Metrics final {
   Counters requests_;
   Counters logons_;
   Counters authorizations_;
-  uint64_t failures_ = 0;
   uint64_t throttled_ = 0;
   Histogram request_durations_;
   std::map<std::string, Histogram> question_durations_;  // by operation

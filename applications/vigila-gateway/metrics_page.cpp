@@ -7,8 +7,8 @@ namespace {
 
 class Exchange final : public HttpExchange {
  public:
-  Exchange(const Metrics& metrics, HttpRequest request)
-      : metrics_(metrics), request_(std::move(request)) {}
+  Exchange(const Metrics& metrics, const AuthService& service, HttpRequest request)
+      : metrics_(metrics), service_(service), request_(std::move(request)) {}
 
   HttpResponse Answer(Body) override {
     if (request_.target != "/metrics") return TextResponse(404, "See /metrics.");
@@ -17,19 +17,20 @@ class Exchange final : public HttpExchange {
     }
     HttpResponse response;
     response.headers = {{"Content-Type", "text/plain; version=0.0.4; charset=utf-8"}};
-    response.body = metrics_.Text();
+    response.body = metrics_.Text(service_.Counts());
     return response;
   }
 
  private:
   const Metrics& metrics_;
+  const AuthService& service_;
   const HttpRequest request_;
 };
 
 }  // namespace
 
 std::unique_ptr<HttpExchange> MetricsPage::Open(HttpRequest request) {
-  return std::make_unique<Exchange>(metrics_, std::move(request));
+  return std::make_unique<Exchange>(metrics_, service_, std::move(request));
 }
 
 }  // namespace vigila::gateway

@@ -11,13 +11,15 @@ namespace vigila::gateway {
 // The counters at /metrics, for an address of their own: they ask nobody for a logon.
 class MetricsPage final : public HttpApplication {
  public:
-  // The metrics must outlive the page.
-  explicit MetricsPage(const Metrics& metrics) : metrics_(metrics) {}
+  // Both must outlive the page.
+  MetricsPage(const Metrics& metrics, const AuthService& service)
+      : metrics_(metrics), service_(service) {}
 
   std::unique_ptr<HttpExchange> Open(HttpRequest request) override;
 
  private:
   const Metrics& metrics_;
+  const AuthService& service_;
 };
 
 }  // namespace vigila::gateway

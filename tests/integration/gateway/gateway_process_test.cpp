@@ -3,11 +3,16 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 
+#include <chrono>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "vigila-gateway/digest.h"
 
 namespace {
 
@@ -15,15 +20,18 @@ using support::Fd;
 using support::Finished;
 using support::GatewayFixture;
 using support::RunProgram;
+using vigila::gateway::RequestDigest;
 
 constexpr char kCurl[] = "/usr/bin/curl";
 
 class AGatewayProcess : public testing::Test {
  protected:
   void SetUp() override {
+    Configure(fixture_.device);
     ASSERT_TRUE(fixture_.Start(Options())) << fixture_.device.Log() << fixture_.gateway.Log();
   }
   virtual std::vector<std::string> Options() const { return {}; }
+  virtual void Configure(support::DaemonProcess&) const {}
 
   std::string UrlOf(const std::string& target) const { return fixture_.gateway.Url() + target; }
   // The final status, and with "-i" among the arguments all that came.
@@ -40,17 +48,21 @@ class AGatewayProcess : public testing::Test {
                                      const std::string& form = "--digest") {
     return {form, "-u", name + ":" + name + "'s secret"};
   }
-  // Sends the bytes over one connection and returns what comes until its end.
-  std::string Raw(const std::string& bytes) const {
+  Fd Connect() const {
     const std::string where = fixture_.gateway.HostAndPort();
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(std::stoi(where.substr(where.find(':') + 1))));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const Fd socket_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Fd socket_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect(socket_fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-      return "(no connection)";
+      throw std::runtime_error("no connection");
     }
+    return socket_fd;
+  }
+  // Sends the bytes over one connection and returns what comes until its end.
+  std::string Raw(const std::string& bytes) const {
+    const Fd socket_fd = Connect();
     send(socket_fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     shutdown(socket_fd.Get(), SHUT_WR);
     std::string answer;
@@ -124,13 +136,41 @@ TEST_F(AGatewayProcess, IsUnavailableWithoutItsServiceAndComesBackWithIt) {
   EXPECT_EQ(Status(As("view"), "/jpeg/5"), "200");
 }
 
-TEST_F(AGatewayProcess, LetsAUserInWhileStrangersUseUpTheNonces) {
+// What a browser answers to the challenge in curl's output.
+std::string AnswerTo(const Finished& challenge, const std::string& uri) {
+  const size_t at = challenge.out.find("nonce=\"") + 7;
+  const std::string nonce = challenge.out.substr(at, 32);
+  const std::string ha1 = RequestDigest("view", "Varno:view's secret");
+  const std::string ha2 = RequestDigest("GET", uri);
+  return "Authorization: Digest username=\"view\", realm=\"Varno\", nonce=\"" + nonce +
+         "\", uri=\"" + uri + "\", qop=auth, nc=00000001, cnonce=\"c\", response=\"" +
+         RequestDigest(ha1, nonce + ":00000001:c:auth:" + ha2) + "\"";
+}
+
+TEST_F(AGatewayProcess, LetsAUserInByAStaleAnswerWhenStrangersUsedUpTheNonces) {
+  const Finished challenge = Curl({"-i"}, "/jpeg/1");
   // Every stranger takes a nonce; more than the service remembers are out before the user answers.
-  const std::string list = fixture_.gateway.Url() + "/jpeg/[1-40]?[1-30]";
-  const Finished strangers =
-      RunProgram({kCurl, "-s", "-Z", "-o", "/dev/null", "-w", "%{http_code}\n", list});
+  const std::string list = fixture_.gateway.Url() + "/jpeg/[1-40]?[1-50]";
+  const std::vector<std::string> flood = {kCurl,       "-s", "-Z",           "-o",
+                                          "/dev/null", "-w", "%{http_code}", list};
+  const Finished strangers = RunProgram(flood);
+  EXPECT_EQ(strangers.out.size(), 3u * 2000);
   EXPECT_EQ(strangers.out.find("200"), std::string::npos);
-  EXPECT_EQ(Status(As("view"), "/jpeg/1"), "200");
+  const Finished stale = Curl({"-i", "-H", AnswerTo(challenge, "/jpeg/1")}, "/jpeg/1");
+  EXPECT_EQ(stale.out.rfind("HTTP/1.1 401 ", 0), 0u) << stale.out;
+  EXPECT_NE(stale.out.find(", stale=true\r\n"), std::string::npos) << stale.out;
+  EXPECT_EQ(Status({"-H", AnswerTo(stale, "/jpeg/1")}, "/jpeg/1"), "200");
+  support::Program meanwhile(flood, {});
+  EXPECT_EQ(Status(As("view"), "/jpeg/2"), "200");
+  EXPECT_EQ(meanwhile.Finish().out.find("200"), std::string::npos);
+}
+
+TEST_F(AGatewayProcess, LetsInWhoLeavesTheQueryOutOfTheSignedUri) {
+  const Finished challenge = Curl({"-i"}, "/jpeg/1?x=1");
+  EXPECT_EQ(Status({"-H", AnswerTo(challenge, "/jpeg/1?x=2")}, "/jpeg/1?x=1"), "400");
+  EXPECT_EQ(Status({"-H", AnswerTo(challenge, "/jpeg/2")}, "/jpeg/1?x=1"), "400");
+  EXPECT_EQ(Status({"-H", AnswerTo(challenge, "/jpeg/1")}, "/inject.cgi?x=1"), "400");
+  EXPECT_EQ(Status({"-H", AnswerTo(challenge, "/jpeg/1")}, "/jpeg/1?x=1"), "200");
 }
 
 TEST_F(AGatewayProcess, AnswersPipelinedRequestsInTheirOrder) {
@@ -145,7 +185,63 @@ TEST_F(AGatewayProcess, AnswersPipelinedRequestsInTheirOrder) {
   EXPECT_LT(second, third);
 }
 
-TEST_F(AGatewayProcess, LivesOnAfterRequestsThatAreCutOffOrNonsense) {
+class AnImpatientGatewayProcess : public AGatewayProcess {
+ protected:
+  std::vector<std::string> Options() const override {
+    return {"--idle-timeout", "2", "--request-timeout", "2", "--max-body", "1000"};
+  }
+  // Sends the bytes one by one, so that the connection is never idle, until the server ends it;
+  // false when it took all of them.
+  bool EndsWhileSent(const std::string& bytes) const {
+    const Fd socket_fd = Connect();
+    for (const char byte : bytes) {
+      if (send(socket_fd.Get(), &byte, 1, MSG_NOSIGNAL) != 1) return true;
+      pollfd wait = {socket_fd.Get(), POLLRDHUP, 0};
+      if (poll(&wait, 1, 50) == 1) return true;
+    }
+    return false;
+  }
+  static std::string Chunked(size_t size) {
+    std::string bytes =
+        "POST /inject.cgi HTTP/1.1\r\nHost: x\r\nConnection: close\r\n"
+        "Transfer-Encoding: chunked\r\n\r\n";
+    for (size_t i = 0; i < size / 100; ++i) bytes += "64\r\n" + std::string(100, 'a') + "\r\n";
+    return bytes + "0\r\n\r\n";
+  }
+};
+
+TEST_F(AnImpatientGatewayProcess, WaitsForNoRequestThatTricklesIn) {
+  const std::string head = "POST /inject.cgi HTTP/1.1\r\nHost: x\r\nContent-Length: 900\r\n";
+  EXPECT_TRUE(EndsWhileSent(head + "X: " + std::string(900, 'a')));
+  EXPECT_EQ(Status({}, "/system"), "200");
+}
+
+TEST_F(AnImpatientGatewayProcess, WaitsForNoBodyThatTricklesIn) {
+  const Fd socket_fd = Connect();
+  const std::string head = "POST /inject.cgi HTTP/1.1\r\nHost: x\r\nContent-Length: 900\r\n\r\n";
+  send(socket_fd.Get(), head.data(), head.size(), MSG_NOSIGNAL);
+  bool ended = false;
+  for (int i = 0; i < 800 && !ended; ++i) {
+    pollfd wait = {socket_fd.Get(), POLLRDHUP, 0};
+    ended = send(socket_fd.Get(), "a", 1, MSG_NOSIGNAL) != 1 || poll(&wait, 1, 50) == 1;
+  }
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(Status({}, "/system"), "200");
+}
+
+TEST_F(AnImpatientGatewayProcess, RefusesABodyThatIsTooLarge) {
+  EXPECT_EQ(Raw(Chunked(1000)).rfind("HTTP/1.1 401 ", 0), 0u);
+  EXPECT_EQ(Raw(Chunked(1100)).rfind("HTTP/1.1 413 ", 0), 0u);
+  EXPECT_EQ(Raw(Chunked(15000)).rfind("HTTP/1.1 413 ", 0), 0u);
+  // Not read to its end.
+  EXPECT_EQ(Raw(Chunked(2000000)).find("HTTP/1.1 200 "), std::string::npos);
+  const std::string head = "POST /inject.cgi HTTP/1.1\r\nHost: x\r\nContent-Length: ";
+  EXPECT_EQ(Raw(head + "1001\r\n\r\n").rfind("HTTP/1.1 413 ", 0), 0u);
+  EXPECT_EQ(Raw(head + "18446744073709551617\r\n\r\n").find("HTTP/1.1 200 "), std::string::npos);
+  EXPECT_EQ(Status({}, "/system"), "200");
+}
+
+TEST_F(AnImpatientGatewayProcess, LivesOnAfterRequestsThatAreCutOffOrNonsense) {
   for (const std::string& bytes :
        {std::string("GET"), std::string("GET /jpeg/1 HTTP/1.1\r\nHost"),
         std::string("POST /onvif/x HTTP/1.1\r\nHost: x\r\nContent-Type: text/xml\r\n"
@@ -172,9 +268,13 @@ TEST_F(AGatewayProcess, CountsAtAnAddressOfItsOwn) {
   const Finished counters = RunProgram({kCurl, "-s", fixture_.gateway.MetricsUrl()});
   for (const char* line : {"vigila_gateway_logons_total{scheme=\"digest\",result=\"refused\"} 1\n",
                            "vigila_gateway_logons_total{scheme=\"digest\",result=\"success\"} 1\n",
-                           "vigila_gateway_requests_total{face=\"site\",status=\"200\"} 1\n"}) {
+                           "vigila_gateway_requests_total{face=\"site\",status=\"200\"} 1\n",
+                           "vigila_gateway_service_failures_total 0\n"}) {
     EXPECT_NE(counters.out.find(line), std::string::npos) << line << counters.out;
   }
+  const std::string hits = "\nvigila_gateway_cache_hits_total ";
+  EXPECT_NE(counters.out.find(hits), std::string::npos);
+  EXPECT_EQ(counters.out.find(hits + "0\n"), std::string::npos) << counters.out;
   EXPECT_EQ(Status({}, "/metrics"), "404");
 }
 
@@ -210,6 +310,33 @@ TEST_F(AGatewayProcess, AnswersAnAuthRequestWithTheUserAndItsGroups) {
 TEST_F(AGatewayProcess, StopsInOrder) {
   const Finished end = fixture_.gateway.Stop();
   EXPECT_EQ(end.exit_code, 0);
+}
+
+class AGatewayBeforeAHungService : public AGatewayProcess {
+ protected:
+  void Configure(support::DaemonProcess& device) const override {
+    device.Set("MsgBus", "timeout_ms", "3000");
+  }
+};
+
+TEST_F(AGatewayBeforeAHungService, WaitsForOneDeadlineOnceAndIsThereAgainWithIt) {
+  EXPECT_EQ(Status(As("view"), "/jpeg/1"), "200");
+  fixture_.device.Running().Signal(SIGSTOP);
+  const auto start = support::Clock::now();
+  EXPECT_EQ(Status(As("view"), "/jpeg/9"), "503");
+  const auto first = support::Clock::now();
+  EXPECT_LT(first - start, std::chrono::milliseconds(5500));
+  for (const char* target : {"/jpeg/10", "/inject.cgi", "/healthz", "/never-asked-about"}) {
+    EXPECT_EQ(Status({}, target), "503") << target;
+    EXPECT_EQ(Status({"-b", "vigila_session=00000001"}, target), "503") << target;
+  }
+  EXPECT_LT(support::Clock::now() - first, std::chrono::milliseconds(2500));
+  fixture_.device.Running().Signal(SIGCONT);
+  const auto until = support::Clock::now() + std::chrono::seconds(20);
+  while (Status({}, "/healthz") != "200" && support::Clock::now() < until) {
+  }
+  EXPECT_EQ(Status({}, "/healthz"), "200");
+  EXPECT_EQ(Status(As("view"), "/jpeg/9"), "200");
 }
 
 class ABasicGatewayProcess : public AGatewayProcess {

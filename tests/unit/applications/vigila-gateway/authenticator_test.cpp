@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -138,6 +140,35 @@ TEST_F(AnAuthenticator, ThrottlesWhoGuessesTokens) {
   EXPECT_EQ(OutcomeOf(About("/jpeg/1")), Verdict::kLogonNeeded);
 }
 
+TEST_F(AnAuthenticator, ThrottlesWhoGuessesTokensBesideAnyHeader) {
+  service_.sessions[kOtherToken] = "view";
+  for (const char* header : {"Negotiate", "Digest nonsense", "", "the guesser's own"}) {
+    service_.logon_answer = kOtherToken;
+    for (int i = 0; i < 3; ++i) {
+      AccessQuestion question = WithCookie("/jpeg/1", "0000000" + std::to_string(i));
+      question.authorizations = {header};
+      if (std::string(header) == "the guesser's own") AddDigest(question, "/jpeg/1");
+      EXPECT_NE(OutcomeOf(question), Verdict::kThrottled) << header;
+    }
+    EXPECT_EQ(OutcomeOf(WithCookie("/jpeg/1", kToken)), Verdict::kThrottled) << header;
+    now_ += seconds(100);
+    EXPECT_EQ(OutcomeOf(WithCookie("/jpeg/1", kToken)), Verdict::kGranted) << header;
+  }
+}
+
+TEST_F(AnAuthenticator, TakesASessionThatHasEndedForOneFailure) {
+  for (int i = 0; i < 40; ++i) {
+    const Verdict verdict = Decide(WithCookie("/jpeg/1", kOtherToken));
+    EXPECT_EQ(verdict.outcome, Verdict::kLogonNeeded);
+    EXPECT_TRUE(verdict.drop_cookie);
+  }
+}
+
+TEST_F(AnAuthenticator, SpendsNoNonceOnARefusal) {
+  EXPECT_EQ(OutcomeOf(WithCookie("/inject.cgi", kToken)), Verdict::kRefused);
+  EXPECT_EQ(service_.nonces, 0);
+}
+
 TEST_F(AnAuthenticator, ThrottlesWhoGuessesPasswords) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(OutcomeOf(WithDigest("/jpeg/1", "/jpeg/1")), Verdict::kLogonNeeded);
@@ -178,8 +209,59 @@ TEST_F(AnAuthenticator, RefusesAnAnswerThatWasSignedForAnotherResource) {
   for (const char* uri : {"/system", "/jpeg/1?x=1", "/jpeg/1/", "jpeg/1", "*", "/%zz"}) {
     EXPECT_EQ(OutcomeOf(WithDigest("/jpeg/1", uri)), Verdict::kMalformed) << uri;
   }
-  EXPECT_EQ(OutcomeOf(WithDigest("/jpeg/1?x=1", "/jpeg/1")), Verdict::kMalformed);
+  for (const char* uri : {"/jpeg/1?x=2", "/jpeg/1?x=1&y", "/jpeg/2", "/system?x=1"}) {
+    EXPECT_EQ(OutcomeOf(WithDigest("/jpeg/1?x=1", uri)), Verdict::kMalformed) << uri;
+  }
   EXPECT_TRUE(service_.digests.empty());
+}
+
+TEST_F(AnAuthenticator, TakesAnAnswerThatLeavesTheQueryOut) {
+  service_.logon_answer = kToken;
+  EXPECT_EQ(OutcomeOf(WithDigest("/jpeg/1?x=1", "/jpeg/1")), Verdict::kGranted);
+  // What was signed is what the client wrote; what is judged is the path that is asked for.
+  EXPECT_EQ(service_.digests.front().ha2, RequestDigest("GET", "/jpeg/1"));
+  EXPECT_EQ(service_.authorized.back().second, "/jpeg/1");
+  service_.sessions[kToken] = "view";
+  EXPECT_EQ(OutcomeOf(WithDigest("/inject.cgi?x=1", "/inject.cgi")), Verdict::kRefused);
+  EXPECT_EQ(OutcomeOf(WithDigest("/inject.cgi?x=1", "/jpeg/1")), Verdict::kMalformed);
+}
+
+// A request as it was recorded: its first line and its Authorization header.
+struct Recorded {
+  std::string method;
+  std::string target;
+  std::string authorization;
+};
+
+Recorded ReadRequest(const std::filesystem::path& file) {
+  std::ifstream stream(file);
+  Recorded request;
+  stream >> request.method >> request.target;
+  std::string line;
+  while (std::getline(stream, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.size() > 15 && line.substr(1, 14) == "uthorization: ") {
+      request.authorization = line.substr(15);
+    }
+  }
+  return request;
+}
+
+TEST_F(AnAuthenticator, LetsInWhatRealClientsSend) {
+  service_.logon_answer = kToken;
+  int granted = 0;
+  for (const auto& file :
+       std::filesystem::directory_iterator(std::string(TEST_DATA_DIR) + "/digest/requests")) {
+    const Recorded request = ReadRequest(file.path());
+    AccessQuestion question = About(request.target);
+    question.method = request.method;
+    question.authorizations = {request.authorization};
+    service_.access[question.target.path] = {"view"};
+    EXPECT_EQ(OutcomeOf(question), Verdict::kGranted) << file.path();
+    EXPECT_EQ(service_.authorized.back().second, question.target.path);
+    ++granted;
+  }
+  EXPECT_EQ(granted, 21);
 }
 
 TEST_F(AnAuthenticator, CallsANonceStaleExactlyWhenTheServiceDoes) {

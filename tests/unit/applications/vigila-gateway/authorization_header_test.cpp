@@ -216,7 +216,7 @@ TEST(AuthorizationHeader, ReadsBasicToTheFirstColon) {
   const auto* basic = std::get_if<BasicAnswer>(&header);
   ASSERT_NE(basic, nullptr);
   EXPECT_EQ(basic->username, "u");
-  EXPECT_EQ(basic->password, "p:q");
+  EXPECT_EQ(basic->password.Text(), "p:q");
   EXPECT_TRUE(IsMalformed("Basic dXA="));      // no colon
   EXPECT_TRUE(IsMalformed("Basic dTpwOnF="));  // bits under the padding
 }

@@ -16,11 +16,12 @@ class FakeAuthService final : public vigila::gateway::AuthService {
  public:
   bool IsProtected(const std::string& path) override {
     ++questions;
-    return reachable && access.count(path) != 0;
+    return (reachable || granted_from_memory) && access.count(path) != 0;
   }
   bool Authorize(const std::string& token, const std::string& path) override {
     ++questions;
     authorized.emplace_back(token, path);
+    if (granted_from_memory) return true;
     if (!reachable) return false;
     const auto found = access.find(path);
     if (found == access.end()) return true;
@@ -56,7 +57,12 @@ class FakeAuthService final : public vigila::gateway::AuthService {
     return reachable ? permissions : std::vector<std::string>();
   }
 
+  bool IsReachable() override { return reachable; }
+  vigila::gateway::ServiceCounts Counts() const override { return counts; }
+
   bool reachable = true;
+  bool granted_from_memory = false;  // every token and path
+  vigila::gateway::ServiceCounts counts;
   std::map<std::string, std::set<std::string>> access;  // protected path, users let in
   std::map<std::string, std::string> sessions;          // token, user
   std::string logon_answer = "NO_TOKEN";

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "fake_auth_service.h"
+#include "support/temp_dir.h"
 #include "vigila-gateway/digest.h"
 
 namespace {
@@ -174,7 +176,9 @@ TEST_F(AGateway, PutsOffWhoGuesses) {
   Gateway::Options options;
   options.throttle.burst = 2;
   Build(options);
-  for (int i = 0; i < 2; ++i) Ask("GET", "/jpeg/1", {{"Cookie", "vigila_session=00000000"}});
+  for (const char* guess : {"vigila_session=00000000", "vigila_session=00000001"}) {
+    Ask("GET", "/jpeg/1", {{"Cookie", guess}});
+  }
   const HttpResponse response = Ask("GET", "/jpeg/1", Session());
   EXPECT_EQ(response.status, 429);
   EXPECT_EQ(One(response, "Retry-After"), "6");
@@ -207,6 +211,40 @@ TEST_F(AGateway, AnswersAProxyWithUserAndGroups) {
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(One(response, "X-Auth-User"), "view");
   EXPECT_EQ(One(response, "X-Auth-Groups"), "operators,viewers");
+}
+
+TEST_F(AGateway, LogsWhatAProxyAskedAboutAndForWhom) {
+  HttpHeaders headers = Session();
+  headers.insert(headers.end(), {{"X-Original-Method", "GET"}, {"X-Original-URI", "/jpeg//1?x"}});
+  AskAuth(headers);
+  EXPECT_EQ(log_.back().face, "auth");
+  EXPECT_EQ(log_.back().path, "/jpeg/1");
+  EXPECT_EQ(log_.back().user, "view");
+  AskAuth({});
+  EXPECT_EQ(log_.back().path, "/auth");
+  EXPECT_EQ(log_.back().user, "");
+}
+
+// The client library may go on granting from memory for a while.
+TEST_F(AGateway, GrantsAProxyNothingWithoutAUser) {
+  service_.granted_from_memory = true;
+  service_.sessions.clear();
+  HttpHeaders headers = Session();
+  headers.insert(headers.end(), {{"X-Original-Method", "GET"}, {"X-Original-URI", "/jpeg/1"}});
+  const HttpResponse ended = AskAuth(headers);
+  EXPECT_EQ(ended.status, 401);
+  EXPECT_EQ(One(ended, "Set-Cookie"),
+            "vigila_session=; Max-Age=0; Path=/; HttpOnly; SameSite=Strict");
+  service_.reachable = false;
+  EXPECT_EQ(AskAuth(headers).status, 503);
+}
+
+TEST_F(AGateway, TellsItsHealthFromTheServiceAndNotFromMemory) {
+  EXPECT_EQ(Ask("GET", "/healthz").status, 200);
+  EXPECT_EQ(service_.questions, 0);
+  EXPECT_EQ(service_.nonces, 0);
+  service_.reachable = false;
+  EXPECT_EQ(Ask("GET", "/healthz").status, 503);
 }
 
 TEST_F(AGateway, NamesNobodyToAProxyForAnOpenPath) {
@@ -259,6 +297,25 @@ TEST_F(AGateway, WritesANameIntoAHeaderSoThatItCannotEndIt) {
   HttpHeaders headers = Session();
   headers.insert(headers.end(), {{"X-Original-Method", "GET"}, {"X-Original-URI", "/jpeg/1"}});
   EXPECT_EQ(One(AskAuth(headers), "X-Auth-User"), "a%0D%0Ab%20%25%E4");
+}
+
+TEST_F(AGateway, ServesAnIndexUnderItsOwnPathOnly) {
+  const support::TempDir dir;
+  std::filesystem::create_directory(dir.File("sub"));
+  dir.Write("sub/index.html", "index");
+  dir.Write("sub/a.html", "a");
+  gateway_ = std::make_unique<Gateway>(service_, metrics_,
+                                       std::make_unique<vigila::gateway::StaticFiles>(dir.Path()),
+                                       Gateway::Options(), [](const AccessRecord&) {});
+  service_.access["/sub/index.html"] = {"admin"};
+  const HttpResponse response = Ask("GET", "/sub/", Session());
+  EXPECT_EQ(response.status, 302);
+  EXPECT_EQ(One(response, "Location"), "index.html");
+  EXPECT_EQ(Ask("GET", "/sub/index.html", Session()).status, 403);
+  EXPECT_EQ(Ask("GET", "/sub/a.html", Session()).body, "a");
+  EXPECT_EQ(Ask("GET", "/sub/b.html", Session()).status, 404);
+  EXPECT_EQ(Ask("GET", "/none/", Session()).status, 404);
+  EXPECT_EQ(Ask("GET", "/sub", Session()).status, 404);
 }
 
 TEST_F(AGateway, ThrottlesTheClientAndNotItsProxy) {

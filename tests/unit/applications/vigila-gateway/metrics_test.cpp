@@ -19,7 +19,7 @@ using vigila::gateway::MetricsPage;
 class AMeteredService : public testing::Test {
  protected:
   bool Says(const std::string& line) const {
-    return ("\n" + metrics_.Text()).find("\n" + line + "\n") != std::string::npos;
+    return ("\n" + metrics_.Text(metered_.Counts())).find("\n" + line + "\n") != std::string::npos;
   }
   FakeAuthService service_;
   Metrics metrics_;
@@ -40,14 +40,20 @@ TEST_F(AMeteredService, CountsLogonsByTheirResult) {
   EXPECT_TRUE(Says("vigila_gateway_logons_total{scheme=\"digest\",result=\"disabled\"} 1"));
   EXPECT_TRUE(Says("vigila_gateway_logons_total{scheme=\"wsse\",result=\"nodigest\"} 1"));
   EXPECT_TRUE(Says("vigila_gateway_logons_total{scheme=\"basic\",result=\"nodigest\"} 1"));
-  EXPECT_TRUE(Says("vigila_gateway_service_failures_total 0"));
 }
 
-TEST_F(AMeteredService, CountsQuestionsWithoutAnAnswer) {
+TEST_F(AMeteredService, TellsWhatTheClientCounts) {
+  service_.counts = {3, 2, 1};
+  EXPECT_TRUE(Says("vigila_gateway_cache_hits_total 3"));
+  EXPECT_TRUE(Says("vigila_gateway_cache_misses_total 2"));
+  EXPECT_TRUE(Says("vigila_gateway_service_failures_total 1"));
+}
+
+TEST_F(AMeteredService, CountsALogonWithoutAnAnswer) {
   service_.reachable = false;
+  EXPECT_FALSE(metered_.IsReachable());
   metered_.LogOnWithDigest({});
-  metered_.GetNonce();
-  EXPECT_TRUE(Says("vigila_gateway_service_failures_total 2"));
+  EXPECT_TRUE(Says("vigila_gateway_question_seconds_count{operation=\"is_reachable\"} 1"));
   EXPECT_TRUE(Says("vigila_gateway_logons_total{scheme=\"digest\",result=\"unavailable\"} 1"));
 }
 
@@ -79,7 +85,7 @@ TEST(Metrics, PutsDurationsIntoTheirBuckets) {
   metrics.CountRequest("site", 200, std::chrono::microseconds(2));
   metrics.CountRequest("site", 404, std::chrono::microseconds(3));
   metrics.CountRequest("site", 200, std::chrono::seconds(3));
-  const std::string text = metrics.Text();
+  const std::string text = metrics.Text({});
   for (const char* line : {"vigila_gateway_requests_total{face=\"site\",status=\"200\"} 2\n",
                            "vigila_gateway_request_seconds_bucket{le=\"2e-06\"} 1\n",
                            "vigila_gateway_request_seconds_bucket{le=\"2e-05\"} 2\n",
@@ -93,9 +99,11 @@ TEST(Metrics, PutsDurationsIntoTheirBuckets) {
 
 TEST(MetricsPage, IsThereAndNowhereElse) {
   Metrics metrics;
-  MetricsPage page(metrics);
+  FakeAuthService service;
+  service.counts.failures = 7;
+  MetricsPage page(metrics, service);
   EXPECT_EQ(page.Open(HttpRequest{"GET", "/metrics", "", {}})->Answer(Body::kComplete).body,
-            metrics.Text());
+            metrics.Text(service.counts));
   EXPECT_EQ(page.Open(HttpRequest{"GET", "/", "", {}})->Answer(Body::kComplete).status, 404);
   EXPECT_EQ(page.Open(HttpRequest{"POST", "/metrics", "", {}})->Answer(Body::kComplete).status,
             405);
