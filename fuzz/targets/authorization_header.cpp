@@ -1,13 +1,18 @@
-// Whatever is read as an answer to a digest challenge is complete and within its bounds.
+// Whatever is read as an answer to a challenge is complete and within its bounds.
 #include "vigila-gateway/authorization_header.h"
 
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace vigila::gateway;
   const AuthorizationHeader header =
       ParseAuthorization({reinterpret_cast<const char*>(data), size});
+  if (const auto* basic = std::get_if<BasicAnswer>(&header)) {
+    if (basic->username.find(':') != std::string::npos) std::abort();
+    if (basic->username.size() + basic->password.Text().size() >= size) std::abort();
+  }
   const auto* digest = std::get_if<DigestAnswer>(&header);
   if (digest == nullptr) return 0;
   if (size > kMaximumAuthorizationBytes) std::abort();
