@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 #include <openssl/param_build.h>
 #include <openssl/rsa.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <vector>
 
 #include "tevra/osa/exception.h"
@@ -32,6 +34,9 @@ constexpr uint64_t kPadding = RSA_PKCS1_OAEP_PADDING;
 constexpr size_t kWordSize = 8;
 constexpr size_t kHeaderWords = 4;
 constexpr int kWordBits = 64;
+// Behind a key file's name while it is being written; not a name that a backup would have.
+constexpr std::string_view kUnfinished = ".unfinished-";
+constexpr std::string_view kPlaceholder = "XXXXXX";
 
 // In the order of the file.
 enum Number { kModulus, kPublic, kPrivate, kFactor1, kFactor2, kExponent1, kExponent2, kInverse };
@@ -233,23 +238,68 @@ void WriteAll(const std::string& path, int fd, const SecretText& bytes) {
   if (fsync(fd) != 0) ThrowSystemError(path, "cannot be written");
 }
 
-// Never over an existing file: two processes that both found none must end with one key. File
-// systems that cannot promise that get a plain rename.
-bool MoveIntoPlace(const std::string& path, const std::string& temporary) {
-  if (renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
-    return true;
-  }
-  if (errno == EEXIST) return false;
-  if (errno != EINVAL && errno != ENOSYS) ThrowSystemError(path, "cannot be made");
-  if (access(path.c_str(), F_OK) == 0) return false;
-  if (rename(temporary.c_str(), path.c_str()) != 0) ThrowSystemError(path, "cannot be made");
-  return true;
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
+// Removes what processes left that were killed while they wrote this file. One that still writes
+// holds the lock.
+void RemoveRemains(const std::string& path) {
+  const std::string prefix =
+      std::filesystem::path(path).filename().string() + std::string(kUnfinished);
+  std::error_code failure;  // then it stays; nothing ever reads it
+  std::filesystem::directory_iterator entry(DirectoryOf(path), failure);
+  for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
+    const std::string name = entry->path().filename().string();
+    if (!name.starts_with(prefix) || name.size() != prefix.size() + kPlaceholder.size()) continue;
+    const std::string remains = entry->path().string();
+    const Descriptor file(open(remains.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (file.Get() >= 0 && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) unlink(remains.c_str());
+  }
+}
+
+// A file under a name of its own, removed again unless it was moved into place.
+class UnfinishedFile final {
+ public:
+  explicit UnfinishedFile(const std::string& path)
+      : path_(path),
+        name_(path + std::string(kUnfinished) + std::string(kPlaceholder)),
+        file_(mkostemp(name_.data(), O_CLOEXEC)) {
+    if (file_.Get() < 0) ThrowSystemError(path_, "cannot be made");
+    // Should somebody take it for remains before this, the move fails.
+    flock(file_.Get(), LOCK_EX | LOCK_NB);
+  }
+  ~UnfinishedFile() {
+    if (!moved_) unlink(name_.c_str());
+  }
+  UnfinishedFile(const UnfinishedFile&) = delete;
+  UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+  int Get() const { return file_.Get(); }
+
+  // Never over an existing file: two processes that both found none must end with one key. File
+  // systems that cannot promise that get a plain rename. False when there is a file.
+  bool MoveIntoPlace() {
+    if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
+      return moved_ = true;
+    }
+    if (errno == EEXIST) return false;
+    if (errno != EINVAL && errno != ENOSYS) ThrowSystemError(path_, "cannot be made");
+    if (access(path_.c_str(), F_OK) == 0) return false;
+    if (rename(name_.c_str(), path_.c_str()) != 0) ThrowSystemError(path_, "cannot be made");
+    return moved_ = true;
+  }
+
+ private:
+  const std::string path_;
+  std::string name_;
+  const Descriptor file_;
+  bool moved_ = false;
+};
+
 void FlushDirectory(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const std::string name = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const Descriptor directory(open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.Get() < 0 || fsync(directory.Get()) != 0) {
     ThrowSystemError(path, "its directory cannot be flushed");
   }
@@ -285,24 +335,15 @@ AtRestKey::Pointer AtRestKey::Load(const std::string& path, Kind kind) {
 
 bool AtRestKey::Create(const std::string& path, int bits) {
   if (access(path.c_str(), F_OK) == 0) return false;
-  std::string temporary = path + ".XXXXXX";
-  const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
-  if (file.Get() < 0) ThrowSystemError(path, "cannot be made");
-  bool moved = false;
-  try {
-    SecretText bytes(FileSize(bits));
-    while (!WriteKey(GenerateKey(path, bits).get(), bits, bytes)) {
-    }
-    WriteAll(path, file.Get(), bytes);
-    moved = MoveIntoPlace(path, temporary);
-  } catch (const std::exception&) {
-    unlink(temporary.c_str());
-    throw;
+  if (access(DirectoryOf(path).c_str(), W_OK | X_OK) != 0) ThrowSystemError(path, "cannot be made");
+  // Before there is a file: this takes long enough for a process to be killed in it.
+  SecretText bytes(FileSize(bits));
+  while (!WriteKey(GenerateKey(path, bits).get(), bits, bytes)) {
   }
-  if (!moved) {
-    unlink(temporary.c_str());
-    return false;
-  }
+  RemoveRemains(path);
+  UnfinishedFile file(path);
+  WriteAll(path, file.Get(), bytes);
+  if (!file.MoveIntoPlace()) return false;
   FlushDirectory(path);
   return true;
 }

@@ -1,10 +1,20 @@
 #include "vigila/server/at_rest_cipher.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <thread>
 #include <vector>
@@ -15,6 +25,22 @@
 #include "support/platform_fixture.h"
 #include "support/temp_dir.h"
 #include "tevra/osa/exception.h"
+
+namespace {
+
+bool plain_renames_only = false;
+
+}  // namespace
+
+// Stands before the C library's function.
+extern "C" int renameat2(int from_dir, const char* from, int to_dir, const char* to,
+                         unsigned flags) noexcept {
+  if (plain_renames_only && flags != 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_renameat2, from_dir, from, to_dir, to, flags));
+}
 
 namespace vigila::server {
 namespace {
@@ -189,6 +215,94 @@ TEST_F(AtRestCipherTest, NeverReplacesAKeyFile) {
                tevra::osa::Exception);
   EXPECT_EQ(ReadKey(), dir_.Read("some.key"));
   EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(dir_.Path()), {}));
+}
+
+std::vector<std::string> FilesIn(const std::string& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST_F(AtRestCipherTest, LeavesNothingWhenItsProcessIsKilledWhileItMakesAKey) {
+  const std::string path = dir_.File("first.key");
+  for (int milliseconds = 0; milliseconds < 20; ++milliseconds) {
+    const pid_t child = fork();
+    if (child == 0) {
+      AtRestCipher::CreateKeyFile(path, AtRestCipher::kMaximumBits);
+      _exit(0);
+    }
+    poll(nullptr, 0, milliseconds);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    // A lucky child is done already.
+    std::filesystem::remove(path);
+    EXPECT_EQ(FilesIn(dir_.Path()), std::vector<std::string>{});
+  }
+}
+
+TEST_F(AtRestCipherTest, RemovesWhatAKilledProcessLeftAndNothingElse) {
+  const std::vector<std::string> others = {"first.key.backup", "first.key.unfinished-long-one",
+                                           "other.key.unfinished-abcdef"};
+  for (const std::string& name : others) dir_.Write(name, "x");
+  dir_.Write("first.key.unfinished-abcdef", "half a key");
+  dir_.Write("first.key.unfinished-000000", "");
+  const std::string busy = dir_.Write("first.key.unfinished-ghijkl", "somebody writes this");
+  const int lock = open(busy.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  AtRestCipher::CreateKeyFile(dir_.File("first.key"), AtRestCipher::kMinimumBits);
+  std::vector<std::string> left = others;
+  left.insert(left.end(), {"first.key", "first.key.unfinished-ghijkl"});
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(FilesIn(dir_.Path()), left);
+  close(lock);
+}
+
+TEST_F(AtRestCipherTest, MakesAKeyWhereTheFileSystemRenamesPlainlyOnly) {
+  const std::string path = dir_.File("first.key");
+  plain_renames_only = true;
+  AtRestCipher::CreateKeyFile(path, AtRestCipher::kMinimumBits);
+  plain_renames_only = false;
+  EXPECT_EQ(FilesIn(dir_.Path()), std::vector<std::string>{"first.key"});
+  AtRestCipher::Close();
+  AtRestCipher::Configure(path);
+  EXPECT_EQ(ErrorOfOpening(), "no error");
+}
+
+TEST_F(AtRestCipherTest, LeavesNothingOfAKeyThatTheDiskDoesNotTake) {
+  const auto previous_handler = signal(SIGXFSZ, SIG_IGN);
+  rlimit previous = {};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit full = {100, previous.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &full);
+  AtRestCipher::Close();
+  AtRestCipher::Configure(dir_.File("first.key"));
+  const std::string error = ErrorOfOpening(false);
+  setrlimit(RLIMIT_FSIZE, &previous);
+  signal(SIGXFSZ, previous_handler);
+  EXPECT_EQ(error, "key file " + dir_.File("first.key") + ": cannot be written: File too large");
+  EXPECT_EQ(FilesIn(dir_.Path()), std::vector<std::string>{});
+}
+
+TEST_F(AtRestCipherTest, EndsWithOneKeyWhenTwoMakeItAtOnce) {
+  const std::string path = dir_.File("first.key");
+  std::atomic<int> made = 0;
+  std::vector<std::thread> makers;
+  for (int i = 0; i < 4; ++i) {
+    makers.emplace_back([&] {
+      try {
+        AtRestCipher::CreateKeyFile(path, AtRestCipher::kMinimumBits);
+        ++made;
+      } catch (const tevra::osa::Exception& refused) {
+        EXPECT_EQ(refused.what(), "key file " + path + ": exists already");
+      }
+    });
+  }
+  for (std::thread& maker : makers) maker.join();
+  EXPECT_EQ(made, 1);
+  EXPECT_EQ(FilesIn(dir_.Path()), std::vector<std::string>{"first.key"});
 }
 
 TEST_F(AtRestCipherTest, MakesKeysOfSensibleSizesOnly) {
