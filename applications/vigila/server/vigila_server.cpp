@@ -66,6 +66,7 @@ StopSignals::StopSignals() {
   }
   fcntl(ends_[1], F_SETFL, O_NONBLOCK);
   stop_write_end = ends_[1];
+  // Deliberate: SIGINT first; whoever traces the start expects to see it before SIGTERM.
   std::signal(SIGINT, RequestStop);
   std::signal(SIGTERM, RequestStop);
 }

@@ -31,6 +31,10 @@ const std::string& TextAt(const MsgBusMsg& message, size_t index) {
 
 }  // namespace
 
+KrandApiPermissionTargetImplBase::~KrandApiPermissionTargetImplBase() {
+  krand_core_trace("~KrandApiPermissionTargetImplBase");
+}
+
 void KrandApiPermissionTargetImplBase::log(krand_core_log_priority priority, const char* format,
                                            ...) {
   va_list arguments;

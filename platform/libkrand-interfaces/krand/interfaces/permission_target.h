@@ -12,7 +12,7 @@
 class KrandApiPermissionTargetImplBase {
  public:
   explicit KrandApiPermissionTargetImplBase(void* context) : context_(context) {}
-  virtual ~KrandApiPermissionTargetImplBase() = default;
+  virtual ~KrandApiPermissionTargetImplBase();
   KrandApiPermissionTargetImplBase(const KrandApiPermissionTargetImplBase&) = delete;
   KrandApiPermissionTargetImplBase& operator=(const KrandApiPermissionTargetImplBase&) = delete;
 

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <type_traits>
 
 #include "krand/interfaces/device_information.h"
 #include "support/capturing_log.h"
@@ -43,6 +44,8 @@ extern "C" krand_core_status krand_api_device_information_initiator_deinit(
 
 namespace krand::vigila {
 namespace {
+
+static_assert(std::has_virtual_destructor_v<DeviceInformation>);
 
 class Device : public testing::Test {
  protected:

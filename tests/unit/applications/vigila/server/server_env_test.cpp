@@ -74,10 +74,11 @@ TEST_F(Environment, BringsThePlatformUpAndDownInItsOrder) {
                   "krand_api_device_information_initiator_deinit", "KrandApiPermissionTargetRun"}));
     trace.clear();
   }
-  // The contexts go before the permission target, which is no platform call.
-  EXPECT_EQ(trace, (std::vector<std::string>{
-                       "~KrandApiPermissionTargetRun", "krand_core_settings_deinit",
-                       "krand_core_deinit", "krand_core_ipc_deinit", "krand_core_logging_deinit"}));
+  // The contexts go before the permission target.
+  EXPECT_EQ(trace, (std::vector<std::string>{"~KrandApiPermissionTargetRun",
+                                             "krand_core_settings_deinit", "krand_core_deinit",
+                                             "krand_core_ipc_deinit", "krand_core_logging_deinit",
+                                             "~KrandApiPermissionTargetImplBase"}));
 }
 
 TEST_F(Environment, CanBeBuiltAgainAfterItWasTornDown) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <type_traits>
 
 #include "support/capturing_log.h"
 #include "support/platform_fixture.h"
@@ -16,6 +17,8 @@ namespace {
 
 using tevra::interfaces::ISecurityProvider;
 using tevra::msgbus::MsgBusMsg;
+
+static_assert(std::has_virtual_destructor_v<VigilaDbusServer>);
 
 class Endpoint : public testing::Test {
  protected:

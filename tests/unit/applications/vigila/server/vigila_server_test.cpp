@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -15,6 +17,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "support/at_rest_key_fixture.h"
@@ -31,6 +34,12 @@ namespace {
 std::function<void(const std::string&)> on_notify;
 
 bool no_pipes = false;
+int last_pipe[2] = {-1, -1};
+
+// What the main loop's wait does instead of waiting; less than -1 lets it wait.
+std::function<int()> on_select;
+
+std::vector<int>* installed_signals = nullptr;
 
 }  // namespace
 
@@ -40,7 +49,27 @@ extern "C" int pipe2(int ends[2], int flags) noexcept {
     errno = EMFILE;
     return -1;
   }
-  return static_cast<int>(syscall(SYS_pipe2, ends, flags));
+  const int result = static_cast<int>(syscall(SYS_pipe2, ends, flags));
+  std::copy(ends, ends + 2, last_pipe);
+  return result;
+}
+
+// Stands before the C library's function.
+extern "C" int select(int count, fd_set* read, fd_set* write, fd_set* error, timeval* timeout) {
+  const int answer = on_select ? on_select() : -2;
+  if (answer >= -1) return answer;
+  if (timeout != nullptr) return -1;  // nobody here waits with one
+  return pselect(count, read, write, error, nullptr, nullptr);
+}
+
+// Stands before the C library's function.
+extern "C" __sighandler_t signal(int number, __sighandler_t handler) noexcept {
+  if (installed_signals != nullptr && handler != SIG_DFL) installed_signals->push_back(number);
+  struct sigaction action = {};
+  struct sigaction before = {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  return sigaction(number, &action, &before) == 0 ? before.sa_handler : SIG_ERR;
 }
 
 // Stands before the service manager's own function.
@@ -51,6 +80,8 @@ extern "C" int sd_notify(int, const char* state) {
 
 namespace vigila::server {
 namespace {
+
+static_assert(!std::is_polymorphic_v<VigilaServer>);
 
 size_t OpenDescriptors() {
   size_t count = 0;
@@ -79,6 +110,8 @@ class MainLoop : public testing::Test {
   MainLoop() : env(std::make_unique<ServerEnv>(true)) {}
   ~MainLoop() override {
     on_notify = nullptr;
+    on_select = nullptr;
+    installed_signals = nullptr;
     if (helper.joinable()) helper.join();
   }
 
@@ -161,6 +194,73 @@ TEST_F(MainLoop, StopsOnAnyInterruptedWait) {
   EXPECT_EQ(Run(), 0);
   std::signal(SIGUSR1, previous);
   ExpectOrderlyStop();
+}
+
+TEST_F(MainLoop, StopsOnAnyErrorOfItsWait) {
+  on_select = [] {
+    errno = EINVAL;
+    return -1;
+  };
+  EXPECT_EQ(Run(), 0);
+  ExpectOrderlyStop();
+}
+
+TEST_F(MainLoop, WaitsAgainWhenNothingHappened) {
+  int waits = 0;
+  on_select = [&waits] {
+    if (++waits == 3) raise(SIGTERM);
+    return waits < 3 ? 0 : -2;
+  };
+  EXPECT_EQ(Run(), 0);
+  EXPECT_EQ(waits, 3);
+  ExpectOrderlyStop();
+}
+
+TEST_F(MainLoop, GivesEverythingBackWhenItsWaitFails) {
+  on_select = []() -> int { throw tevra::osa::Exception("the wait broke"); };
+  const size_t before = OpenDescriptors();
+  EXPECT_EQ(TextOfFailure(), "the wait broke");
+  EXPECT_EQ(OpenDescriptors(), before);
+  EXPECT_EQ(log.TextsOf("VigilaServer", tevra::core::Logger::kError),
+            (std::vector<std::string>{"Caught exception in main loop"}));
+  EXPECT_TRUE(log.TextsOf("VigilaServer", tevra::core::Logger::kInformation).empty());
+  EXPECT_TRUE(HasDefaultHandling(SIGINT));
+  EXPECT_TRUE(HasDefaultHandling(SIGTERM));
+  const std::unique_ptr<tevra::interfaces::ISecurityProvider> late(
+      tevra::interfaces::ISecurityProvider::CreateClient(env->GetMsgBus()));
+  EXPECT_THROW(late->IsProtected("/inject.cgi"), tevra::osa::Exception);
+}
+
+TEST_F(MainLoop, AnswersWithTheResultOfClosingTheWriteEnd) {
+  on_notify = [](const std::string&) {
+    raise(SIGTERM);
+    close(last_pipe[1]);
+  };
+  EXPECT_EQ(Run(), -1);
+  on_notify = [](const std::string&) {
+    raise(SIGTERM);
+    close(last_pipe[0]);
+  };
+  EXPECT_EQ(Run(), 0) << "the read end does not count";
+}
+
+TEST_F(MainLoop, TakesOverSigintBeforeSigterm) {
+  std::vector<int> order;
+  installed_signals = &order;
+  on_notify = [](const std::string&) { raise(SIGTERM); };
+  EXPECT_EQ(Run(), 0);
+  EXPECT_EQ(order, (std::vector<int>{SIGINT, SIGTERM}));
+}
+
+TEST_F(MainLoop, FetchesTheLoggerOfItsSettings) {
+  const auto is_known = [] {
+    const std::vector<std::string> names = tevra::core::Logger::Names();
+    return std::count(names.begin(), names.end(), "Applications/vigila") == 1;
+  };
+  // Whichever test of this program ran first may have fetched it; none but the loop does.
+  on_notify = [](const std::string&) { raise(SIGTERM); };
+  EXPECT_EQ(Run(), 0);
+  EXPECT_TRUE(is_known());
 }
 
 TEST_F(MainLoop, KeepsAStopSignalThatComesBeforeItWaits) {
