@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <exception>
-#include <sstream>
+#include <istream>
+#include <streambuf>
 
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
@@ -18,10 +19,20 @@ constexpr size_t kMinNameBytes = 2;
 constexpr size_t kMaxNameBytes = 32;
 constexpr uint32_t kHighestGroup = ISecurityProvider::kNobody;
 
+// Lets a stream read a text where it lies; a copy of the stream's own could not be wiped.
+class BorrowedText final : public std::streambuf {
+ public:
+  explicit BorrowedText(const std::string& text) {
+    char* const begin = const_cast<char*>(text.data());  // a get area is not written to
+    setg(begin, begin, begin + text.size());
+  }
+};
+
 // False when the text is no document of this kind, or lists no user.
 bool ReadUsers(const std::string& text, json::Array& users) {
   try {
-    std::istringstream stream(text);
+    BorrowedText borrowed(text);
+    std::istream stream(&borrowed);
     json::Object document;
     json::Reader::Read(document, stream);
     const json::Object& members = document;
@@ -43,12 +54,14 @@ const json::UnknownElement* FindMember(const json::UnknownElement& entry, const 
   }
 }
 
+// Straight into `text`, which may be a password: a copy on the way could not be wiped.
 bool ReadText(const json::UnknownElement* element, std::string& text) {
   if (element == nullptr) return false;
   try {
-    text = tevra::core::JsonUtils::AsString(*element);
+    const json::String& string = *element;
+    text = string.Value();
     return true;
-  } catch (const std::exception&) {
+  } catch (const json::Exception&) {
     return false;
   }
 }

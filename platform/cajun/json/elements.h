@@ -1,6 +1,8 @@
 #ifndef JSON_ELEMENTS_H_
 #define JSON_ELEMENTS_H_
 
+#include <string.h>
+
 #include <cstddef>
 #include <deque>
 #include <list>
@@ -9,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -23,11 +26,22 @@ class Exception : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A value of one type. Texts may be passwords: their memory is overwritten when they go.
 template <typename T>
 class TrivialType {
  public:
   TrivialType() = default;
   TrivialType(const T& value) : value_(value) {}  // NOLINT(google-explicit-constructor)
+  TrivialType(const TrivialType& other) = default;
+  TrivialType(TrivialType&& other) noexcept = default;
+  TrivialType& operator=(const TrivialType& other) = default;
+  TrivialType& operator=(TrivialType&& other) noexcept = default;
+  ~TrivialType() {
+    if constexpr (std::is_same_v<T, std::string>) {
+      value_.resize(value_.capacity());  // the bytes behind the end are old ones
+      explicit_bzero(value_.data(), value_.size());
+    }
+  }
 
   operator const T&() const { return value_; }  // NOLINT(google-explicit-constructor)
   operator T&() { return value_; }              // NOLINT(google-explicit-constructor)

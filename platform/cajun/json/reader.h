@@ -1,6 +1,9 @@
 #ifndef JSON_READER_H_
 #define JSON_READER_H_
 
+#include <string.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <istream>
 #include <nlohmann/json.hpp>
@@ -44,7 +47,7 @@ class Reader {
   template <typename T>
   static void ReadTyped(T& typed, std::istream& stream);
   static UnknownElement Parse(std::istream& stream);
-  static std::string ReadWhole(std::istream& stream);
+  static String ReadWhole(std::istream& stream);
 };
 
 // Takes the parser's events and grows the document under root_.
@@ -55,7 +58,11 @@ class Reader::Builder {
   bool number_integer(int64_t value) { return Add(Number(static_cast<double>(value))); }
   bool number_unsigned(uint64_t value) { return Add(Number(static_cast<double>(value))); }
   bool number_float(double value, const std::string&) { return Add(Number(value)); }
-  bool string(const std::string& value) { return Add(String(value)); }
+  bool string(std::string& value) {
+    Add(String(value));
+    explicit_bzero(value.data(), value.size());  // the parser's own memory is not wiped
+    return true;
+  }
   bool binary(const nlohmann::json::binary_t&) { return false; }
   bool start_object(size_t) { return Open(Object()); }
   bool start_array(size_t) { return Open(Array()); }
@@ -106,20 +113,28 @@ class Reader::Builder {
   std::vector<Level> open_;
 };
 
-inline std::string Reader::ReadWhole(std::istream& stream) {
+inline String Reader::ReadWhole(std::istream& stream) {
+  constexpr size_t kBlock = 4096;
   if (!stream) throw ScanException("the stream cannot be read");
-  std::string text;
-  char block[4096];
+  String whole;
+  std::string& text = whole.Value();
+  // At once where the length is known: growing leaves copies behind.
+  const std::streamsize known = std::max<std::streamsize>(stream.rdbuf()->in_avail(), 0);
+  text.reserve(static_cast<size_t>(known) + kBlock);
+  size_t size = 0;
   do {
-    stream.read(block, sizeof(block));
-    text.append(block, static_cast<size_t>(stream.gcount()));
+    text.resize(size + kBlock);
+    stream.read(text.data() + size, kBlock);
+    size += static_cast<size_t>(stream.gcount());
   } while (stream);
+  text.resize(size);
   if (stream.bad()) throw ScanException("the stream failed");
-  return text;
+  return whole;
 }
 
 inline UnknownElement Reader::Parse(std::istream& stream) {
-  const std::string text = ReadWhole(stream);
+  const String whole = ReadWhole(stream);
+  const std::string& text = whole.Value();
   // The parser takes a zero byte for the end of the text.
   if (text.find('\0') != std::string::npos) throw ParseException("a zero byte");
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -14,6 +16,16 @@ Object Account() {
   account["Name"] = String("alice");
   account["Group"] = Number(8);
   return account;
+}
+
+TEST(JsonElement, OverwritesATextThatGoes) {
+  alignas(String) unsigned char memory[sizeof(String)] = {};
+  // Short: the bytes are in the object itself and stay readable.
+  std::destroy_at(new (memory) String("secret"));
+  const volatile unsigned char* left = memory;
+  std::string bytes;
+  for (size_t i = 0; i < sizeof(memory); ++i) bytes += static_cast<char>(left[i]);
+  EXPECT_EQ(std::string::npos, bytes.find("ecret"));
 }
 
 TEST(JsonElement, IsNullWhenNew) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <thread>
 
+#include "freed_memory_watch.h"
 #include "support/provider_environment.h"
 #include "tevra/osa/exception.h"
 #include "vigila/server/rule_manager.h"
@@ -194,6 +195,19 @@ TEST_F(SecurityProviderTest, LogonTakesNamesAndPasswordsOfAnyBytes) {
   EXPECT_EQ("NO_TOKEN", Logon("\xff\xfe", "\xff"));
   EXPECT_EQ("NO_TOKEN", Logon(std::string(100000, 'n'), std::string(100000, 'p')));
   EXPECT_EQ("NO_TOKEN", Logon("%n%s", "%n"));
+}
+
+TEST_F(SecurityProviderTest, LogonOverwritesThePasswordBeforeItsMemoryIsGivenBack) {
+  constexpr char kPassword[] = "correct horse battery staple";
+  AddAdministrator();
+  Add("alice", kPassword, 8);
+  const std::string password64 = krand::lib::Base64::Encode(kPassword);
+  const FreedMemoryWatch watch(kPassword);
+  EXPECT_TRUE(IsToken(Provider().Authenticate(true, "YWxpY2U=", password64)));
+  EXPECT_TRUE(IsToken(Provider().Authenticate(true, "YWxpY2U=", password64)));
+  EXPECT_EQ("NO_TOKEN", Provider().Authenticate(false, "YWRtaW4=", password64));
+  EXPECT_EQ("NO_TOKEN", Provider().Authenticate(false, "Z2hvc3Q=", password64));
+  EXPECT_EQ(0, watch.Found());
 }
 
 TEST_F(SecurityProviderTest, TwoReusingLogonsShareAToken) {

@@ -1,6 +1,9 @@
 // The administration of accounts by JSON documents.
 #include <gtest/gtest.h>
 
+#include <memory>
+
+#include "freed_memory_watch.h"
 #include "krand/core/settings_faults.h"
 #include "support/provider_environment.h"
 
@@ -386,6 +389,34 @@ TEST_F(SecurityProviderUsers, FirstAdministratorEndsTheOpenState) {
   EXPECT_TRUE(Provider().IsAuthenticated("12345678"));
   AddAdministrator();
   EXPECT_FALSE(Provider().IsAuthenticated("12345678"));
+}
+
+TEST(FreedMemoryWatch, FindsTextsThatWereLeftBehind) {
+  auto text = std::make_unique<std::string>("correct horse battery staple");
+  const FreedMemoryWatch watch("battery staple");
+  EXPECT_EQ(0, watch.Found());
+  text.reset();
+  EXPECT_EQ(1, watch.Found());
+}
+
+TEST_F(SecurityProviderUsers, PasswordsAreOverwrittenBeforeTheirMemoryIsGivenBack) {
+  constexpr char kPassword[] = "correct horse battery staple";
+  const auto one = [&](const char* name, int group) {
+    return UsersJson({UserJson(name, kPassword, group)});
+  };
+  const std::string added = one("alice", 8), refused = one("robert", 3), unknown = one("ghost", 8);
+  const std::string twice =
+      UsersJson({UserJson("carol", kPassword, 8), UserJson("carol", kPassword, 8)});
+  const std::string malformed = added.substr(0, added.size() - 1);
+  AddAdministrator();
+  const FreedMemoryWatch watch(kPassword);
+  EXPECT_EQ(0, Provider().AddUsers(added));
+  EXPECT_EQ(7, Provider().AddUsers(refused));
+  EXPECT_EQ(4, Provider().AddUsers(twice));
+  EXPECT_EQ(12, Provider().AddUsers(malformed));
+  EXPECT_EQ(0, Provider().ModifyUsers(added));
+  EXPECT_EQ(10, Provider().ModifyUsers(unknown));
+  EXPECT_EQ(0, watch.Found());
 }
 
 TEST_F(SecurityProviderUsers, StoreThatCannotBeWrittenIsAnExceptionAndChangesNothing) {

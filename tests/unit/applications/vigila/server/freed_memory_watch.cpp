@@ -1,0 +1,86 @@
+#include "freed_memory_watch.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+namespace {
+
+char secret[64];
+std::atomic<size_t> secret_size = 0;  // 0 while nobody watches
+std::atomic<int> found = 0;
+
+void* Allocate(size_t size) noexcept {
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+void* AllocateOrThrow(size_t size) {
+  void* const block = Allocate(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+void Release(void* block) noexcept {
+  const size_t size = secret_size;
+  if (size != 0 && block != nullptr &&
+      memmem(block, malloc_usable_size(block), secret, size) != nullptr) {
+    ++found;
+  }
+  std::free(block);
+}
+
+}  // namespace
+
+void* operator new(size_t size) {
+  return AllocateOrThrow(size);
+}
+void* operator new[](size_t size) {
+  return AllocateOrThrow(size);
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void operator delete(void* block) noexcept {
+  Release(block);
+}
+void operator delete[](void* block) noexcept {
+  Release(block);
+}
+void operator delete(void* block, size_t) noexcept {
+  Release(block);
+}
+void operator delete[](void* block, size_t) noexcept {
+  Release(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+  Release(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+  Release(block);
+}
+
+namespace vigila::server {
+
+FreedMemoryWatch::FreedMemoryWatch(std::string_view text) {
+  if (text.size() > sizeof(secret)) throw std::length_error("a secret of more than 64 bytes");
+  std::memcpy(secret, text.data(), text.size());
+  found = 0;
+  secret_size = text.size();
+}
+
+FreedMemoryWatch::~FreedMemoryWatch() {
+  secret_size = 0;
+}
+
+int FreedMemoryWatch::Found() const {
+  return found;
+}
+
+}  // namespace vigila::server

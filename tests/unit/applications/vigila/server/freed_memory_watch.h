@@ -1,0 +1,25 @@
+#ifndef TESTS_UNIT_SERVER_FREED_MEMORY_WATCH_H_
+#define TESTS_UNIT_SERVER_FREED_MEMORY_WATCH_H_
+
+#include <string_view>
+
+namespace vigila::server {
+
+// Looks through every block that this program gives back with delete, on any thread, for a text
+// that should have been overwritten before. One at a time. Texts that lie in their objects, which
+// are short ones, are not seen.
+class FreedMemoryWatch final {
+ public:
+  // `secret` is copied; at most 64 bytes.
+  explicit FreedMemoryWatch(std::string_view secret);
+  ~FreedMemoryWatch();
+  FreedMemoryWatch(const FreedMemoryWatch&) = delete;
+  FreedMemoryWatch& operator=(const FreedMemoryWatch&) = delete;
+
+  // Blocks so far that held all of the secret.
+  int Found() const;
+};
+
+}  // namespace vigila::server
+
+#endif  // TESTS_UNIT_SERVER_FREED_MEMORY_WATCH_H_
