@@ -1,5 +1,7 @@
 #include "vigila/model/user.h"
 
+#include <openssl/crypto.h>
+
 #include "tevra/crypto/gcrypt_digest.h"
 #include "tevra/crypto/gcrypt_init.h"
 
@@ -12,20 +14,21 @@ const char* const User::kNewLineChar = "%%NEWLINECHAR%%";
 // ends the process; a server that cannot hash must not go on judging logons.
 User::User(const std::string& name, const std::string& digest,
            const ISecurityProvider::Group& group, const std::set<_uuid_t>& permissions) noexcept
-    : name_(name), digest_(digest), group_(group), permissions_(permissions) {
+    : User(name, digest, Rights{group, std::make_shared<const std::set<_uuid_t>>(permissions)}) {}
+
+User::User(const std::string& name, const std::string& digest, const Rights& rights) noexcept
+    : name_(name), digest_(digest), rights_(rights) {
   tevra::crypto::GCryptInit::InitializeGcrypt(1);
 }
 
 // Session state stays behind: a copy has been in no session yet.
-User::User(const User& other) noexcept
-    : User(other.name_, other.digest_, other.group_, other.permissions_) {}
+User::User(const User& other) noexcept : User(other.name_, other.digest_, other.rights_) {}
 
 User& User::operator=(const User& other) {
   if (this == &other) return *this;
   name_ = other.name_;
   digest_ = other.digest_;
-  group_ = other.group_;
-  permissions_ = other.permissions_;
+  rights_ = other.rights_;
   // Deliberate: the target's own session state is cleared too; a record that now stands for another
   // account must not go on in the old one's session.
   last_access_ = tevra::osa::TimeStruct();
@@ -38,7 +41,9 @@ User::~User() = default;
 bool User::CompareHA1(const std::string& digest) const {
   // Deliberate: the anonymous account has no secret, so every digest is its own.
   if (name_ == kAnonymousUsername) return true;
-  return digest == digest_;
+  // In constant time: whoever holds the digest can log on with it, as with the password.
+  return digest.size() == digest_.size() &&
+         CRYPTO_memcmp(digest.data(), digest_.data(), digest.size()) == 0;
 }
 
 std::string User::MD5sum(const std::string& text) {
