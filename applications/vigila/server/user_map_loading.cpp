@@ -5,6 +5,7 @@
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
 #include "tevra/osa/exception.h"
+#include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
 
@@ -160,9 +161,12 @@ void UserMap::Impl::EnforceAtLoad(MyUser& user, uint32_t now) const {
     user.bad_password_time = now;
     user.dirty = true;
   }
-  // A password that cannot be read matches nothing anyway, and may be readable again tomorrow.
   const std::optional<SecretText> password = Decrypt(user.password);
-  if (password.has_value() && CheckLength(password->Size()) != kOk) {
+  // Without its key nothing is known of a password, and the key may be back tomorrow.
+  if (!user.password.empty() && !AtRestCipher::IsOpen()) return;
+  // Deliberate: no password, and one that the key does not open, are too short as well. They match
+  // nothing, and an expired account may be given a new password at any time.
+  if (CheckLength(password.has_value() ? password->Size() : 0) != kOk) {
     user.password_time = kExpiredNow;
     user.dirty = true;
   }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <openssl/sha.h>
 
+#include "freed_memory_watch.h"
 #include "krand/base64/base64.h"
 #include "support/user_store_fixture.h"
 
@@ -71,6 +72,18 @@ TEST_F(UserMapDigests, KeepsTheHA1OverAGroupChangeAndDropsItWithThePassword) {
   EXPECT_EQ(User::MD5sum("alice:Varno:another"), ha1_);
 }
 
+TEST_F(UserMapDigests, OverwritesThePasswordBeforeItsMemoryIsGivenBack) {
+  constexpr char kPassword[] = "correct horse battery staple";
+  Put("bob", kPassword, kViewer);
+  const std::string digest = Digest(kNonce, kCreated, kPassword);
+  const std::string nonce = krand::lib::Base64::Encode(kNonce);
+  const FreedMemoryWatch watch(kPassword);
+  EXPECT_EQ(0, GetHA1("bob"));
+  EXPECT_EQ(0, Wsse("bob", digest, nonce));
+  EXPECT_EQ(18, Wsse("bob", digest, "QUJD"));
+  EXPECT_EQ(0, watch.Found());
+}
+
 TEST_F(UserMapDigests, HasNoHA1ForTheUnknown) {
   EXPECT_EQ(10, GetHA1("nosuch"));
   EXPECT_EQ("old", ha1_);
@@ -119,6 +132,16 @@ TEST_F(UserMapDigests, RefusesTheHA1OfTheLockedAndTheExpired) {
   EXPECT_EQ("old", ha1_);
   Restart();
   EXPECT_EQ(0, GetHA1("both"));
+}
+
+TEST_F(UserMapDigests, CountsAPasswordThatIsNoneAsExpiredUnderThePolicy) {
+  settings_.PutJson("user.none", "{\"Groups\":8}");
+  settings_.PutJson("user.damaged", "{\"Groups\":8,\"Password\":\"c2VjcmV0\"}");
+  RestartWithPolicy();
+  for (const char* name : {"none", "damaged"}) {
+    EXPECT_EQ(17, GetHA1(name)) << name;
+    EXPECT_EQ(18, Token(name, "")) << name;  // told only to a matching token, and none matches
+  }
 }
 
 TEST_F(UserMapDigests, CountsAndResetsNothingForAnHA1) {

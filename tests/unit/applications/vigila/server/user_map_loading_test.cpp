@@ -1,8 +1,37 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "support/user_store_fixture.h"
+
+namespace {
+
+// A key that is listed and then has no value, as when another program deletes it meanwhile.
+const char* vanished_key = nullptr;
+
+}  // namespace
+
+// Stands in front of the library's own.
+extern "C" char** krand_core_settings_get_keys_starting_with(const char* prefix) {
+  static const auto forward =
+      reinterpret_cast<decltype(&krand_core_settings_get_keys_starting_with)>(
+          dlsym(RTLD_NEXT, "krand_core_settings_get_keys_starting_with"));
+  char** const keys = forward(prefix);
+  if (vanished_key == nullptr || keys == nullptr ||
+      std::strncmp(vanished_key, prefix, std::strlen(prefix)) != 0) {
+    return keys;
+  }
+  size_t count = 0;
+  while (keys[count] != nullptr) ++count;
+  char** const more = krand_core_alloc_string_array(count + 1);
+  more[0] = strdup(vanished_key);
+  for (size_t i = 0; i < count; ++i) more[i + 1] = std::exchange(keys[i], nullptr);
+  krand_core_free_string_array(keys);
+  return more;
+}
 
 namespace vigila::server {
 namespace {
@@ -109,6 +138,15 @@ TEST_F(UserMapLoading, GivesTheOtherGroupsWhatTheirMasksSay) {
             Store().GetPermissions(ToGroup(16)));
   EXPECT_TRUE(Store().GetPermissions(ToGroup(0)).empty());
   EXPECT_TRUE(Store().GetPermissions(ToGroup(0x40000000)).empty());
+}
+
+TEST_F(UserMapLoading, GivesEveryRecordOfAGroupTheSameRights) {
+  for (const int number : {0, 1, 2, 4, 8, 16, 17}) {
+    const auto rights = Store().GetRights(ToGroup(number));
+    EXPECT_EQ(ToGroup(number), rights.group);
+    EXPECT_EQ(Store().GetPermissions(ToGroup(number)), *rights.permissions);
+    EXPECT_EQ(rights.permissions, Store().GetRights(ToGroup(number)).permissions);
+  }
 }
 
 TEST_F(UserMapLoading, KeepsManagersFromTheAdministratorsPermissions) {
@@ -279,6 +317,21 @@ TEST_F(UserMapLoading, ReadsOnlyKeysWithThePrefix) {
   EXPECT_EQ(1u, Store().Size());
 }
 
+TEST_F(UserMapLoading, SkipsAKeyWithoutAValueInSilence) {
+  settings_.PutJson("user.alice", "{\"Groups\":8}");
+  settings_.PutJson("phrase._1", "{\"Alias\":\"b25l\",\"Phrase\":\"QUJD\"}");
+  for (const char* key : {"user.vanished", "user.", "phrase._0"}) {
+    vanished_key = key;
+    Restart();
+    EXPECT_EQ(2u, Store().Size()) << key;
+    EXPECT_FALSE(Store().Exists("vanished")) << key;
+    EXPECT_NE(std::string::npos, Store().GetPassphrases().find("\"_1\"")) << key;
+    EXPECT_EQ(std::string::npos, Store().GetPassphrases().find("_0")) << key;
+  }
+  vanished_key = nullptr;
+  EXPECT_TRUE(log_.Lines().empty());
+}
+
 TEST_F(UserMapLoading, LoadsOnceAndThenBelievesItsMemory) {
   EXPECT_EQ(1u, Store().Size());
   Put("alice", "secret", kViewer);
@@ -364,14 +417,50 @@ TEST_F(UserMapLoading, ExpiresPasswordsOfForbiddenLength) {
   EXPECT_EQ(kStart, Stored("least").password_time);
 }
 
-TEST_F(UserMapLoading, LeavesPasswordsAloneThatItCannotRead) {
-  const char json[] = "{\"Groups\":8,\"Password\":\"c2VjcmV0\"}";
-  settings_.PutJson("user.alice", json);
-  settings_.PutJson("user.bob", "{\"Groups\":8}");
+TEST_F(UserMapLoading, ExpiresPasswordsThatTheKeyDoesNotOpen) {
+  MyUser damaged;
+  damaged.group = ToGroup(kViewer);
+  damaged.password = "c2VjcmV0";
+  damaged.password_time = kStart;
+  Put("alice", damaged);
+  MyUser empty = damaged;
+  empty.password = Encrypt("");
+  Put("bob", empty);
   RestartWithPolicy();
-  Store().Size();
-  EXPECT_EQ(json, StoredText("alice"));
-  EXPECT_EQ("{\"Groups\":8}", StoredText("bob"));
+  for (const char* name : {"alice", "bob"}) {
+    EXPECT_TRUE(Store().IsAccountExpired(name)) << name;
+    EXPECT_EQ(1u, Stored(name).password_time) << name;
+    // Whoever wants to mend it need not wait for the password to come of age.
+    EXPECT_EQ(0, Store().ValidatePassword(name, "", "new password")) << name;
+  }
+  EXPECT_EQ("c2VjcmV0", Stored("alice").password);
+  ASSERT_EQ(-1, Merge({{"alice", "new password", kViewer}}));
+  EXPECT_FALSE(Store().IsAccountExpired("alice"));
+  EXPECT_EQ(0, Logon("alice", "new password"));
+}
+
+TEST_F(UserMapLoading, ExpiresAnAccountWithoutAPasswordAndWritesItBackWithoutCounters) {
+  settings_.PutJson("user.alice", "{\"Groups\":8, \"NumFailedLoginAttempts\":2}");
+  settings_.PutJson("user.nobody", "{\"Groups\":16}");
+  const unsigned long writes = krand_core_settings_write_count();
+  RestartWithPolicy();
+  EXPECT_TRUE(Store().IsAccountExpired("alice"));
+  EXPECT_FALSE(Store().IsAccountExpired("nobody"));
+  EXPECT_EQ(writes + 1, krand_core_settings_write_count());
+  EXPECT_EQ("{\"Groups\":8}", StoredText("alice"));
+  EXPECT_EQ(18, Logon("alice", ""));
+}
+
+TEST_F(UserMapLoading, ExpiresNoPasswordWhileTheKeyIsLost) {
+  Put("alice", "secret", kViewer);
+  Put("short", "abc", kViewer);
+  const std::string before = StoredText("short");
+  AtRestCipher::Close();
+  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
+  RestartWithPolicy();
+  EXPECT_FALSE(Store().IsAccountExpired("alice"));
+  EXPECT_FALSE(Store().IsAccountExpired("short"));
+  EXPECT_EQ(before, StoredText("short"));
 }
 
 TEST_F(UserMapLoading, WritesAllCorrectionsOfALoadAtOnce) {
