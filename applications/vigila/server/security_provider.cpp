@@ -35,7 +35,7 @@ void SecurityProvider::CheckStore() {
 
 std::string SecurityProvider::Enroll(const std::string& name, const std::string& digest,
                                      Group group, bool reusable) const {
-  auto record = std::make_unique<User>(name, digest, group, users_.GetPermissions(group));
+  auto record = std::make_unique<User>(name, digest, users_.GetRights(group));
   record->SetReusable(reusable);
   std::string token = env_->GetSessionManager().Enroll(record.get());
   const bool taken = !token.empty() && token != kNoToken;
@@ -107,6 +107,7 @@ bool SecurityProvider::Authorize(const std::string& token, const std::string& pa
   // Deliberate: an unknown token is judged as the anonymous account, not refused.
   if (const User* user = GetUser(token, true)) {
     granted = env_->GetRuleManager().HasAccess(path, user);
+    // Deliberate: the anonymous account has no session, hence nothing to refresh.
     if (granted && user != users_.GetNobody()) {
       env_->GetSessionManager().Refresh(token);
       logger_->Debug("refreshing token %s via authorize", token.c_str());

@@ -140,6 +140,7 @@ bool SecurityProvider::IsCreatedNow(const std::string& created) const {
   }
   const int64_t difference =
       (time.seconds - now.seconds) * 1000000 + (time.microseconds - now.microseconds);
+  // Deliberate: whole seconds, and the last one is still accepted, in either direction.
   const int64_t seconds = tevra::osa::TimeSpan::FromMicroseconds(difference).WholeSeconds();
   if (std::abs(seconds) <= kClockToleranceSecs) return true;
   logger_->Information("digest created time %s is more than %d seconds off local clock",

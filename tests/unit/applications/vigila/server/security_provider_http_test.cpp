@@ -178,6 +178,13 @@ TEST_F(SecurityProviderHttp, ResponseIsComparedByteForByte) {
   EXPECT_TRUE(IsToken(Send(right)));
 }
 
+TEST_F(SecurityProviderHttp, ResponseOfAnotherAlgorithmDoesNotMatch) {
+  Answer answer = SignedFor(Provider().GetNonce());
+  // Of SHA-256, which some clients answer with although it was not offered.
+  answer.response = "753927fa0e85d155564e2e272a28d1802ca10daf4496794697cf8db5856cb6c1";
+  EXPECT_EQ("NO_TOKEN", Send(answer));
+}
+
 TEST_F(SecurityProviderHttp, EveryFieldIsUnderTheResponse) {
   const Answer right = SignedFor(Provider().GetNonce());
   for (std::string Answer::*field : {&Answer::ha2, &Answer::cnonce, &Answer::nc, &Answer::nonce}) {
