@@ -348,6 +348,26 @@ TEST_P(MsgBusConformance, TellsWhenAWatchedDestinationComesBack) {
             (std::vector<std::string>(3, std::string("DestinationAppeared ") + kDestination)));
 }
 
+TEST_P(MsgBusConformance, TellsWhenAWatchedDestinationVanishes) {
+  if (!has_peers()) GTEST_SKIP() << "a bus without peers has nothing to watch";
+  EventLog log;
+  FunctionHandler note = NoteTo(log);
+  for (const char* event : {IMsgBus::kDestinationAppeared, IMsgBus::kDestinationVanished}) {
+    client().RegisterMessageHandler(event, IMsgBus::kLocalInterface, &note);
+  }
+  client().WatchDestination(kDestination);
+  std::vector<std::string> expected;
+  for (int i = 0; i < 2; ++i) {
+    server().StartServer(kDestination);
+    expected.push_back(std::string("DestinationAppeared ") + kDestination);
+    ASSERT_TRUE(log.WaitFor(expected.size()));
+    server().StopServer();
+    expected.push_back(std::string("DestinationVanished ") + kDestination);
+    ASSERT_TRUE(log.WaitFor(expected.size()));
+  }
+  EXPECT_EQ(log.Events(), expected);
+}
+
 TEST_P(MsgBusConformance, RunsHandlersOneAtATimeForAnyNumberOfCallers) {
   const bool one_thread_only = GetParam() == BusKind::kFake;
   int inside = 0;

@@ -104,6 +104,7 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
 
  private:
   void HandleMessage(msgbus::IMsgBus& bus, MsgBusMsg& message) override;
+  void Unregister();
 
   // The checked answer of one operation; `signature` is the body it must have.
   template <typename... Arguments>
@@ -156,18 +157,22 @@ SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus)
     bus_->RegisterMessageHandler(kChangedSignal, kInterface, this);
     bus_->RegisterMessageHandler(msgbus::IMsgBus::kDestinationAppeared,
                                  msgbus::IMsgBus::kLocalInterface, this);
+    bus_->RegisterMessageHandler(msgbus::IMsgBus::kDestinationVanished,
+                                 msgbus::IMsgBus::kLocalInterface, this);
     bus_->WatchDestination(kDestination);
   } catch (...) {
-    bus_->UnregisterMessageHandler(this);
-    bus_->UnregisterMessageHandler(this);
+    Unregister();
     throw;
   }
 }
 
 SecurityProviderProxy::~SecurityProviderProxy() {
-  // Once for each of the two names.
-  bus_->UnregisterMessageHandler(this);
-  bus_->UnregisterMessageHandler(this);
+  Unregister();
+}
+
+void SecurityProviderProxy::Unregister() {
+  // Once for each of the three names.
+  for (int i = 0; i < 3; ++i) bus_->UnregisterMessageHandler(this);
 }
 
 int SecurityProviderProxy::GetExpiration(const std::string& name, std::string& expires) const {
@@ -185,7 +190,8 @@ void SecurityProviderProxy::HandleMessage(msgbus::IMsgBus&, MsgBusMsg& message) 
     FireChangeListeners(std::get<bool>(message.Body()[0]));
     return;
   }
-  // A server that appears may be another one than the one that gave the earlier answers.
+  // A server that appears may be another one than the one that gave the earlier answers, and one
+  // that has vanished cannot take them back.
   if (message.Signature() == "s" && std::get<std::string>(message.Body()[0]) == kDestination) {
     FireChangeListeners(true);
   }

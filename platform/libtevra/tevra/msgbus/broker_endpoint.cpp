@@ -118,7 +118,10 @@ void BrokerEndpoint::Lose() {
   if (watch_ != 0) dispatch_.Remove(std::exchange(watch_, 0));
   link_.reset();
   callers_.clear();
-  for (auto& [name, watched] : watched_) watched.owner.clear();
+  for (auto& [name, watched] : watched_) {
+    watched.owner.clear();
+    dispatcher_.DispatchVanishing(name);
+  }
   ReconnectLater();
 }
 
@@ -205,7 +208,10 @@ void BrokerEndpoint::OnOwnerChanged(sd_bus_message* signal) {
   if (*after == '\0') callers_.erase(name);
   const auto watched = watched_.find(name);
   if (watched == watched_.end() || watched->second.owner == after) return;
-  watched->second.owner.clear();
+  if (!watched->second.owner.empty()) {
+    watched->second.owner.clear();
+    dispatcher_.DispatchVanishing(name);
+  }
   if (*after != '\0') Greet(name, after);
 }
 

@@ -131,8 +131,12 @@ void DirectWatcher::Close(Watched& watched) {
   dispatch_.Remove(watched.watch);
   if (watched.timer != 0) dispatch_.Cancel(std::exchange(watched.timer, 0));
   watched.link.reset();
+  const bool subscribed = std::exchange(watched.subscribed, false);
+  // Said also of a server that would not have us: calls may still reach it over other connections,
+  // and of its changes nothing is heard.
+  dispatcher_.DispatchVanishing(watched.name);
   // A server that let us in before may be back already; one that would not is left alone a while.
-  if (std::exchange(watched.subscribed, false)) {
+  if (subscribed) {
     Try(watched);
   } else {
     TryLater(watched, kLongPause);

@@ -15,8 +15,9 @@
 namespace tevra::msgbus {
 
 // Keeps a listening connection to each watched destination of the direct transport, and says so
-// when a destination has appeared. "Appeared" is said after the server has confirmed that its
-// broadcasts come here, so no change falls between the two. On the dispatch thread only.
+// when a destination has appeared and when it has vanished. "Appeared" is said after the server has
+// confirmed that its broadcasts come here, so no change falls between the two. On the dispatch
+// thread only.
 class DirectWatcher final {
  public:
   // All must outlive the watcher.

@@ -22,10 +22,12 @@ class IMessageHandler {
 // A message bus. The order of the virtual operations is a contract with the platform.
 class IMsgBus {
  public:
-  // Interface and name of the local message that tells a handler that a watched destination has
-  // appeared (again). Its body is the destination's name.
+  // Interface and names of the local messages that tell a handler that a watched destination has
+  // appeared (again), and that its broadcasts no longer come or could not be had. The body is the
+  // destination's name.
   static constexpr const char* kLocalInterface = "tevra.msgbus.Local";
   static constexpr const char* kDestinationAppeared = "DestinationAppeared";
+  static constexpr const char* kDestinationVanished = "DestinationVanished";
 
   virtual ~IMsgBus() = default;
   // One-way. With an empty destination: a broadcast to everyone who watches a destination that this
@@ -52,7 +54,8 @@ class IMsgBus {
   virtual void UnregisterMessageHandler(IMessageHandler* handler) = 0;
 
   // Behind the contract's slots: asks for the broadcasts of a destination and for
-  // kDestinationAppeared whenever it appears. A bus without peers has nothing to do.
+  // kDestinationAppeared and kDestinationVanished whenever it comes and goes. A bus without peers
+  // has nothing to do.
   virtual void WatchDestination(const std::string& name) { static_cast<void>(name); }
 };
 

@@ -103,7 +103,15 @@ void RequestDispatcher::DispatchSignal(sd_bus_message* signal, const Credentials
 }
 
 void RequestDispatcher::DispatchAppearance(const std::string& destination) {
-  MsgBusMsg message(IMsgBus::kLocalInterface, IMsgBus::kDestinationAppeared, "");
+  DispatchLocal(IMsgBus::kDestinationAppeared, destination);
+}
+
+void RequestDispatcher::DispatchVanishing(const std::string& destination) {
+  DispatchLocal(IMsgBus::kDestinationVanished, destination);
+}
+
+void RequestDispatcher::DispatchLocal(const char* name, const std::string& destination) {
+  MsgBusMsg message(IMsgBus::kLocalInterface, name, "");
   message.Append(destination);
   RunListener(message);
 }

@@ -25,6 +25,7 @@ class RequestDispatcher final {
                     const Credentials& caller);
   void DispatchSignal(sd_bus_message* signal, const Credentials& sender);
   void DispatchAppearance(const std::string& destination);
+  void DispatchVanishing(const std::string& destination);
 
   // Keeps the answer for the call under way, the last one counts; drops it when its call has ended.
   void SendReply(const MsgBusMsg& reply);
@@ -32,6 +33,7 @@ class RequestDispatcher final {
  private:
   MsgBusMsg Answer(MsgBusMsg& request, sd_bus_message* call, bool expects_reply);
   MsgBusMsg RunHandler(MsgBusMsg& request);
+  void DispatchLocal(const char* name, const std::string& destination);
   void RunListener(MsgBusMsg& message);
 
   IMsgBus& bus_;

@@ -84,6 +84,9 @@ class Proxy : public testing::Test {
   void NotifyAppeared(std::vector<MsgBusMsg::Value> body) {
     Notify(IMsgBus::kLocalInterface, IMsgBus::kDestinationAppeared, std::move(body));
   }
+  void NotifyVanished(std::vector<MsgBusMsg::Value> body) {
+    Notify(IMsgBus::kLocalInterface, IMsgBus::kDestinationVanished, std::move(body));
+  }
   template <typename F>
   static std::string TextThrownBy(F&& call) {
     try {
@@ -113,22 +116,24 @@ TEST_F(Proxy, AsksTheServersDestinationWithTheConfiguredDeadline) {
 TEST_F(Proxy, WatchesTheServerAndListensForChanges) {
   EXPECT_EQ(bus.watched, (std::vector<std::string>{ISecurityProvider::kDestination}));
   EXPECT_EQ(bus.handlers, (std::vector<std::string>{"tevra.interfaces.ISecurityProvider#Changed",
-                                                    "tevra.msgbus.Local#DestinationAppeared"}));
+                                                    "tevra.msgbus.Local#DestinationAppeared",
+                                                    "tevra.msgbus.Local#DestinationVanished"}));
 }
 
-TEST_F(Proxy, TakesBothRegistrationsBack) {
+TEST_F(Proxy, TakesItsRegistrationsBack) {
   proxy.reset();
-  EXPECT_EQ(bus.unregistered, 2);
+  EXPECT_EQ(bus.unregistered, 3);
   EXPECT_EQ(TextThrownBy([&] { NotifyChanged({true}); }), "no handler");
   EXPECT_EQ(TextThrownBy([&] { NotifyAppeared({std::string("x")}); }), "no handler");
+  EXPECT_EQ(TextThrownBy([&] { NotifyVanished({std::string("x")}); }), "no handler");
 }
 
-TEST_F(Proxy, TakesBothRegistrationsBackWhenItCannotBeMade) {
+TEST_F(Proxy, TakesItsRegistrationsBackWhenItCannotBeMade) {
   ScriptedBus failing;
   failing.fail_to_watch = true;
   EXPECT_EQ(TextThrownBy([&] { delete ISecurityProvider::CreateClient(&failing); }),
             "cannot watch");
-  EXPECT_EQ(failing.unregistered, 2);
+  EXPECT_EQ(failing.unregistered, 3);
 }
 
 TEST_F(Proxy, TellsItsListenersTheBroadcastValue) {
@@ -147,12 +152,22 @@ TEST_F(Proxy, TellsItsListenersWheneverTheServerAppears) {
   EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true}));
 }
 
+TEST_F(Proxy, TellsItsListenersWheneverTheServerVanishes) {
+  support::ChangeRecorder recorder;
+  recorder.Attach(*proxy);
+  NotifyVanished({std::string(ISecurityProvider::kDestination)});
+  NotifyVanished({std::string(ISecurityProvider::kDestination)});
+  EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true}));
+}
+
 TEST_F(Proxy, IgnoresNotificationsThatAreNotForIt) {
   support::ChangeRecorder recorder;
   recorder.Attach(*proxy);
   NotifyAppeared({std::string("krand.target.permission")});
   NotifyAppeared({});
   NotifyAppeared({true});
+  NotifyVanished({std::string("krand.target.permission")});
+  NotifyVanished({});
   NotifyChanged({});
   NotifyChanged({std::string("true")});
   NotifyChanged({true, true});
