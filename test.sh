@@ -3,6 +3,8 @@
 #   ./test.sh           installs what is missing; style, process and package tests, every test under
 #                       the sanitizers
 #   ./test.sh --quick   the inner loop: dev build, unit and conformance tests
+# The soak test runs in a short form; a minute of it, after ./test.sh:
+#   VIGILA_SOAK_SECONDS=60 ctest --test-dir build/dev -L soak --verbose
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -10,7 +12,7 @@ quick=0
 case "${1:-}" in
   --quick) quick=1 ;;
   '') ;;
-  *) sed -n '2,4s/^# \{0,1\}//p' "$0"; exit 2 ;;
+  *) sed -n '2,7s/^# \{0,1\}//p' "$0"; exit 2 ;;
 esac
 
 jobs=$(nproc)

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/daemon_process.h"
+#include "support/device_with_accounts.h"
 #include "support/program.h"
 #include "support/temp_dir.h"
 
@@ -91,24 +91,14 @@ class GatewayProcess {
   std::unique_ptr<Program> program_;
 };
 
-// A device with an administrator "admin" (password "admin's secret") and a viewer "view"
-// ("view's secret"), and a gateway in front of it.
-class GatewayFixture {
+// A device with two accounts, and a gateway in front of it.
+class GatewayFixture : public DeviceWithAccounts {
  public:
   bool Start(const std::vector<std::string>& options = {}) {
-    if (device.LaunchAndAwaitReady() != DaemonProcess::Start::kReady) return false;
-    const bool accounts = Add("admin", "admins") && Add("view", "viewers");
-    return accounts && gateway.Start(options);
+    return DeviceWithAccounts::Start() && gateway.Start(options);
   }
 
-  DaemonProcess device;
   GatewayProcess gateway{device.ConfigFile()};
-
- private:
-  bool Add(const std::string& name, const std::string& group) const {
-    return device.CtlWithSecret(name + "'s secret", {"user", "add", name, "-g", group}).exit_code ==
-           0;
-  }
 };
 
 }  // namespace support

@@ -136,6 +136,23 @@ TEST_F(AGatewayProcess, IsUnavailableWithoutItsServiceAndComesBackWithIt) {
   EXPECT_EQ(Status(As("view"), "/jpeg/5"), "200");
 }
 
+// What is asked for continuously is answered from memory, which must end with the service.
+TEST_F(AGatewayProcess, IsUnavailableAtOnceForWhatWasAskedUntilItsServiceDied) {
+  const std::string jar = fixture_.gateway.Dir().File("jar");
+  std::vector<std::string> logon = As("view");
+  logon.insert(logon.end(), {"-c", jar});
+  EXPECT_EQ(Status(logon, "/jpeg/1"), "200");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Status({}, "/system"), "200");
+    EXPECT_EQ(Status({"-b", jar}, "/jpeg/1"), "200");
+  }
+  fixture_.device.Stop(SIGKILL);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Status({}, "/system"), "503");
+    EXPECT_EQ(Status({"-b", jar}, "/jpeg/1"), "503");
+  }
+}
+
 // What a browser answers to the challenge in curl's output.
 std::string AnswerTo(const Finished& challenge, const std::string& uri) {
   const size_t at = challenge.out.find("nonce=\"") + 7;
