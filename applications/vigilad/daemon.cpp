@@ -4,6 +4,9 @@
 #include <exception>
 
 #include "tevra/core/logger.h"
+#include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/msg_bus.h"
+#include "tevra/osa/exception.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/start_failure.h"
@@ -14,7 +17,18 @@ namespace {
 using server::ServerEnv;
 using server::StartFailure;
 
+// The server takes its names last, with the store open and the default rules written. So a daemon
+// that finds another one at work leaves before that; of two that start at the same moment the later
+// one is refused its names, and has written nothing that the other had not.
+void RefuseToBeTheSecond() {
+  const char* const name = tevra::interfaces::ISecurityProvider::kDestination;
+  if (tevra::msgbus::MsgBus().HasServer(name)) {
+    throw tevra::osa::Exception("%s is served by another daemon", name);
+  }
+}
+
 void Run(const DaemonConfiguration& configuration) {
+  StartFailure::During(StartFailure::kBus, &RefuseToBeTheSecond);
   ServerEnv::ConfigureKeyFile(configuration.key_file);
   ServerEnv env;
   env.GetSessionManager().SetTimeout(configuration.session_timeout_secs);

@@ -72,6 +72,30 @@ TEST(FirstStart, MakesAKeyThatOnlyTheDaemonMayRead) {
   EXPECT_EQ(key.st_mode & 07777u, 0600u);
 }
 
+TEST(FirstStart, KilledAnywhereLeavesTheNextOneACleanDirectory) {
+  DaemonProcess device(DaemonProcess::Key::kOwn);
+  std::mt19937 random = support::SeededGenerator();
+  std::uniform_int_distribution<int> instant(0, 400000);
+  for (int round = 0; round < 15; ++round) {
+    std::filesystem::remove(device.KeyFile());
+    device.Launch();
+    device.Running().EndsWithin(std::chrono::microseconds(instant(random)));
+    device.Stop(SIGKILL);
+  }
+  ASSERT_EQ(device.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device.Log();
+  for (const auto& entry : std::filesystem::directory_iterator(device.SettingsDir())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with("vigila.key."))
+        << entry.path() << " is left";
+  }
+}
+
+TEST_F(Daemon, IgnoresBrokenPipes) {
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  device_.Running().Signal(SIGPIPE);
+  EXPECT_TRUE(EndedWith(device_.Ctl({"status"}), 0));
+  EXPECT_TRUE(EndedWith(device_.Stop(), 0));
+}
+
 TEST_F(Daemon, StopsInOrderOnSigterm) {
   ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
   EXPECT_TRUE(EndedWith(device_.Stop(SIGTERM), 0));
@@ -176,6 +200,7 @@ TEST_F(Daemon, LeavesTheNameToTheDaemonThatHasIt) {
   second.Set("MsgBus", "runtime_dir", device_.RuntimeDir());
   EXPECT_EQ(second.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
   EXPECT_TRUE(EndedWith(second.Finish(), kBusNotAvailable));
+  EXPECT_FALSE(std::filesystem::exists(second.Database())) << "it has no business there";
   EXPECT_TRUE(EndedWith(device_.Ctl({"status"}), 0)) << "the first one must not notice";
 }
 
@@ -240,9 +265,17 @@ TEST_F(Daemon, CannotKeepItsStoreInADirectoryThatIsAFile) {
 }
 
 TEST_F(Daemon, RefusesADirectoryThatItMayNotWrite) {
-  if (geteuid() == 0) GTEST_SKIP() << "root writes everywhere";
+  support::ProgramOptions options;
+  if (geteuid() == 0) {
+    // Root writes everywhere.
+    options.identity = support::Identity{65534, 65534, {}};
+    ASSERT_EQ(chown(device_.SettingsDir().c_str(), 65534, 65534), 0);
+  }
   chmod(device_.SettingsDir().c_str(), 0500);
-  ExpectRefusesToStart(kStoreUnusable, device_.SettingsDir());
+  EXPECT_EQ(device_.LaunchAndAwaitReady(options), DaemonProcess::Start::kEnded);
+  const Finished end = device_.Finish();
+  EXPECT_TRUE(EndedWith(end, kStoreUnusable));
+  EXPECT_TRUE(Mentions(end.err, device_.Database()));
   chmod(device_.SettingsDir().c_str(), 0700);
 }
 

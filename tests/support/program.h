@@ -164,6 +164,7 @@ class Program {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
+    signal(SIGPIPE, SIG_DFL);
     signal(SIGXFSZ, options.ignore_file_size_signal ? SIG_IGN : SIG_DFL);
     if (!options.identity) return;
     const Identity& who = *options.identity;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -45,6 +46,16 @@ TEST_F(Daemon, SaysThatTheKeyFileIsUnusable) {
   EXPECT_EQ(ServeDefaults(), kStoreUnusable);
   EXPECT_NE(OnlyLine().find("Cannot start, the store is unusable: "), std::string::npos);
   EXPECT_NE(OnlyLine().find(file), std::string::npos);
+}
+
+TEST_F(Daemon, LeavesTheStoreAloneWhenAnotherOneServes) {
+  tevra::msgbus::MsgBus other;
+  other.StartServer("tevra.SecurityProvider");
+  EXPECT_EQ(ServeDefaults(), kBusUnavailable);
+  EXPECT_EQ(OnlyLine(),
+            "Cannot start, the bus is not available: tevra.SecurityProvider is served by another "
+            "daemon");
+  EXPECT_TRUE(std::filesystem::is_empty(platform.SettingsDir()));
 }
 
 TEST_F(Daemon, SaysThatTheBusIsNotAvailable) {
