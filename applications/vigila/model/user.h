@@ -1,6 +1,7 @@
 #ifndef VIGILA_MODEL_USER_H_
 #define VIGILA_MODEL_USER_H_
 
+#include <memory>
 #include <set>
 #include <string>
 
@@ -19,20 +20,27 @@ using tevra::interfaces::ISecurityProvider;
 // process without its cryptographic library ends.
 class VIGILA_EXPORT User {
  public:
+  // A group and its permissions (not null), one set for all the records made from it.
+  struct Rights {
+    ISecurityProvider::Group group;
+    std::shared_ptr<const std::set<_uuid_t>> permissions;
+  };
+
   static const char* const kAnonymousUsername;
   // Stands for a line break inside stored single-line values.
   static const char* const kNewLineChar;
 
   User(const std::string& name, const std::string& digest, const ISecurityProvider::Group& group,
        const std::set<_uuid_t>& permissions) noexcept;
+  User(const std::string& name, const std::string& digest, const Rights& rights) noexcept;
   User(const User& other) noexcept;
   User& operator=(const User& other);
   virtual ~User();
 
   const std::string& Name() const { return name_; }
   const std::string& Digest() const { return digest_; }
-  ISecurityProvider::Group GetGroup() const { return group_; }
-  const std::set<_uuid_t>& Permissions() const { return permissions_; }
+  ISecurityProvider::Group GetGroup() const { return rights_.group; }
+  const std::set<_uuid_t>& Permissions() const { return *rights_.permissions; }
 
   const tevra::osa::TimeStruct& LastAccess() const { return last_access_; }
   void SetLastAccess(const tevra::osa::TimeStruct& time) { last_access_ = time; }
@@ -50,8 +58,7 @@ class VIGILA_EXPORT User {
  private:
   std::string name_;
   std::string digest_;
-  ISecurityProvider::Group group_;
-  std::set<_uuid_t> permissions_;
+  Rights rights_;
   tevra::osa::TimeStruct last_access_;
   bool reusable_ = false;
 };

@@ -122,10 +122,14 @@ bool SessionManager::SessionManagerImpl::Refresh(const std::string& token) {
   Session& session = found->second;
   TimeStruct now;
   time_source_->GetTime(now);
+  if (!session.stray.has_value() && now >= in_order_.back()->second.user->LastAccess()) {
+    session.user->SetLastAccess(now);
+    in_order_.splice(in_order_.end(), in_order_, session.place);
+    return true;
+  }
+  RemoveByAge(session);
   session.user->SetLastAccess(now);
-  auto node = by_age_.extract(session.age);
-  node.key() = now;
-  session.age = by_age_.insert(by_age_.end(), std::move(node));
+  AddByAge(*found);
   return true;
 }
 
@@ -166,11 +170,12 @@ void SessionManager::SessionManagerImpl::PruneSessions() {
   time_source_->GetTime(now);
 
   std::vector<std::string> expired;
-  for (const auto& [last_access, session] : by_age_) {
-    TimeStruct expiry = last_access;
-    expiry += timeout_.AsMicroseconds();
-    // Deliberate: a session exactly at its expiry lives.
-    if (now <= expiry) break;
+  for (const Sessions::value_type* const session : in_order_) {
+    if (!IsExpired(session->second.user->LastAccess(), now)) break;
+    expired.push_back(session->first);
+  }
+  for (const auto& [last_access, session] : strays_) {
+    if (!IsExpired(last_access, now)) break;
     expired.push_back(session->first);
   }
   if (!expired.empty()) EndSessions(std::move(expired), "expiring");
@@ -185,16 +190,41 @@ bool SessionManager::SessionManagerImpl::DoCancel(const std::string& token) {
   return true;
 }
 
+bool SessionManager::SessionManagerImpl::IsExpired(const TimeStruct& last_access,
+                                                   const TimeStruct& now) const {
+  TimeStruct expiry = last_access;
+  expiry += timeout_.AsMicroseconds();
+  // Deliberate: a session exactly at its expiry lives.
+  return now > expiry;
+}
+
+void SessionManager::SessionManagerImpl::AddByAge(Sessions::value_type& session) {
+  const TimeStruct& last_access = session.second.user->LastAccess();
+  if (in_order_.empty() || last_access >= in_order_.back()->second.user->LastAccess()) {
+    session.second.place = in_order_.insert(in_order_.end(), &session);
+    session.second.stray.reset();
+  } else {
+    session.second.stray = strays_.emplace(last_access, &session);
+  }
+}
+
+void SessionManager::SessionManagerImpl::RemoveByAge(const Session& session) {
+  if (session.stray.has_value()) {
+    strays_.erase(*session.stray);
+  } else {
+    in_order_.erase(session.place);
+  }
+}
+
 void SessionManager::SessionManagerImpl::AddSession(const std::string& token, User* user) {
   const auto added = sessions_.try_emplace(token).first;
-  Session& session = added->second;
-  session.age = by_age_.emplace_hint(by_age_.end(), user->LastAccess(), &*added);
+  added->second.user.reset(user);
+  AddByAge(*added);
   by_user_[user->Name()].insert(added->first);
-  session.user.reset(user);
 }
 
 void SessionManager::SessionManagerImpl::DeleteSession(Sessions::iterator session) {
-  by_age_.erase(session->second.age);
+  RemoveByAge(session->second);
   const auto tokens = by_user_.find(session->second.user->Name());
   tokens->second.erase(session->first);
   if (tokens->second.empty()) by_user_.erase(tokens);

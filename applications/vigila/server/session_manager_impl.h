@@ -1,8 +1,10 @@
 #ifndef VIGILA_SERVER_SESSION_MANAGER_IMPL_H_
 #define VIGILA_SERVER_SESSION_MANAGER_IMPL_H_
 
+#include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -43,17 +45,23 @@ class SessionManager::SessionManagerImpl final {
 
   struct Session;
   using Sessions = std::unordered_map<std::string, Session>;
-  using Ages = std::multimap<tevra::osa::TimeStruct, Sessions::value_type*>;
+  using InOrder = std::list<Sessions::value_type*>;
+  using Strays = std::multimap<tevra::osa::TimeStruct, Sessions::value_type*>;
   // Views of the keys of the session table.
   using Tokens = std::set<std::string_view>;
 
   struct Session {
     std::unique_ptr<model::User> user;
-    Ages::iterator age;
+    InOrder::iterator place;                // unless it is a stray
+    std::optional<Strays::iterator> stray;  // unless it is in order
   };
 
   void PruneSessions() TEVRA_EXCLUDES(mutex_);
   bool DoCancel(const std::string& token) TEVRA_REQUIRES(mutex_);
+  bool IsExpired(const tevra::osa::TimeStruct& last_access, const tevra::osa::TimeStruct& now) const
+      TEVRA_REQUIRES(mutex_);
+  void AddByAge(Sessions::value_type& session) TEVRA_REQUIRES(mutex_);
+  void RemoveByAge(const Session& session) TEVRA_REQUIRES(mutex_);
   void AddSession(const std::string& token, model::User* user) TEVRA_REQUIRES(mutex_);
   void DeleteSession(Sessions::iterator session) TEVRA_REQUIRES(mutex_);
   // Logs `how` each one ends and deletes it, in ascending order.
@@ -64,10 +72,13 @@ class SessionManager::SessionManagerImpl final {
   RandomDevice& device_;
   tevra::core::Logger* const logger_;
 
-  // Guarded by mutex_. Three views of the same sessions: found by token at a cost that their number
-  // does not change; by age, least recently used first; by user name.
+  // Guarded by mutex_. Three views of the same sessions: by token, at a cost that their number does
+  // not change; by age; by user name.
   Sessions sessions_ TEVRA_GUARDED_BY(mutex_);
-  Ages by_age_ TEVRA_GUARDED_BY(mutex_);
+  // By age, least recently used first: every session is either in order, where a clock that goes
+  // forward puts it at no cost, or a stray that was stamped by a clock set back.
+  InOrder in_order_ TEVRA_GUARDED_BY(mutex_);
+  Strays strays_ TEVRA_GUARDED_BY(mutex_);
   std::map<std::string, Tokens> by_user_ TEVRA_GUARDED_BY(mutex_);
   tevra::osa::TimeSpan timeout_ TEVRA_GUARDED_BY(mutex_);
   tevra::osa::Mutex mutex_;

@@ -86,6 +86,11 @@ std::set<_uuid_t> UserMap::GetPermissions(ISecurityProvider::Group group) const 
   return impl_->GetPermissions(group);
 }
 
+model::User::Rights UserMap::GetRights(ISecurityProvider::Group group) const {
+  impl_->Init();
+  return impl_->GetRights(group);
+}
+
 int UserMap::ValidateUser(const std::string& name, const std::string& password,
                           ISecurityProvider::Group& group) const {
   impl_->Init();

@@ -79,6 +79,8 @@ class UserMap {
   // {"Users":[{"Name":"…","Group":…},…]} in name order, on one line.
   std::string GetAllJson() const;
   std::set<_uuid_t> GetPermissions(ISecurityProvider::Group group) const;
+  // The same set for every call with the group.
+  model::User::Rights GetRights(ISecurityProvider::Group group) const;
 
   // kOk with the account's group, else kNoSuchUser, kDisabled, kExpired or kWrongPassword with
   // `group` kNoGroup.

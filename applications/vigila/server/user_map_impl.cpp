@@ -75,6 +75,14 @@ std::set<_uuid_t> UserMap::Impl::GetPermissions(const PermissionTable& table, Gr
   return permissions;
 }
 
+UserMap::User::Rights UserMap::Impl::GetRights(Group group) {
+  User::Rights& rights = rights_[group];
+  if (!rights.permissions) {
+    rights = {group, std::make_shared<const std::set<_uuid_t>>(GetPermissions(group))};
+  }
+  return rights;
+}
+
 std::optional<SecretText> UserMap::Impl::Decrypt(const std::string& stored) {
   if (stored.empty()) return std::nullopt;
   try {

@@ -93,6 +93,7 @@ class UserMap::Impl final {
   std::string GetAllJson() const;
   std::set<_uuid_t> GetPermissions(Group group) const;
   static std::set<_uuid_t> GetPermissions(const PermissionTable& table, Group group);
+  User::Rights GetRights(Group group);
   User* GetNobody() const { return nobody_.get(); }
   bool NoAdministratorsYet() const { return administrator_count_ == 0; }
   uint32_t AdministratorCount() const { return administrator_count_; }
@@ -194,6 +195,7 @@ class UserMap::Impl final {
   Users users_;
   std::unique_ptr<User> nobody_;
   PermissionTable permission_table_;
+  std::map<Group, User::Rights> rights_;  // of the groups asked for so far
   uint32_t administrator_count_ = 0;
 };
 

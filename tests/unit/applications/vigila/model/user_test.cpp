@@ -33,6 +33,21 @@ TEST(User, KeepsWhatItWasBuiltWithAndNoSessionState) {
   EXPECT_FALSE(user.IsReusable());
 }
 
+TEST(User, SharesThePermissionsOfItsRights) {
+  const User::Rights rights{
+      ISecurityProvider::kOperators,
+      std::make_shared<const std::set<_uuid_t>>(std::set<_uuid_t>{Uuid(1), Uuid(2)})};
+  const User user("alice", "0123abcd", rights);
+  const User copy(user);
+  EXPECT_EQ("alice", user.Name());
+  EXPECT_EQ("0123abcd", user.Digest());
+  EXPECT_EQ(ISecurityProvider::kOperators, user.GetGroup());
+  EXPECT_EQ(rights.permissions.get(), &user.Permissions());
+  EXPECT_EQ(rights.permissions.get(), &copy.Permissions());
+  EXPECT_EQ(tevra::osa::TimeStruct(), user.LastAccess());
+  EXPECT_FALSE(user.IsReusable());
+}
+
 TEST(User, HasTheFixedTexts) {
   EXPECT_STREQ("nobody", User::kAnonymousUsername);
   EXPECT_STREQ("%%NEWLINECHAR%%", User::kNewLineChar);
