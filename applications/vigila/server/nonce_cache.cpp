@@ -15,8 +15,8 @@ NonceCache::NonceCache(tevra::osa::ITimeSource* time_source)
 
 NonceCache::~NonceCache() = default;
 
-bool NonceCache::OlderFirst::operator()(const Entries::const_iterator& left,
-                                        const Entries::const_iterator& right) const {
+bool NonceCache::OlderFirst::operator()(const Entries::value_type* left,
+                                        const Entries::value_type* right) const {
   if (left->second.created != right->second.created) {
     return left->second.created < right->second.created;
   }
@@ -31,7 +31,7 @@ bool NonceCache::Has(const std::string& nonce) {
   TimeStruct now;
   time_source_->GetTime(now);
   const auto added = entries_.emplace(nonce, Entry{now, 0}).first;
-  by_age_.insert(by_age_.end(), added);
+  by_age_.insert(by_age_.end(), &*added);
   return false;
 }
 
@@ -42,7 +42,7 @@ bool NonceCache::CheckNonceAndCount(const std::string& nonce, const std::string&
   CheckExpire();
   const auto entry = entries_.find(nonce);
   if (entry == entries_.end()) return true;
-  return CheckCount(entry, nc);
+  return CheckCount(entry->second, nc);
 }
 
 void NonceCache::CheckExpire() {
@@ -60,21 +60,21 @@ void NonceCache::CheckExpire() {
   if (entries_.size() > kMaxEntries) RemoveOldest();
 }
 
-bool NonceCache::CheckCount(Entries::iterator entry, const std::string& nc) {
+bool NonceCache::CheckCount(Entry& entry, const std::string& nc) {
   // Deliberate: clients that count nothing send no count; only the nonce's life protects them.
   if (nc.empty()) return false;
   // Deliberate: leading blanks, a sign and "0x" are read as strtoul reads them, what follows the
   // number is ignored, and no number at all is 0, which is never new.
   const uint64_t count = std::strtoull(nc.c_str(), nullptr, 16);
-  if (count <= entry->second.count) return true;
-  entry->second.count = count;
+  if (count <= entry.count) return true;
+  entry.count = count;
   return false;
 }
 
 void NonceCache::RemoveOldest() {
-  const Entries::const_iterator oldest = *by_age_.begin();
+  const Entries::value_type* const oldest = *by_age_.begin();
   by_age_.erase(by_age_.begin());
-  entries_.erase(oldest);
+  entries_.erase(entries_.find(oldest->first));
 }
 
 }  // namespace vigila::server

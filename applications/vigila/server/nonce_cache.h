@@ -3,9 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
@@ -15,6 +15,9 @@ namespace vigila::server {
 // The protection against replayed digests: the nonces issued to HTTP clients and those that
 // web-service clients have used, each for 300 seconds from its creation. Holds at most 1024 entries
 // after each expiry pass, 1025 between two.
+//
+// Deliberate: both kinds are known to each other, so an issued nonce is used up for a web-service
+// logon, and one that a web-service client has used passes for issued.
 //
 // Any thread may call.
 class NonceCache {
@@ -39,24 +42,24 @@ class NonceCache {
     tevra::osa::TimeStruct created;
     uint64_t count = 0;
   };
-  using Entries = std::map<std::string, Entry>;
+  using Entries = std::unordered_map<std::string, Entry>;
 
   // Oldest first; of entries of one instant, the smaller nonce first.
   struct OlderFirst {
-    bool operator()(const Entries::const_iterator& left,
-                    const Entries::const_iterator& right) const;
+    bool operator()(const Entries::value_type* left, const Entries::value_type* right) const;
   };
 
   void CheckExpire() TEVRA_REQUIRES(mutex_);
-  bool CheckCount(Entries::iterator entry, const std::string& nc) TEVRA_REQUIRES(mutex_);
+  bool CheckCount(Entry& entry, const std::string& nc) TEVRA_REQUIRES(mutex_);
   void RemoveOldest() TEVRA_REQUIRES(mutex_);
 
   tevra::osa::ITimeSource* const time_source_;
   const tevra::osa::TimeSpan lifetime_;
 
+  // Found at a cost that their number does not change.
   Entries entries_ TEVRA_GUARDED_BY(mutex_);
   // Every entry once, so that a pass looks only at what it removes.
-  std::set<Entries::const_iterator, OlderFirst> by_age_ TEVRA_GUARDED_BY(mutex_);
+  std::set<const Entries::value_type*, OlderFirst> by_age_ TEVRA_GUARDED_BY(mutex_);
   tevra::osa::Mutex mutex_;
 };
 
