@@ -1,7 +1,10 @@
 #ifndef TEVRA_INTERFACES_CALLER_ROLES_H_
 #define TEVRA_INTERFACES_CALLER_ROLES_H_
 
+#include <unistd.h>
+
 #include <string>
+#include <vector>
 
 #include "tevra/msgbus/msg_bus_msg.h"
 
@@ -23,6 +26,7 @@ class CallerRoles {
   static const char* RoleName(Role role);  // "service", "admin"
 
  private:
+  const uid_t own_uid_ = geteuid();
   std::vector<gid_t> groups_[2];
 };
 

@@ -59,7 +59,7 @@ void DirectClient::Send(const MsgBusMsg& message, Deadline deadline, bool expect
   for (;;) {
     ConnectionPool::Lease lease = pool.Borrow(deadline);
     const MessagePtr wire =
-        MessageCodec::EncodeCall(lease.link().bus(), message, name, expects_reply);
+        MessageCodec::EncodeCall(lease.link().bus(), message, "", expects_reply);
     MessagePtr answer;
     const BusLink::Outcome outcome = expects_reply
                                          ? lease.link().Call(wire.get(), deadline, &answer)

@@ -24,11 +24,11 @@ void HandlerTable::Unregister(const IMessageHandler* handler) {
 }
 
 bool HandlerTable::Run(IMsgBus& bus, MsgBusMsg& message) {
-  const std::string key = message.GetInterface() + "#" + message.GetName();
   IMessageHandler* handler = nullptr;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = handlers_.find(key);
+    key_.assign(message.GetInterface()).append("#").append(message.GetName());
+    const auto entry = handlers_.find(key_);
     if (entry == handlers_.end()) return false;
     handler = entry->second;
     running_ = handler;

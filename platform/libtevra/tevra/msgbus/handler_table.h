@@ -37,6 +37,7 @@ class HandlerTable final {
   std::condition_variable idle_;
   // Guarded by mutex_.
   Handlers handlers_;
+  std::string key_;  // of the message at hand; kept for its memory
   const IMessageHandler* running_ = nullptr;
   std::thread::id runner_;
 

@@ -50,39 +50,34 @@ class BodyReader final {
   BodyReader(sd_bus_message* wire, size_t max_bytes) : wire_(wire), left_(max_bytes) {}
 
   bool ReadAll(MsgBusMsg* message) {
-    char type = 0;
-    const char* contents = nullptr;
-    int more = 0;
-    while ((more = sd_bus_message_peek_type(wire_, &type, &contents)) > 0) {
-      if (!ReadOne(type, contents, message)) return false;
+    const char* signature = sd_bus_message_get_signature(wire_, 1);
+    if (signature == nullptr) return false;
+    for (std::string_view left = signature; !left.empty();) {
+      const size_t letters = ReadOne(left, message);
+      if (letters == 0) return false;
+      left.remove_prefix(letters);
     }
-    return more == 0;
+    return true;
   }
 
  private:
-  bool ReadOne(char type, const char* contents, MsgBusMsg* message) {
-    if (type == 'b') {
-      int value = 0;
-      return Basic(type, &value) && Take(message, value != 0);
-    }
-    if (type == 'i') {
-      int32_t value = 0;
-      return Basic(type, &value) && Take(message, value);
-    }
-    if (type == 'u') {
-      uint32_t value = 0;
-      return Basic(type, &value) && Take(message, value);
-    }
-    if (type != 'a' || contents == nullptr) return false;
-    if (strcmp(contents, "y") == 0) {
+  // Letters of the signature that were read; 0 when the first ones are none of ours, or the body is
+  // too long or malformed.
+  size_t ReadOne(std::string_view signature, MsgBusMsg* message) {
+    if (signature.starts_with("ay")) {
       std::string text;
-      return Text(&text) && Take(message, std::move(text));
+      return Text(&text) && Take(message, std::move(text)) ? 2 : 0;
     }
-    if (strcmp(contents, "ay") == 0) {
+    if (signature.starts_with("aay")) {
       std::vector<std::string> list;
-      return List(&list) && Take(message, std::move(list));
+      return List(&list) && Take(message, std::move(list)) ? 3 : 0;
     }
-    return false;
+    uint32_t value = 0;
+    if (signature[0] != 'b' && signature[0] != 'i' && signature[0] != 'u') return 0;
+    if (!Basic(signature[0], &value)) return 0;
+    if (signature[0] == 'b') return Take(message, value != 0) ? 1 : 0;
+    if (signature[0] == 'i') return Take(message, static_cast<int32_t>(value)) ? 1 : 0;
+    return Take(message, value) ? 1 : 0;
   }
 
   bool Basic(char type, void* value) {
@@ -144,8 +139,9 @@ MessagePtr MessageCodec::EncodeCall(sd_bus* bus, const MsgBusMsg& message,
                                     const std::string& destination, bool expects_reply) {
   sd_bus_message* wire = nullptr;
   const int made = sd_bus_message_new_method_call(
-      bus, &wire, destination.c_str(), PathOf(message.GetInterface()).c_str(),
-      message.GetInterface().c_str(), message.GetName().c_str());
+      bus, &wire, destination.empty() ? nullptr : destination.c_str(),
+      PathOf(message.GetInterface()).c_str(), message.GetInterface().c_str(),
+      message.GetName().c_str());
   Check(made, "cannot make a call");
   MessagePtr owned(wire);
   Check(sd_bus_message_set_auto_start(wire, 0), "cannot make a call");

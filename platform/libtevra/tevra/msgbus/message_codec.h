@@ -22,6 +22,7 @@ using MessagePtr = std::unique_ptr<sd_bus_message, UnrefMessage>;
 // does not allow, no memory) throws tevra::osa::Exception.
 class MessageCodec final {
  public:
+  // Without a destination for a peer who is the only one there.
   static MessagePtr EncodeCall(sd_bus* bus, const MsgBusMsg& message,
                                const std::string& destination, bool expects_reply);
   static MessagePtr EncodeSignal(sd_bus* bus, const MsgBusMsg& message);

@@ -52,18 +52,10 @@ size_t EndOfSignatureField(size_t offset, size_t length) {
   return AlignTo(offset, 8) + 4 + 1 + length + 1;
 }
 
-size_t WireSignatureLength(const std::vector<MsgBusMsg::Value>& body) {
-  size_t length = 0;
-  for (const MsgBusMsg::Value& value : body) {
-    if (std::holds_alternative<std::string>(value)) {
-      length += 2;
-    } else if (std::holds_alternative<std::vector<std::string>>(value)) {
-      length += 3;
-    } else {
-      length += 1;
-    }
-  }
-  return length;
+size_t WireSignatureLength(const MsgBusMsg::Value& value) {
+  if (std::holds_alternative<std::string>(value)) return 2;
+  if (std::holds_alternative<std::vector<std::string>>(value)) return 3;
+  return 1;
 }
 
 }  // namespace
@@ -80,22 +72,34 @@ Credentials Credentials::OfThisProcess() {
   return own;
 }
 
-MsgBusMsg::MsgBusMsg(const std::string& interface, const std::string& name,
-                     const std::string& destination)
-    : interface_(interface), name_(name), destination_(destination), header_{} {
+MsgBusMsg::MsgBusMsg(std::string interface, std::string name, std::string destination)
+    : MsgBusMsg(std::make_shared<const Names>(
+                    Names{std::move(interface), std::move(name), std::move(destination)}),
+                Type::kCall) {
+  if (GetDestination().empty()) {
+    header_.header[kTypeOffset] = static_cast<uint8_t>(Type::kSignal);
+  }
+  size_t fields = EndOfTextField(0, GetInterface().size() + 1);  // path: "/" and the interface
+  fields = EndOfTextField(fields, GetInterface().size());
+  fields = EndOfTextField(fields, GetName().size());
+  if (!GetDestination().empty()) fields = EndOfTextField(fields, GetDestination().size());
+  fields_length_ = fields;
+  StoreFieldsLength();
+}
+
+MsgBusMsg::MsgBusMsg(std::shared_ptr<const Names> names, Type type)
+    : names_(std::move(names)), header_{} {
   header_.header[0] = 'B';
-  header_.header[kTypeOffset] =
-      static_cast<uint8_t>(destination.empty() ? Type::kSignal : Type::kCall);
+  header_.header[kTypeOffset] = static_cast<uint8_t>(type);
   header_.header[3] = 1;
-  UpdateFieldsLength();
 }
 
 MsgBusMsg MsgBusMsg::ReplyTo(const MsgBusMsg& request) {
-  MsgBusMsg reply(request.interface_, request.name_, request.destination_);
-  reply.header_.header[kTypeOffset] = static_cast<uint8_t>(Type::kReply);
+  MsgBusMsg reply(request.names_, Type::kReply);
   reply.reply_serial_ = request.Serial();
   reply.route_tag_ = request.route_tag_;
-  reply.UpdateFieldsLength();
+  reply.fields_length_ = EndOfNumberField(0);
+  reply.StoreFieldsLength();
   return reply;
 }
 
@@ -105,7 +109,8 @@ MsgBusMsg MsgBusMsg::ErrorTo(const MsgBusMsg& request, const std::string& error_
   reply.header_.header[kTypeOffset] = static_cast<uint8_t>(Type::kError);
   reply.error_name_ = error_name;
   reply.error_text_ = text;
-  reply.UpdateFieldsLength();
+  reply.fields_length_ = EndOfTextField(reply.fields_length_, error_name.size());
+  reply.StoreFieldsLength();
   return reply;
 }
 
@@ -120,8 +125,10 @@ void MsgBusMsg::SetSerial(uint32_t serial) {
 MsgBusMsg& MsgBusMsg::Append(Value value) {
   const size_t end = EndOf(value, LoadBigEndian(header_.header + kBodyLengthOffset));
   StoreBigEndian(header_.header + kBodyLengthOffset, static_cast<uint32_t>(end));
+  signature_length_ += WireSignatureLength(value);
+  StoreFieldsLength();
+  if (body_.empty()) body_.reserve(2);
   body_.push_back(std::move(value));
-  UpdateFieldsLength();
   return *this;
 }
 
@@ -137,19 +144,10 @@ const Credentials& MsgBusMsg::Sender() const {
   return *sender_;
 }
 
-void MsgBusMsg::UpdateFieldsLength() {
-  const size_t signature = WireSignatureLength(body_);
-  size_t fields = 0;
-  if (GetType() == Type::kCall || GetType() == Type::kSignal) {
-    fields = EndOfTextField(fields, interface_.size() + 1);  // path: "/" and the interface
-    fields = EndOfTextField(fields, interface_.size());
-    fields = EndOfTextField(fields, name_.size());
-    if (!destination_.empty()) fields = EndOfTextField(fields, destination_.size());
-  } else {
-    fields = EndOfNumberField(fields);
-    if (IsError()) fields = EndOfTextField(fields, error_name_.size());
-  }
-  if (signature > 0) fields = EndOfSignatureField(fields, signature);
+void MsgBusMsg::StoreFieldsLength() {
+  const size_t fields = signature_length_ == 0
+                            ? fields_length_
+                            : EndOfSignatureField(fields_length_, signature_length_);
   StoreBigEndian(header_.header + kFieldsLengthOffset, static_cast<uint32_t>(fields));
 }
 

@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
@@ -36,16 +38,16 @@ class MsgBusMsg {
   enum class Type { kCall = 1, kReply = 2, kError = 3, kSignal = 4 };
   using Value = std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>>;
 
-  MsgBusMsg(const std::string& interface, const std::string& name, const std::string& destination);
+  MsgBusMsg(std::string interface, std::string name, std::string destination);
   // The answer to `request`: its serial in ReplySerial, its names, no body.
   static MsgBusMsg ReplyTo(const MsgBusMsg& request);
   // An error answer: a D-Bus error name and a text for people.
   static MsgBusMsg ErrorTo(const MsgBusMsg& request, const std::string& error_name,
                            const std::string& text);
 
-  const std::string& GetInterface() const { return interface_; }
-  const std::string& GetName() const { return name_; }
-  const std::string& GetDestination() const { return destination_; }
+  const std::string& GetInterface() const { return names_->interface; }
+  const std::string& GetName() const { return names_->name; }
+  const std::string& GetDestination() const { return names_->destination; }
   DBusMessage* GetDBusMessage() { return &header_; }
   const DBusMessage* GetDBusMessage() const { return &header_; }
 
@@ -70,18 +72,25 @@ class MsgBusMsg {
   void SetRouteTag(uint64_t tag) { route_tag_ = tag; }
 
  private:
-  std::string interface_;
-  std::string name_;
-  std::string destination_;
+  struct Names {
+    std::string interface;
+    std::string name;
+    std::string destination;
+  };
+
+  MsgBusMsg(std::shared_ptr<const Names> names, Type type);
+  void StoreFieldsLength();
+
+  std::shared_ptr<const Names> names_;  // shared by copies and by a request and its answer
   DBusMessage header_;
+  size_t fields_length_ = 0;     // of the header fields but the signature
+  size_t signature_length_ = 0;  // on the wire
   uint32_t reply_serial_ = 0;
   std::string error_name_;
   std::string error_text_;
   std::vector<Value> body_;
   mutable std::optional<Credentials> sender_;  // empty: this process, asked for on first use
   uint64_t route_tag_ = 0;
-
-  void UpdateFieldsLength();
 };
 
 }  // namespace tevra::msgbus

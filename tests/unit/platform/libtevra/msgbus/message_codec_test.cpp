@@ -63,6 +63,8 @@ TEST_F(MessageCodecTest, NamesTheCallAsTheMessageDoes) {
   EXPECT_STREQ(sd_bus_message_get_interface(wire.get()), "a.b");
   EXPECT_STREQ(sd_bus_message_get_member(wire.get()), "C");
   EXPECT_STREQ(sd_bus_message_get_destination(wire.get()), "x.y");
+  const MessagePtr to_the_peer = MessageCodec::EncodeCall(bus_, message_, "", false);
+  EXPECT_EQ(sd_bus_message_get_destination(to_the_peer.get()), nullptr);
   EXPECT_STREQ(sd_bus_message_get_path(wire.get()), "/a/b");
   EXPECT_EQ(sd_bus_message_get_expect_reply(wire.get()), 0);
   EXPECT_EQ(sd_bus_message_get_auto_start(wire.get()), 0);
