@@ -20,7 +20,7 @@
  * longer than the bus's deadline, and the next call tries again. The four questions that come with
  * every request (vigila_authenticate, vigila_authorize, vigila_is_authenticated,
  * vigila_is_protected) are answered from memory for 1.5 seconds after they were last asked, and
- * until the server announces a change.
+ * until the server announces a change or goes away.
  *
  * Mode: "cache" lets a logon share a session that the same credentials opened before; every other
  * text opens a session of its own.

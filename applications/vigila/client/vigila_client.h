@@ -11,7 +11,7 @@ namespace vigila::client {
 // The authentication service as other services see it. Forwards each question to the server over
 // the message bus; the four questions that come with every request (Authenticate, Authorize,
 // IsAuthenticated, IsProtected) are answered from memory for 1.5 seconds after they were last
-// asked, and until the server announces a change.
+// asked, and until the server announces a change or goes away.
 //
 // Any thread may call any operation at the same time. A child of fork may go on using the client:
 // it asks anew, over a connection of its own. Destroy the client only when no call is under way.

@@ -51,6 +51,19 @@ TEST_F(VigilaClientImplTest, AnswersALogonFromTheCacheWhateverTheMode) {
                                  "authenticate for alice successful, token = 12345678"));
 }
 
+TEST_F(VigilaClientImplTest, TellsItsAnswersToTheDebugLogOnly) {
+  for (int i = 0; i < 2; ++i) {
+    Authenticate("alice", "secret");
+    AuthenticateHttp();
+    AuthenticateWsse();
+    impl_->Authorize("t", "/p");
+    impl_->IsAuthenticated("t");
+    impl_->IsProtected("/p");
+  }
+  EXPECT_EQ(Log().size(), 16u) << "each answer, and each of the four hits";
+  EXPECT_EQ(log_.TextsOf("VigilaClient", tevra::core::Logger::kDebug), Log());
+}
+
 TEST_F(VigilaClientImplTest, TakesOnlyTheExactModeForReuse) {
   const struct {
     const char* mode;

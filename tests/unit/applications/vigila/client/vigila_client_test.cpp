@@ -11,8 +11,10 @@
 #include "support/platform_fixture.h"
 #include "support/recording_provider.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/osa/exception.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/check/fake_msg_bus.h"
+#include "vigila/client/vigila.h"
 #include "vigila/client/vigila_client_impl.h"
 
 namespace vigila::client {
@@ -79,9 +81,16 @@ TEST_F(VigilaClientTest, BringsEveryQuestionToTheServerAndTheAnswerBack) {
 
 TEST_F(VigilaClientTest, BringsTextsOfAnyBytesWhole) {
   const std::string bytes("\0\xff\xfe", 3);
+  client_->Authenticate(bytes, bytes + bytes, "", token_);
+  client_->AuthenticateHttp(bytes, bytes, bytes, true, bytes, bytes, bytes, bytes, "", token_);
   client_->AuthenticateWsse(bytes, bytes, bytes, bytes, "", token_);
-  EXPECT_THAT(provider_.Calls(), ElementsAre("AuthenticateWsse(false, " + bytes + ", " + bytes +
-                                             ", " + bytes + ", " + bytes + ")"));
+  const std::string comma = ", ";
+  EXPECT_THAT(provider_.Calls(), ElementsAre("Authenticate(false, AP/+, AP/+AP/+)",
+                                             "AuthenticateHttp(false, " + bytes + comma + bytes +
+                                                 comma + bytes + ", true, " + bytes + comma +
+                                                 bytes + comma + bytes + comma + bytes + ")",
+                                             "AuthenticateWsse(false, " + bytes + comma + bytes +
+                                                 comma + bytes + comma + bytes + ")"));
 }
 
 TEST_F(VigilaClientTest, ForgetsEveryAnswerWhenTheServerAnnouncesAChange) {
@@ -127,6 +136,13 @@ TEST_F(VigilaClientTest, OutlivesAServerThatRefusesEverything) {
   EXPECT_FALSE(client_->Logout("t"));
   provider_.failure = nullptr;
   EXPECT_TRUE(client_->Authorize("t", "/p"));
+}
+
+TEST(VigilaClientAlone, IsNotMadeOnAConfigurationThatCannotBeUsed) {
+  support::PlatformFixture platform;
+  platform.Set("MsgBus", "transport", "pigeon");
+  EXPECT_THROW(VigilaClient(), tevra::osa::Exception);
+  EXPECT_THROW(vigila_open(), tevra::osa::Exception);
 }
 
 // Over the real bus, with nobody at the other end.

@@ -1,0 +1,33 @@
+#include "vigila/client/monotonic_time_source.h"
+
+#include <gtest/gtest.h>
+#include <time.h>
+
+namespace vigila::client {
+namespace {
+
+using tevra::osa::TimeStruct;
+
+TimeStruct Monotonic() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return TimeStruct(time.tv_sec, static_cast<int32_t>(time.tv_nsec / 1000));
+}
+
+// A wall clock that is stepped back would revive what had expired.
+TEST(MonotonicTimeSource, IsTheClockThatIsNeverSetBack) {
+  const MonotonicTimeSource source;
+  for (int i = 0; i < 1000; ++i) {
+    const TimeStruct before = Monotonic();
+    TimeStruct now;
+    source.GetTime(now);
+    const TimeStruct after = Monotonic();
+    EXPECT_FALSE(now < before);
+    EXPECT_FALSE(after < now);
+    EXPECT_GE(now.microseconds, 0);
+    EXPECT_LT(now.microseconds, 1'000'000);
+  }
+}
+
+}  // namespace
+}  // namespace vigila::client
