@@ -128,6 +128,7 @@ bool VigilaXml::SkipWhitespace() {
   return false;
 }
 
+// Deliberate: anything but "<" where a tag is due stops the reader, a byte order mark included.
 bool VigilaXml::ProcessElementTag() {
   if (!SkipWhitespace()) return false;
   if (Rest().front() != '<') return Stop();
@@ -351,6 +352,8 @@ bool VigilaXml::ProcessElementCleanup() {
   return matches ? ProcessEmptyElement() : true;
 }
 
+// Deliberate: elements are told apart by name, not by depth, so that a Header inside the Header
+// closes it for what follows.
 bool VigilaXml::ProcessEmptyElement() {
   if (prolog_ || open_elements_.empty()) return Stop();
   phase_ = kElementTag;

@@ -36,6 +36,7 @@ class __attribute__((visibility("default"))) VigilaXml {
   bool Parse(const char* data, unsigned long length);
 
   // 2 before an Envelope has opened, 1 inside Security but outside UsernameToken, else 0.
+  // Deliberate: 0 stands for a complete header as for many failures; the fields tell which.
   int Result() const { return result_; }
   bool Stopped() const { return stopped_; }
   // The fields, null when absent. Owned by the reader.

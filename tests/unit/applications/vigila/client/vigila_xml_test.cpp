@@ -1,14 +1,19 @@
 #include "vigila/client/vigila_xml.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "krand/base64/base64.h"
+#include "tevra/crypto/gcrypt_digest.h"
 #include "vigila/client/vigila_xml_c.h"
 
 namespace vigila::client {
@@ -155,6 +160,48 @@ TEST(VigilaXml, SkipsAttributesUpTo1023Bytes) {
   };
   EXPECT_EQ(Read(header(1023)).result, 1);
   EXPECT_TRUE(Read(header(1024)).stopped);
+}
+
+TEST(VigilaXml, SkipsAttributesOfADeclarationUpTo1023Bytes) {
+  const auto declaration = [](size_t index_of_end) {
+    return "<?xml " + std::string(index_of_end - 2, 'a') + "?><Envelope>";
+  };
+  EXPECT_EQ(Read(declaration(1023)).result, 0);
+  EXPECT_TRUE(Read(declaration(1024)).stopped);
+}
+
+TEST(VigilaXml, HoldsAttributesWhoseNameAndQuoteLieWithinTheWindow) {
+  const auto envelope = [](size_t name, const std::string& equals) {
+    return "<Envelope " + std::string(name, 'a') + equals + "\"v\"><Header><Security>";
+  };
+  EXPECT_EQ(Read(envelope(254, "=")).result, 1);
+  for (const auto& [name, equals] :
+       {std::pair(255u, "="), std::pair(256u, "="), std::pair(254u, " ="), std::pair(254u, "= ")}) {
+    EXPECT_TRUE(Read(envelope(name, equals)).stopped) << name << equals;
+    EXPECT_EQ(Read(envelope(name, equals)).result, 0) << name << equals;
+  }
+}
+
+TEST(VigilaXml, CountsBlanksBeforeANameAndBehindATextIntoTheWindow) {
+  const auto tag = [](size_t blanks) { return "<" + std::string(blanks, ' ') + "Envelope>"; };
+  EXPECT_EQ(Read(tag(246)).result, 0);  // ">" is byte 255
+  EXPECT_TRUE(Read(tag(247)).stopped);
+  const auto text = [](size_t before, size_t behind) {
+    return Read(Token("<Username>" + std::string(before, ' ') + std::string(200, 'u') +
+                      std::string(behind, ' ') + "</Username>"));
+  };
+  EXPECT_EQ(text(255, 55).username, std::string(200, 'u'));
+  EXPECT_FALSE(text(255, 56).username);
+  EXPECT_FALSE(text(256, 0).username);
+  EXPECT_TRUE(text(0, 56).stopped);
+}
+
+TEST(VigilaXml, HoldsTextOfTheBodyToTheSameWindowWhenThereIsNoSecurityHeader) {
+  const auto body = [](size_t size) {
+    return Read("<Envelope><Body><a>" + std::string(size, 't') + "</a></Body></Envelope>");
+  };
+  EXPECT_FALSE(body(255).stopped);
+  EXPECT_TRUE(body(256).stopped);
 }
 
 TEST(VigilaXml, HoldsRunsOfWhiteSpaceOf255Bytes) {
@@ -314,8 +361,91 @@ TEST(VigilaXml, StopsAtMoreThan64KilobytesOfOpenNames) {
   for (int i = 0; i < 256; ++i) document += "<" + std::string(254, 'n') + ">";
   EXPECT_FALSE(ReadInPieces(document, document.size()).stopped);  // 65,024 bytes
   document += "<" + std::string(254, 'n') + "><" + std::string(254, 'n') + ">";
-  EXPECT_FALSE(ReadInPieces(document, document.size()).stopped);  // 65,532 bytes
+  EXPECT_FALSE(ReadInPieces(document, document.size()).stopped);             // 65,532 bytes
+  EXPECT_FALSE(ReadInPieces(document + "<1234>", document.size()).stopped);  // all of them
   EXPECT_TRUE(ReadInPieces(document + "<12345>", document.size()).stopped);
+  // What has been closed is not counted.
+  EXPECT_FALSE(ReadInPieces(document + "<1234></1234><1234/><1234>", 7).stopped);
+}
+
+TEST(VigilaXml, CountsOnlyElementsThatAreOpenAsNested) {
+  std::string document = "<Envelope>";
+  for (size_t i = 0; i < 2 * VigilaXml::kMaximumOpenElements; ++i) document += "<a></a><b/>";
+  EXPECT_EQ(Read(document + Token(kFields).substr(10)), kComplete);
+}
+
+// With a reader that moves what is left of a chunk at every token, this does not end in time.
+TEST(VigilaXml, TakesLinearTimeForTenMegabytesInAnyChunking) {
+  const std::pair<std::string, std::string> documents[] = {
+      {"<Envelope><Body>", "<element></element>"},
+      {"<Envelope ", "attribute=\"value\" "},
+      {"<Envelope a=\"", "value>"},
+      {"<Envelope><Body>text", "<a><b/>"},
+      {"<Envelope><Header>", "<" + std::string(100, ' ') + std::string(100, 'n') + "/>"}};
+  for (const auto& [head, unit] : documents) {
+    std::string document = head;
+    while (document.size() < (10 << 20)) document += unit;
+    // Byte by byte, a token is looked at again for each of its bytes: a window's worth at most.
+    for (const auto& [piece, size] :
+         {std::pair(document.size(), document.size()), std::pair(size_t{1460}, size_t{1 << 20}),
+          std::pair(size_t{7}, size_t{64 << 10}), std::pair(size_t{1}, size_t{64 << 10})}) {
+      const Reading reading = ReadInPieces(document.substr(0, size), piece);
+      EXPECT_FALSE(reading.stopped) << head << piece;
+      EXPECT_EQ(reading.result, 0) << head << piece;
+    }
+  }
+}
+
+TEST(VigilaXml, KeepsNoMoreThanItsWindowsOfALargeChunk) {
+  for (const char* head : {"<Envelope><Body>", "<Envelope a=\"", "<Envelope><Body>text"}) {
+    std::string document = head;
+    while (document.size() < (1 << 20)) document += "<element></element>";
+    VigilaXml reader;
+    const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+    reader.Parse(document.data(), document.size());
+    const size_t after = mallinfo2().uordblks + mallinfo2().hblkhd;
+    EXPECT_LT(after, before + 64 * 1024) << head;
+    EXPECT_FALSE(reader.Stopped()) << head;
+  }
+}
+
+// Deliberate: what an integrator's client may send and what comes of it; the reference lists it.
+TEST(VigilaXml, DecodesNoEntitiesCommentsOrCdata) {
+  const std::string rest = std::string(kFields).substr(std::string(kFields).find("<Password"));
+  EXPECT_EQ(Read(Token("<Username>a&amp;b</Username>" + rest)).username, "a&amp;b");
+  // Inside a value, the raw text before them, or nothing and no end of the header.
+  EXPECT_EQ(Read(Token("<Username>al<!-- -->ice</Username>" + rest)).username, "al");
+  EXPECT_EQ(Read(Token("<Username>al<![CDATA[ice]]></Username>" + rest)).username, "al");
+  for (const char* value : {"<![CDATA[alice]]>", "<!-- -->alice", "<!---->alice"}) {
+    const Reading reading = Read(Token("<Username>" + std::string(value) + "</Username>" + rest));
+    EXPECT_FALSE(reading.username == "alice" && reading.stopped) << value;
+    EXPECT_FALSE(reading.nonce) << value;
+  }
+  // A comment is an unknown element that stays open: in front of the header's element it does not
+  // matter, inside it the header never ends.
+  const std::string token = "<UsernameToken>" + std::string(kFields) + "</UsernameToken>";
+  EXPECT_EQ(Read("<!-- made by hand --><Envelope><Header><!-- x --><Security>" + token +
+                 "</Security></Header>"),
+            kComplete);
+  Reading open = kComplete;
+  open.stopped = false;
+  EXPECT_EQ(Read("<Envelope><Header><Security><!-- x -->" + token + "</Security>").stopped, false);
+  EXPECT_EQ(Read(Token("<!-- x -->" + std::string(kFields))), open);
+  // Directly under the Envelope it is read as strictly as the Envelope.
+  EXPECT_TRUE(Read("<Envelope><!-- x --><Header>").stopped);
+}
+
+TEST(VigilaXml, LooksThroughUnknownElementsAnywhere) {
+  EXPECT_EQ(Read("<Envelope><a><Header><b><Security><c><UsernameToken><d>" + std::string(kFields) +
+                 "</d></UsernameToken></c></Security>"),
+            kComplete);
+}
+
+// "<" and a blank before "/" is no closing tag to the step that looks for one.
+TEST(VigilaXml, PassesOverAClosingTagWithABlankInFrontOfItsSlash) {
+  const Reading reading = Read(Token("<Username>alice</Username>< /x><Nonce>n</Nonce>"));
+  EXPECT_EQ(reading.username, "alice");
+  EXPECT_FALSE(reading.nonce);
 }
 
 TEST(VigilaXml, DoesNotReadPastTheHeaderOfALargeEnvelope) {
@@ -383,6 +513,16 @@ std::string ReadFile(const std::string& name) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+// What the fields make of the password: Base64(SHA-1(nonce, creation time, password)).
+std::string DigestOf(const Recording& recording, const std::string& password) {
+  const std::string text =
+      krand::lib::Base64::Decode(recording.nonce) + recording.created + password;
+  tevra::crypto::GCryptDigest sha(tevra::crypto::GCryptDigest::kSha1);
+  sha.Update(text.data(), text.size());
+  return krand::lib::Base64::Encode(
+      std::string(reinterpret_cast<const char*>(sha.Digest()), sha.DigestSize()));
+}
+
 TEST(VigilaXml, ReadsWhatRealClientsSend) {
   for (const Recording& recording : kRecordings) {
     const Reading expected{true,
@@ -394,6 +534,7 @@ TEST(VigilaXml, ReadsWhatRealClientsSend) {
                            recording.nonce,
                            recording.created};
     EXPECT_EQ(Read(ReadFile(recording.file)), expected) << recording.file;
+    EXPECT_EQ(recording.password, DigestOf(recording, "secret")) << recording.file;
   }
 }
 
