@@ -4,6 +4,7 @@
 #include <string>
 
 #include "vigila-gateway/group_names.h"
+#include "vigila-gateway/web_service.h"
 
 namespace vigila::gateway {
 namespace {
@@ -48,7 +49,8 @@ std::string HeaderText(const std::string& name) {
 
 }  // namespace
 
-HttpResponse AuthFace::Respond(const HttpRequest& request, std::string& path, std::string& user) {
+HttpResponse AuthFace::Respond(const HttpRequest& request, const WsseEnvelope* envelope,
+                               std::string& path, std::string& user) {
   if (!proxies_.Trusts(request.peer)) return TextResponse(403, "This proxy is not trusted.");
   const std::optional<OriginalRequest> original = OriginalOf(request);
   std::optional<RequestTarget> target;
@@ -62,9 +64,30 @@ HttpResponse AuthFace::Respond(const HttpRequest& request, std::string& path, st
   question.target = *std::move(target);
   question.cookies = request.Values("Cookie");
   question.authorizations = request.Values("Authorization");
-  const Verdict verdict = authenticator_.Name(authenticator_.Decide(question));
+  const bool web_service = envelope != nullptr && WebService::Serves(question.target.path);
+  const Verdict verdict =
+      web_service ? DecideEnvelope(question, *envelope)
+                  : authenticator_.Name(authenticator_.Decide(question));
   return verdict.outcome == Verdict::kGranted ? Granted(verdict, user)
                                               : RefusalResponse(verdict, options_);
+}
+
+Verdict AuthFace::DecideEnvelope(const AccessQuestion& question, const WsseEnvelope& envelope) {
+  Verdict verdict;
+  switch (envelope.Judge()) {
+    case WsseEnvelope::kMalformed:
+      verdict.outcome = Verdict::kMalformed;
+      break;
+    case WsseEnvelope::kNoLogon:
+      verdict.nonce = service_.GetNonce();
+      verdict.outcome = verdict.nonce.empty() ? Verdict::kUnavailable : Verdict::kLogonNeeded;
+      break;
+    case WsseEnvelope::kLogon:
+      verdict = authenticator_.DecideWsse(question.source, envelope.Logon(),
+                                          {WebService::kRule, question.target.path});
+      verdict.new_session = false;  // the next envelope brings its own logon
+  }
+  return verdict;
 }
 
 HttpResponse AuthFace::Granted(const Verdict& verdict, std::string& user) {

@@ -7,6 +7,7 @@
 #include "vigila-gateway/http_message.h"
 #include "vigila-gateway/trusted_proxies.h"
 #include "vigila-gateway/verdict_response.h"
+#include "vigila-gateway/wsse_envelope.h"
 
 namespace vigila::gateway {
 
@@ -14,6 +15,7 @@ namespace vigila::gateway {
 // and the forward-auth of other proxies. The original method and target come in headers, the answer
 // is the status (200 to serve, 401 and 403 to hand on), with the user and its groups in headers.
 // Only trusted proxies are answered: anybody else could name a method and target of his liking.
+// When a proxy hands on the envelope of a web-service request, the logon in it is what counts.
 class AuthFace final {
  public:
   // All must outlive the face.
@@ -21,11 +23,13 @@ class AuthFace final {
            const ResponseOptions& options)
       : service_(service), authenticator_(authenticator), proxies_(proxies), options_(options) {}
 
-  // For the log: sets the path that was asked about, once it is understood, and the user whom
-  // access was granted to, if there is one.
-  HttpResponse Respond(const HttpRequest& request, std::string& path, std::string& user);
+  // The envelope is null when none came. For the log: sets the path that was asked about, once it is
+  // understood, and the user whom access was granted to, if there is one.
+  HttpResponse Respond(const HttpRequest& request, const WsseEnvelope* envelope, std::string& path,
+                       std::string& user);
 
  private:
+  Verdict DecideEnvelope(const AccessQuestion& question, const WsseEnvelope& envelope);
   HttpResponse Granted(const Verdict& verdict, std::string& user);
 
   AuthService& service_;

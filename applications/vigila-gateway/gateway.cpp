@@ -21,9 +21,10 @@ class Gateway::Exchange final : public HttpExchange {
         request_(std::move(request)),
         target_(ParseRequestTarget(request_.target)),
         source_(gateway.proxies_.SourceOf(request_)) {
-    if (!target_ || request_.method != "POST" || !WebService::Serves(target_->path)) return;
     const std::string_view type = request_.Only("Content-Type");
-    if (!IsSoapMediaType(type)) return;
+    if (!target_ || request_.method != "POST" || !IsSoapMediaType(type)) return;
+    if (target_->path == kAuthPath) envelope_.emplace();
+    if (!WebService::Serves(target_->path)) return;
     call_.emplace(gateway_.web_service_, gateway_.authenticator_, source_, target_->path,
                   SoapVersionOf(type));
   }
@@ -37,6 +38,7 @@ class Gateway::Exchange final : public HttpExchange {
 
   void Receive(std::string_view chunk) override {
     if (call_) call_->Receive(chunk);
+    if (envelope_) envelope_->Receive(chunk);
   }
 
   HttpResponse Answer(Body body) override {
@@ -71,7 +73,8 @@ class Gateway::Exchange final : public HttpExchange {
     if (body == Body::kTooLarge) return TextResponse(413, "The request is too large.");
     if (target_->path == kAuthPath) {
       face_ = "auth";
-      return gateway_.auth_face_.Respond(request_, asked_about_, user_);
+      return gateway_.auth_face_.Respond(request_, envelope_ ? &*envelope_ : nullptr, asked_about_,
+                                         user_);
     }
     if (target_->path == kHealthPath) {
       face_ = "health";
@@ -86,6 +89,7 @@ class Gateway::Exchange final : public HttpExchange {
   const std::string source_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::optional<WebServiceCall> call_;
+  std::optional<WsseEnvelope> envelope_;  // of a web-service request that a proxy asks about
   const char* face_ = "site";
   std::string asked_about_;  // the path
   std::string user_;

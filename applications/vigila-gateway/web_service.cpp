@@ -8,9 +8,6 @@ namespace vigila::gateway {
 namespace {
 
 constexpr char kFolder[] = "/onvif/";
-// The access rule of all web services has this very name; a single service's path has none.
-constexpr char kRule[] = "/onvif/*";
-constexpr std::string_view kDigestType = "#PasswordDigest";
 
 std::string TimeText(std::chrono::system_clock::time_point time) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
@@ -18,25 +15,6 @@ std::string TimeText(std::chrono::system_clock::time_point time) {
   gmtime_r(&seconds, &utc);
   char text[32];
   return std::string(text, std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &utc));
-}
-
-// What the reader made of the whole envelope.
-enum class Reading { kLogon, kNoLogon, kMalformed };
-
-Reading Judge(const client::VigilaXml& reader) {
-  const bool any = reader.Username() != nullptr || reader.Password() != nullptr ||
-                   reader.Nonce() != nullptr || reader.Created() != nullptr;
-  const bool all = reader.Username() != nullptr && reader.Password() != nullptr &&
-                   reader.Nonce() != nullptr && reader.Created() != nullptr;
-  // The reader stops at the end of the security header and at anything malformed; the fields are
-  // the only difference.
-  if (reader.Stopped()) return all ? Reading::kLogon : Reading::kMalformed;
-  const bool envelope = reader.Result() != 2;
-  return envelope && !any ? Reading::kNoLogon : Reading::kMalformed;
-}
-
-bool IsDigest(const char* type) {
-  return type == nullptr || std::string_view(type).ends_with(kDigestType);
 }
 
 }  // namespace
@@ -53,21 +31,19 @@ HttpResponse WebService::Respond(SoapVersion version) const {
 
 HttpResponse WebServiceCall::Answer(Body body) {
   if (body == Body::kTooLarge) return Fault(SoapFault::kTooLarge);
-  switch (Judge(reader_)) {
-    case Reading::kMalformed:
+  switch (envelope_.Judge()) {
+    case WsseEnvelope::kMalformed:
       return Fault(SoapFault::kMalformed);
-    case Reading::kNoLogon:
+    case WsseEnvelope::kNoLogon:
       return Fault(SoapFault::kFailedAuthentication);
-    case Reading::kLogon:
+    case WsseEnvelope::kLogon:
       break;
   }
-  // A password in clear is not looked at: nobody shall get used to sending one.
-  if (!IsDigest(reader_.Type())) return Fault(SoapFault::kFailedAuthentication);
-  return LogOn({reader_.Username(), reader_.Password(), reader_.Nonce(), reader_.Created()});
+  return LogOn(envelope_.Logon());
 }
 
 HttpResponse WebServiceCall::LogOn(const WsseLogon& logon) {
-  const Verdict verdict = authenticator_.DecideWsse(source_, logon, {kRule, path_});
+  const Verdict verdict = authenticator_.DecideWsse(source_, logon, {WebService::kRule, path_});
   switch (verdict.outcome) {
     case Verdict::kGranted:
       user_ = logon.username;

@@ -9,7 +9,7 @@
 #include "vigila-gateway/authenticator.h"
 #include "vigila-gateway/http_server.h"
 #include "vigila-gateway/soap_fault.h"
-#include "vigila/client/vigila_xml.h"
+#include "vigila-gateway/wsse_envelope.h"
 
 namespace vigila::gateway {
 
@@ -18,6 +18,8 @@ namespace vigila::gateway {
 class WebService final {
  public:
   using Now = std::function<std::chrono::system_clock::time_point()>;
+  // The access rule of all web services has this very name; a single service's path has none.
+  static constexpr char kRule[] = "/onvif/*";
 
   WebService(std::string device_name, Now now)
       : device_name_(std::move(device_name)), now_(std::move(now)) {}
@@ -42,7 +44,7 @@ class WebServiceCall final {
         path_(std::move(path)),
         version_(version) {}
 
-  void Receive(std::string_view chunk) { reader_.Parse(chunk.data(), chunk.size()); }
+  void Receive(std::string_view chunk) { envelope_.Receive(chunk); }
   HttpResponse Answer(Body body);
   // The user name of the logon, once it was tried and granted.
   const std::string& User() const { return user_; }
@@ -56,7 +58,7 @@ class WebServiceCall final {
   const std::string source_;
   const std::string path_;
   const SoapVersion version_;
-  client::VigilaXml reader_;
+  WsseEnvelope envelope_;
   std::string user_;
 };
 

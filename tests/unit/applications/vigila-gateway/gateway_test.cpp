@@ -267,6 +267,77 @@ TEST_F(AGateway, JudgesTheOriginalRequestNotTheProxys) {
   EXPECT_EQ(AskAuth(refused).status, 403);
 }
 
+class AGatewayAskedAboutAnEnvelope : public AGateway {
+ protected:
+  static std::string Envelope(const std::string& token) {
+    return "<Envelope><Header><Security>" + token + "</Security></Header><Body/></Envelope>";
+  }
+  static std::string Token() {
+    return "<UsernameToken><Username>view</Username><Password>d</Password><Nonce>n</Nonce>"
+           "<Created>c</Created></UsernameToken>";
+  }
+  HttpResponse AskAbout(const std::string& envelope, const std::string& uri = "/onvif/device",
+                        const std::string& peer = "127.0.0.1") {
+    const HttpHeaders headers = {{"Content-Type", "application/soap+xml"},
+                                 {"X-Original-Method", "POST"},
+                                 {"X-Original-URI", uri}};
+    const auto exchange = gateway_->Open(HttpRequest{"POST", "/auth", peer, headers});
+    for (size_t at = 0; at < envelope.size(); at += 7) exchange->Receive(envelope.substr(at, 7));
+    return exchange->Answer(Body::kComplete);
+  }
+};
+
+TEST_F(AGatewayAskedAboutAnEnvelope, NamesTheUserWhoseLogonIsInIt) {
+  service_.access["/onvif/*"] = {"view"};
+  service_.logon_answer = kToken;
+  const HttpResponse response = AskAbout(Envelope(Token()));
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(One(response, "X-Auth-User"), "view");
+  EXPECT_EQ(One(response, "Set-Cookie"), "(0)");
+  ASSERT_EQ(service_.wsse.size(), 1u);
+  EXPECT_EQ(service_.wsse[0].nonce, "n");
+  ASSERT_GE(service_.authorized.size(), 2u);
+  EXPECT_EQ(service_.authorized[0].second, "/onvif/*");
+  EXPECT_EQ(service_.authorized[1].second, "/onvif/device");
+}
+
+TEST_F(AGatewayAskedAboutAnEnvelope, RefusesByStatus) {
+  service_.access["/onvif/*"] = {"admin"};
+  EXPECT_EQ(AskAbout(Envelope(Token())).status, 401);
+  EXPECT_EQ(AskAbout(Envelope("")).status, 401);  // also where no rule protects the path itself
+  EXPECT_EQ(AskAbout("<Envelope><Body/></Envelope>").status, 401);
+  EXPECT_EQ(AskAbout("no xml").status, 400);
+  EXPECT_EQ(AskAbout(Envelope(Token()), "/onvif/device", "10.0.0.9").status, 403);
+  service_.logon_answer = kToken;
+  EXPECT_EQ(AskAbout(Envelope(Token())).status, 403);
+  service_.reachable = false;
+  EXPECT_EQ(AskAbout(Envelope(Token())).status, 503);
+  EXPECT_EQ(AskAbout(Envelope("")).status, 503);
+}
+
+TEST_F(AGatewayAskedAboutAnEnvelope, LooksForNoLogonInItForOtherPaths) {
+  service_.logon_answer = kToken;
+  EXPECT_EQ(AskAbout(Envelope(Token()), "/jpeg/1").status, 401);
+  EXPECT_TRUE(service_.wsse.empty());
+}
+
+TEST_F(AGateway, TakesEnvelopesByPostOfTheirMediaTypesOnly) {
+  const auto status = [this](const std::string& method, const std::string& type) {
+    return Ask(method, "/onvif/device", {{"Content-Type", type}}).status;
+  };
+  EXPECT_EQ(status("POST", "text/xml"), 400);  // an empty one
+  EXPECT_EQ(status("POST", "application/soap+xml; charset=utf-8"), 400);
+  EXPECT_EQ(log_.back().face, std::string("service"));
+  EXPECT_EQ(status("POST", "application/json"), 405);
+  EXPECT_EQ(status("POST", ""), 405);
+  EXPECT_EQ(status("GET", "text/xml"), 404);
+  EXPECT_EQ(Ask("POST", "/onvif", {{"Content-Type", "text/xml"}}).status, 405);
+  EXPECT_EQ(
+      Ask("POST", "/onvif/device", {{"Content-Type", "text/xml"}}, "127.0.0.1", Body::kTooLarge)
+          .status,
+      413);
+}
+
 TEST_F(AGateway, AnswersNoProxyThatIsNotTrusted) {
   const HttpHeaders headers = {{"X-Original-Method", "GET"}, {"X-Original-URI", "/system"}};
   EXPECT_EQ(AskAuth(headers, "10.0.0.9").status, 403);

@@ -109,8 +109,11 @@ TEST_F(AWebService, RefusesAKnownUserWhoMayNot) {
 TEST_F(AWebService, RefusesAnEnvelopeWithoutALogon) {
   for (const char* envelope :
        {"<Envelope><Body/></Envelope>", "<Envelope><Header/><Body/></Envelope>",
-        "<Envelope><Header><Security>"}) {
-    EXPECT_EQ(Call(envelope, SoapVersion::k11).status, 500) << envelope;
+        "<Envelope><Header><Security>", "<Envelope><Header><Security/></Header></Envelope>",
+        "<Envelope><Header><Security><Timestamp/></Security></Header></Envelope>"}) {
+    const HttpResponse response = Call(envelope, SoapVersion::k11);
+    EXPECT_EQ(response.status, 500) << envelope;
+    EXPECT_NE(response.body.find("wsse:FailedAuthentication"), std::string::npos) << envelope;
   }
   EXPECT_TRUE(service_.wsse.empty());
 }
@@ -120,16 +123,63 @@ TEST_F(AWebService, CallsMalformedWhatCannotBeRead) {
   for (const std::string& envelope :
        {std::string(), std::string("no xml"), std::string("{}"), std::string("<Body/>"),
         std::string("\xef\xbb\xbf<Envelope>"), std::string(300, ' '),
-        whole.substr(0, whole.find("<Created")), Envelope(""),
-        Envelope("<UsernameToken><Username>view</Username></UsernameToken>")}) {
+        whole.substr(0, whole.find("<Created")), whole.substr(0, whole.find("</wsse:Security>")),
+        Envelope("<UsernameToken><Username>view</Username></UsernameToken>"),
+        Envelope("<!-- x -->" + UsernameToken()),
+        // All fields are there before the second one that contradicts the first.
+        Envelope(UsernameToken() + "<UsernameToken><Username>admin</Username></UsernameToken>"),
+        Envelope(UsernameToken() + "text" + std::string(300, ' '))}) {
     EXPECT_EQ(Call(envelope).status, 400) << envelope;
     EXPECT_EQ(Call(envelope).body.find("FailedAuthentication"), std::string::npos) << envelope;
   }
   EXPECT_TRUE(service_.wsse.empty());
 }
 
+// The table of the security notes, line by line.
+TEST_F(AWebService, TakesWhatXmlMeansOtherwiseAsItsReferenceSays) {
+  const auto answer = [this](const std::string& old, const std::string& now) {
+    std::string envelope = Envelope(UsernameToken());
+    envelope.replace(envelope.find(old), old.size(), now);
+    const HttpResponse response = Call(envelope, SoapVersion::k11);
+    const bool failed = response.body.find("wsse:FailedAuthentication") != std::string::npos;
+    return std::to_string(response.status) + (failed ? " failed" : "") +
+           (service_.wsse.empty() ? "" : " as " + service_.wsse.back().username);
+  };
+  for (const char* now : {"<!--x--><s:Envelope", "<!-- x --><s:Envelope"}) {
+    EXPECT_EQ(answer("<s:Envelope", now), "200 as view") << now;
+  }
+  EXPECT_EQ(answer("<wsse:Security", "<!-- x --><wsse:Security"), "200 as view");
+  EXPECT_EQ(answer(">view<", ">vi&amp;ew<"), "200 as vi&amp;ew");  // the service knows no such name
+  EXPECT_EQ(answer(">view<", ">vi<!-- x -->ew<"), "200 as vi");
+  EXPECT_EQ(answer(">view<", ">vi<![CDATA[ew]]><"), "200 as vi");
+  service_.wsse.clear();
+  EXPECT_EQ(answer(">view<", "><![CDATA[view]]><"), "500 failed");
+  EXPECT_EQ(answer(">view<", "><!-- x -->view<"), "500 failed");
+  EXPECT_EQ(answer(">digest<", "><![CDATA[digest]]><"), "400");
+  EXPECT_EQ(answer(">nonce<", "><!-- x -->nonce<"), "400");
+  EXPECT_EQ(answer("<UsernameToken>", "<!-- x --><UsernameToken>"), "400");
+  EXPECT_EQ(answer("<Nonce>", "<!-- x --><Nonce>"), "400");
+  EXPECT_EQ(answer("<s:Header>", "<!-- x --><s:Header>"), "400");
+  EXPECT_EQ(answer("\"http://www.w3.org/2003/05/soap-envelope\"", "'urn:x'"), "400");
+  EXPECT_EQ(answer("<s:Header>", "<a b='c'/><s:Header>"), "400");
+  EXPECT_EQ(answer("\"#PasswordDigest\"", "'#PasswordDigest'"), "400");
+  EXPECT_EQ(answer("</Username>", "</Username >"), "400");
+  EXPECT_EQ(answer("</Username>", "</x:Username>"), "400");
+  EXPECT_EQ(answer("<Nonce>", "<Nonce>other</Nonce><Nonce>"), "400");
+  EXPECT_EQ(answer(">nonce<", "><"), "400");
+  EXPECT_EQ(answer("<s:Envelope", "\xef\xbb\xbf<s:Envelope"), "400");
+  EXPECT_EQ(answer("<s:Envelope", "\xff\xfe<s:Envelope"), "400");
+}
+
 TEST_F(AWebService, LooksAtNoPasswordInClear) {
   EXPECT_EQ(Call(Envelope(UsernameToken("x#PasswordText")), SoapVersion::k11).status, 500);
+  // Such tokens often come without the rest.
+  const HttpResponse response =
+      Call(Envelope("<UsernameToken><Username>view</Username><Password Type=\"x#PasswordText\">"
+                    "secret</Password></UsernameToken>"),
+           SoapVersion::k11);
+  EXPECT_EQ(response.status, 500);
+  EXPECT_NE(response.body.find("wsse:FailedAuthentication"), std::string::npos);
   EXPECT_TRUE(service_.wsse.empty());
 }
 
@@ -140,6 +190,57 @@ TEST_F(AWebService, IsUnavailableWithItsService) {
   EXPECT_NE(response.body.find("env:Receiver"), std::string::npos);
   EXPECT_NE(Call(Envelope(UsernameToken()), SoapVersion::k11).body.find("env:Server"),
             std::string::npos);
+}
+
+TEST_F(AWebService, ReadsNoFurtherThanTheHeaderOfALargeEnvelope) {
+  EXPECT_EQ(
+      Call(Envelope(UsernameToken()) + std::string(10 << 20, '<'), SoapVersion::k12, 1460).status,
+      200);
+}
+
+TEST_F(AWebService, HasAFaultOfBothVersionsForEveryRefusal) {
+  const std::string fault11 = "<env:Body><env:Fault><faultcode>";
+  const std::string fault12 = "<env:Body><env:Fault><env:Code><env:Value>";
+  const auto expect = [&](const std::string& envelope, Body body, int status, const char* code11,
+                          const char* code12) {
+    const HttpResponse old = Call(envelope, SoapVersion::k11, 64, body);
+    EXPECT_EQ(old.status, status) << old.body;
+    EXPECT_NE(old.body.find(fault11 + code11 + "</faultcode><faultstring>"), std::string::npos)
+        << old.body;
+    const HttpResponse now = Call(envelope, SoapVersion::k12, 64, body);
+    EXPECT_EQ(now.status, status) << now.body;
+    EXPECT_NE(now.body.find(fault12 + code12 + "</env:Value>"), std::string::npos) << now.body;
+    EXPECT_NE(now.body.find("<env:Reason><env:Text xml:lang=\"en\">"), std::string::npos);
+    EXPECT_NE(now.body.find("http://www.w3.org/2003/05/soap-envelope"), std::string::npos);
+  };
+  const std::string whole = Envelope(UsernameToken());
+  expect("no xml", Body::kComplete, 400, "env:Client", "env:Sender");
+  expect(whole, Body::kTooLarge, 413, "env:Client", "env:Sender");
+  service_.access["/onvif/*"] = {"admin"};
+  expect(whole, Body::kComplete, 403, "wsse:FailedAuthentication", "env:Sender");
+  service_.logon_answer = "NO_TOKEN";
+  for (int i = 0; i < 3; ++i) Call(whole);
+  expect(whole, Body::kComplete, 429, "env:Client", "env:Sender");
+}
+
+TEST_F(AWebService, IsUnavailableInBothVersions) {
+  service_.reachable = false;
+  EXPECT_EQ(Call(Envelope(UsernameToken()), SoapVersion::k11).status, 503);
+  EXPECT_EQ(Call(Envelope(UsernameToken()), SoapVersion::k12).status, 503);
+}
+
+TEST_F(AWebService, RefusesEveryResultOfALogonThatIsNoSession) {
+  for (const char* answer : {"NO_TOKEN", "DISABLED", "_EXPIRED", "NODIGEST"}) {
+    service_.logon_answer = answer;
+    Throttle throttle{{100, seconds(10), 16}, [] { return Throttle::Clock::time_point(); }};
+    Authenticator authenticator{service_, throttle, {}};
+    WebServiceCall call(web_service_, authenticator, "10.0.0.1", "/onvif/device", SoapVersion::k11);
+    call.Receive(Envelope(UsernameToken()));
+    const HttpResponse response = call.Answer(Body::kComplete);
+    EXPECT_EQ(response.status, 500) << answer;
+    EXPECT_NE(response.body.find("wsse:FailedAuthentication"), std::string::npos) << answer;
+    EXPECT_EQ(response.body.find(answer), std::string::npos) << "nobody learns which";
+  }
 }
 
 TEST_F(AWebService, RefusesWhatIsTooLargeWithoutALogon) {
