@@ -15,6 +15,7 @@ void AddAccessCommands(CLI::App& app, Invocation& invocation);
 void AddPassphraseCommands(CLI::App& app, Invocation& invocation);
 void AddRuleCommands(CLI::App& app, Invocation& invocation);
 void AddStatusCommand(CLI::App& app, Invocation& invocation);
+void AddWsseCheckCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace vigilactl
 

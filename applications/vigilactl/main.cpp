@@ -24,6 +24,7 @@ void AddEverything(CLI::App& app, vigilactl::Invocation& invocation) {
   vigilactl::AddAccessCommands(app, invocation);
   vigilactl::AddRuleCommands(app, invocation);
   vigilactl::AddPassphraseCommands(app, invocation);
+  vigilactl::AddWsseCheckCommand(app, invocation);
 }
 
 }  // namespace
