@@ -65,9 +65,8 @@ HttpResponse AuthFace::Respond(const HttpRequest& request, const WsseEnvelope* e
   question.cookies = request.Values("Cookie");
   question.authorizations = request.Values("Authorization");
   const bool web_service = envelope != nullptr && WebService::Serves(question.target.path);
-  const Verdict verdict =
-      web_service ? DecideEnvelope(question, *envelope)
-                  : authenticator_.Name(authenticator_.Decide(question));
+  const Verdict verdict = web_service ? DecideEnvelope(question, *envelope)
+                                      : authenticator_.Name(authenticator_.Decide(question));
   return verdict.outcome == Verdict::kGranted ? Granted(verdict, user)
                                               : RefusalResponse(verdict, options_);
 }
