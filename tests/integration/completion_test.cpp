@@ -56,6 +56,13 @@ TEST_F(Completion, OffersWhatTheServiceLists) {
   EXPECT_EQ(Offered({"rule", "set", "/jpeg*", "@"}), "@admins\n@managers\n@operators\n@viewers\n");
 }
 
+TEST_F(Completion, OffersFilesForTheVerbThatReadsOne) {
+  const std::string file = device_.Dir().Write("envelope.xml", "");
+  EXPECT_EQ(Offered({"wsse"}), "wsse-check\n");
+  EXPECT_EQ(Offered({"wsse-check", device_.Dir().File("env")}), file + "\n");
+  EXPECT_EQ(Offered({"wsse-check", file, "--pass"}), "--password-stdin\n");
+}
+
 TEST_F(Completion, NeverRunsWhatANameHolds) {
   const std::string proof = device_.Dir().File("proof");
   Add("$(>proof)");
