@@ -23,8 +23,8 @@ class AuthFace final {
            const ResponseOptions& options)
       : service_(service), authenticator_(authenticator), proxies_(proxies), options_(options) {}
 
-  // The envelope is null when none came. For the log: sets the path that was asked about, once it is
-  // understood, and the user whom access was granted to, if there is one.
+  // The envelope is null when none came. For the log: sets the path that was asked about, once it
+  // is understood, and the user whom access was granted to, if there is one.
   HttpResponse Respond(const HttpRequest& request, const WsseEnvelope* envelope, std::string& path,
                        std::string& user);
 
