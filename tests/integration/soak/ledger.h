@@ -5,8 +5,8 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace soak {
@@ -56,7 +56,8 @@ class Ledger {
     long asked = 0;
     long owed = 0;    // asked for when the daemon had been up for the grace and stayed up
     long failed = 0;  // of these, not answered rightly
-    std::map<int, Clock::duration> first_right;  // by life, since READY=1
+    Clock::duration last_failure{};  // asked for so long after READY=1, and not answered rightly
+    std::set<int> worked_in;         // lives
   };
 
   void Note(const std::string& name, const Moment& before, const Moment& after, bool right) {
@@ -65,12 +66,13 @@ class Ledger {
     ++operation.asked;
     const bool in_one_life = before.is_up && after.is_up && before.life == after.life;
     if (!in_one_life) return;
+    const Clock::duration age = before.at - before.since;
     if (right) {
-      const auto [entry, is_new] =
-          operation.first_right.try_emplace(before.life, after.at - before.since);
-      if (!is_new) entry->second = std::min(entry->second, after.at - before.since);
+      operation.worked_in.insert(before.life);
+    } else {
+      operation.last_failure = std::max(operation.last_failure, age);
     }
-    if (before.at - before.since < kGrace) return;
+    if (age < kGrace) return;
     ++operation.owed;
     if (!right) ++operation.failed;
   }

@@ -60,10 +60,8 @@ void Report(const Ledger& ledger, int lives) {
   printf("%d lives of the daemon\n", lives);
   printf("%-22s %9s %9s %6s %16s\n", "operation", "asked", "owed", "failed", "works after, ms");
   for (const auto& [name, operation] : ledger.Operations()) {
-    Clock::duration slowest{};
-    for (const auto& [life, time] : operation.first_right) slowest = std::max(slowest, time);
     printf("%-22s %9ld %9ld %6ld %16.1f\n", name.c_str(), operation.asked, operation.owed,
-           operation.failed, Milliseconds(slowest));
+           operation.failed, Milliseconds(operation.last_failure));
   }
   for (const auto& [why, longest] : ledger.LongestStale()) {
     printf("last stale grant after %-16s %6.2f ms\n", why.c_str(), Milliseconds(longest));
@@ -79,7 +77,7 @@ void ExpectGood(const Ledger& ledger, int lives) {
     EXPECT_GT(operation.owed, 0) << name;
     // The last life may have been too short for it.
     for (int life = 1; life < lives; ++life) {
-      EXPECT_TRUE(operation.first_right.count(life)) << name << " never worked in life " << life;
+      EXPECT_TRUE(operation.worked_in.count(life)) << name << " never worked in life " << life;
     }
   }
 }
