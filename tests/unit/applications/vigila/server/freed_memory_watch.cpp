@@ -14,27 +14,36 @@ char secret[64];
 std::atomic<size_t> secret_size = 0;  // 0 while nobody watches
 std::atomic<int> found = 0;
 
-void* Allocate(size_t size) noexcept {
+[[maybe_unused]] void* Allocate(size_t size) noexcept {
   return std::malloc(size == 0 ? 1 : size);
 }
 
-void* AllocateOrThrow(size_t size) {
+[[maybe_unused]] void* AllocateOrThrow(size_t size) {
   void* const block = Allocate(size);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
 
-void Release(void* block) noexcept {
-  const size_t size = secret_size;
-  if (size != 0 && block != nullptr &&
-      memmem(block, malloc_usable_size(block), secret, size) != nullptr) {
-    ++found;
+// By hand and unseen by the address sanitizer, which forbids a look at the sizes of arrays.
+__attribute__((no_sanitize("address"))) bool Holds(const void* block, size_t length, size_t size) {
+  const char* const bytes = static_cast<const char*>(block);
+  for (size_t at = 0; at + size <= length; ++at) {
+    size_t same = 0;
+    while (same < size && bytes[at + same] == secret[same]) ++same;
+    if (same == size) return true;
   }
+  return false;
+}
+
+[[maybe_unused]] void Release(void* block) noexcept {
+  const size_t size = secret_size;
+  if (size != 0 && block != nullptr && Holds(block, malloc_usable_size(block), size)) ++found;
   std::free(block);
 }
 
 }  // namespace
 
+#if !defined(TEVRA_THREAD_SANITIZER)
 void* operator new(size_t size) {
   return AllocateOrThrow(size);
 }
@@ -65,6 +74,7 @@ void operator delete(void* block, const std::nothrow_t&) noexcept {
 void operator delete[](void* block, const std::nothrow_t&) noexcept {
   Release(block);
 }
+#endif
 
 namespace vigila::server {
 
