@@ -100,8 +100,10 @@ void BrokerEndpoint::Reconnect() {
     Connect();
     for (const std::string& name : names_) Own(name);
     for (auto& [name, watched] : watched_) Listen(name);
+    complaints_.clear();
   } catch (const std::exception& failure) {
-    Log()->Information("%s", failure.what());
+    // Each is said once: it is tried again many times a second.
+    if (complaints_.insert(failure.what()).second) Log()->Warning("%s", failure.what());
     Lose();
   }
 }

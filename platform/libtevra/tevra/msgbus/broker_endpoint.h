@@ -64,6 +64,7 @@ class BrokerEndpoint final {
   DispatchThread::Id timer_ = 0;
   uint32_t events_ = 0;
   bool drain_posted_ = false;
+  std::set<std::string> complaints_;  // why it has not come back yet
   std::set<std::string> names_;
   std::map<std::string, Watched> watched_;
   std::map<std::string, Credentials> callers_;  // by unique name

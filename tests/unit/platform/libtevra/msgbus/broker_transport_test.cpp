@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <memory>
@@ -237,6 +241,54 @@ TEST_F(BrokerTransportTest, GoesOnWithABrokerThatWasKilledAndStartedAgain) {
   ASSERT_TRUE(log.WaitFor(5));
   EXPECT_EQ(log.Events().back(), "Changed");
   client.reset();
+}
+
+// Reports the warnings of the bus.
+class WarningSink final : public core::Logger::Sink {
+ public:
+  WarningSink() : previous_(core::Logger::SetSink(this)) {}
+  ~WarningSink() override { core::Logger::SetSink(previous_); }
+  void Write(core::Logger::Level level, const std::string& logger,
+             const std::string& text) override {
+    if (level == core::Logger::kWarning && logger == "MsgBus") log.Add(text);
+  }
+  EventLog log;
+
+ private:
+  core::Logger::Sink* const previous_;
+};
+
+TEST_F(BrokerTransportTest, SaysOnceWhyAServerCannotComeBack) {
+  WarningSink warnings;
+  auto server = EchoServer();
+  broker_->Kill();
+  // In the broker's place, somebody who hangs up on everybody.
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = broker_->address().substr(std::string("unix:path=").size());
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  unlink(path.c_str());
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener, 8), 0);
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    pollfd caller{listener, POLLIN, 0};
+    ASSERT_EQ(poll(&caller, 1, 10000), 1);
+    close(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+  }
+  std::vector<std::string> said = warnings.log.Events();
+  std::sort(said.begin(), said.end());
+  EXPECT_FALSE(said.empty());
+  EXPECT_EQ(std::adjacent_find(said.begin(), said.end()), said.end());
+  close(listener);
+  EventLog back;
+  FunctionHandler note([&back](IMsgBus&, MsgBusMsg& message) { back.Add(message.GetName()); });
+  ASSERT_TRUE(broker_->Restart());
+  auto client = Watcher(note);
+  ASSERT_TRUE(back.WaitFor(1));
+  EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
+  client.reset();
+  server.reset();
 }
 
 TEST_F(BrokerTransportTest, WatchesADestinationBeforeThereIsABroker) {
