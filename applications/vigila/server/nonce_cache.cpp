@@ -31,7 +31,12 @@ bool NonceCache::Has(const std::string& nonce) {
   TimeStruct now;
   time_source_->GetTime(now);
   const auto added = entries_.emplace(nonce, Entry{now, 0}).first;
-  by_age_.insert(by_age_.end(), &*added);
+  try {
+    by_age_.insert(by_age_.end(), &*added);
+  } catch (...) {
+    entries_.erase(added);  // no pass would ever find it
+    throw;
+  }
   return false;
 }
 

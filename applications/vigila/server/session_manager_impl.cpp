@@ -127,9 +127,11 @@ bool SessionManager::SessionManagerImpl::Refresh(const std::string& token) {
     in_order_.splice(in_order_.end(), in_order_, session.place);
     return true;
   }
-  RemoveByAge(session);
+  const InOrder::iterator place = session.place;
+  const std::optional<Strays::iterator> stray = session.stray;
+  AddByAge(*found, now);
+  RemoveByAge(place, stray);
   session.user->SetLastAccess(now);
-  AddByAge(*found);
   return true;
 }
 
@@ -198,8 +200,8 @@ bool SessionManager::SessionManagerImpl::IsExpired(const TimeStruct& last_access
   return now > expiry;
 }
 
-void SessionManager::SessionManagerImpl::AddByAge(Sessions::value_type& session) {
-  const TimeStruct& last_access = session.second.user->LastAccess();
+void SessionManager::SessionManagerImpl::AddByAge(Sessions::value_type& session,
+                                                  const TimeStruct& last_access) {
   if (in_order_.empty() || last_access >= in_order_.back()->second.user->LastAccess()) {
     session.second.place = in_order_.insert(in_order_.end(), &session);
     session.second.stray.reset();
@@ -208,26 +210,39 @@ void SessionManager::SessionManagerImpl::AddByAge(Sessions::value_type& session)
   }
 }
 
-void SessionManager::SessionManagerImpl::RemoveByAge(const Session& session) {
-  if (session.stray.has_value()) {
-    strays_.erase(*session.stray);
+void SessionManager::SessionManagerImpl::RemoveByAge(InOrder::iterator place,
+                                                     std::optional<Strays::iterator> stray) {
+  if (stray.has_value()) {
+    strays_.erase(*stray);
   } else {
-    in_order_.erase(session.place);
+    in_order_.erase(place);
   }
+}
+
+void SessionManager::SessionManagerImpl::RemoveByUser(const std::string& name,
+                                                      const std::string& token) {
+  const auto tokens = by_user_.find(name);
+  if (tokens == by_user_.end()) return;
+  tokens->second.erase(token);
+  if (tokens->second.empty()) by_user_.erase(tokens);
 }
 
 void SessionManager::SessionManagerImpl::AddSession(const std::string& token, User* user) {
   const auto added = sessions_.try_emplace(token).first;
+  try {
+    by_user_[user->Name()].insert(added->first);
+    AddByAge(*added, user->LastAccess());
+  } catch (...) {
+    RemoveByUser(user->Name(), added->first);
+    sessions_.erase(added);
+    throw;
+  }
   added->second.user.reset(user);
-  AddByAge(*added);
-  by_user_[user->Name()].insert(added->first);
 }
 
 void SessionManager::SessionManagerImpl::DeleteSession(Sessions::iterator session) {
-  RemoveByAge(session->second);
-  const auto tokens = by_user_.find(session->second.user->Name());
-  tokens->second.erase(session->first);
-  if (tokens->second.empty()) by_user_.erase(tokens);
+  RemoveByAge(session->second.place, session->second.stray);
+  RemoveByUser(session->second.user->Name(), session->first);
   sessions_.erase(session);
 }
 

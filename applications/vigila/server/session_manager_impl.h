@@ -60,8 +60,13 @@ class SessionManager::SessionManagerImpl final {
   bool DoCancel(const std::string& token) TEVRA_REQUIRES(mutex_);
   bool IsExpired(const tevra::osa::TimeStruct& last_access, const tevra::osa::TimeStruct& now) const
       TEVRA_REQUIRES(mutex_);
-  void AddByAge(Sessions::value_type& session) TEVRA_REQUIRES(mutex_);
-  void RemoveByAge(const Session& session) TEVRA_REQUIRES(mutex_);
+  // Changes nothing when it throws.
+  void AddByAge(Sessions::value_type& session, const tevra::osa::TimeStruct& last_access)
+      TEVRA_REQUIRES(mutex_);
+  void RemoveByAge(InOrder::iterator place, std::optional<Strays::iterator> stray)
+      TEVRA_REQUIRES(mutex_);
+  void RemoveByUser(const std::string& name, const std::string& token) TEVRA_REQUIRES(mutex_);
+  // Takes the record unless it throws.
   void AddSession(const std::string& token, model::User* user) TEVRA_REQUIRES(mutex_);
   void DeleteSession(Sessions::iterator session) TEVRA_REQUIRES(mutex_);
   // Logs `how` each one ends and deletes it, in ascending order.

@@ -8,6 +8,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "memory_shortage.h"
+
 namespace {
 
 char secret[64];
@@ -19,6 +21,7 @@ std::atomic<int> found = 0;
 }
 
 [[maybe_unused]] void* AllocateOrThrow(size_t size) {
+  if (vigila::server::MemoryShortage::Strikes()) throw std::bad_alloc();
   void* const block = Allocate(size);
   if (block == nullptr) throw std::bad_alloc();
   return block;

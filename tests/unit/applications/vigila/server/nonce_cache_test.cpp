@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <new>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "memory_shortage.h"
 #include "vigila/check/explicit_time_source.h"
 
 namespace vigila::server {
@@ -277,6 +279,30 @@ TEST_P(NonceCacheHistory, IsThatOfAWalkOverAllNonces) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, NonceCacheHistory, testing::Values(1u, 2u));
+
+TEST_F(NonceCacheTest, KnowsNoNonceThatMemoryRanOutFor) {
+  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  const std::string nonce(100, 'n');
+  bool met = true;
+  int nth = 0;
+  while (met) {
+    NonceCache cache(&clock_);
+    {
+      const MemoryShortage shortage(++nth);
+      try {
+        cache.Has(nonce);
+      } catch (const std::bad_alloc&) {
+      }
+      met = shortage.WasMet();
+    }
+    EXPECT_EQ(cache.CheckNonceAndCount(nonce, ""), met) << nth;
+    EXPECT_NE(cache.Has(nonce), met) << nth;
+    At(kStart + 301);
+    EXPECT_FALSE(cache.Has(nonce)) << nth;
+    At(kStart);
+  }
+  EXPECT_GE(nth, 4);
+}
 
 TEST_F(NonceCacheTest, AcceptsACountOnceHoweverManyThreadsSendIt) {
   cache_.Has("nonce");

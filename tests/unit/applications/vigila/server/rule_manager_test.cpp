@@ -5,11 +5,13 @@
 
 #include <atomic>
 #include <map>
+#include <new>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "memory_shortage.h"
 #include "support/capturing_log.h"
 #include "vigila/model/user.h"
 #include "vigila/server/permission_impl.h"
@@ -256,6 +258,34 @@ TEST_F(RuleManagerTest, GivesTheSameAnswerForAnyBytes) {
   EXPECT_TRUE(Anonymous("/a"));
   EXPECT_FALSE(Anonymous("/\xff\xfe"));
   EXPECT_TRUE(Anonymous(std::string(1 << 20, '/')));
+}
+
+TEST(RuleManagerMemory, LeavesTheRulesAloneWhereverItRunsOut) {
+  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  RuleManager rules;
+  const Texts shut = {{"/a/b/*", "false"}, {"/x*", "@admins"}};
+  const Texts open = {{"/a/b/*", "true"}, {"/x*", "true"}};
+  for (const bool dynamic : {false, true}) {
+    rules.SetRules(shut, dynamic);
+    bool met = true;
+    int nth = 0;
+    while (met) {
+      bool thrown = false;
+      {
+        const MemoryShortage shortage(++nth);
+        try {
+          rules.SetRules(open, dynamic);
+        } catch (const std::bad_alloc&) {
+          thrown = true;
+        }
+        met = shortage.WasMet();
+      }
+      ASSERT_EQ(thrown, met) << nth;
+      for (const char* path : {"/a/b/*", "/x*"}) ASSERT_EQ(rules.IsProtected(path), met) << nth;
+    }
+    EXPECT_GE(nth, 5);
+    rules.SetRules({}, dynamic);
+  }
 }
 
 TEST_F(RuleManagerTest, ShowsReadersOneTableOrTheOtherWhileRulesChange) {

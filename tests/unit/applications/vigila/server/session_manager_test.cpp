@@ -6,11 +6,14 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "memory_shortage.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/model/user.h"
 
@@ -87,6 +90,63 @@ TEST(SessionManager, DrawsTokensOfEightUpperCaseDigitsWithinTheirRange) {
     tokens.insert(token);
   }
   EXPECT_EQ(tokens.size(), 2000u);
+}
+
+TEST(SessionManager, LeavesTheRecordToItsCallerWhereverMemoryRunsOut) {
+  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  ExplicitTimeSource clock;
+  SessionManager manager(&clock, 60);
+  std::atomic<int> alive{0};
+  bool met = true;
+  int nth = 0;
+  while (met) {
+    auto record = std::make_unique<CountedUser>("alice", &alive);
+    record->SetReusable(true);
+    std::string token;
+    {
+      const MemoryShortage shortage(++nth);
+      try {
+        token = manager.Enroll(record.get());
+      } catch (const std::bad_alloc&) {
+      }
+      met = shortage.WasMet();
+    }
+    ASSERT_EQ(token.empty(), met) << nth;
+    if (!met) static_cast<void>(record.release());
+    std::string reused;
+    EXPECT_NE(manager.FindReusable("alice", "digest", reused), met) << nth;
+    EXPECT_EQ(reused, token);
+    manager.Invalidate("*");
+    EXPECT_EQ(alive, met ? 1 : 0) << nth;
+  }
+  EXPECT_GE(nth, 5);
+}
+
+TEST(SessionManager, KeepsASessionThatMemoryRanOutForWhenItWasRefreshed) {
+  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  ExplicitTimeSource clock;
+  bool met = true;
+  for (int nth = 1; met; ++nth) {
+    SessionManager manager(&clock, 60);
+    clock.SetTime(TimeStruct(1000, 0));
+    const std::string token = manager.Enroll(NewUser("alice"));
+    manager.Enroll(NewUser("bob"));
+    clock.SetTime(TimeStruct(900, 0));
+    {
+      const MemoryShortage shortage(nth);
+      try {
+        manager.Refresh(token);
+      } catch (const std::bad_alloc&) {
+      }
+      met = shortage.WasMet();
+    }
+    ASSERT_NE(manager.GetUser(token), nullptr);
+    EXPECT_EQ(manager.GetUser(token)->LastAccess(), TimeStruct(met ? 1000 : 900, 0));
+    clock.SetTime(TimeStruct(1000, 0));
+    EXPECT_EQ(manager.GetUser(token) != nullptr, met) << "as old as it says";
+    clock.SetTime(TimeStruct(1061, 0));
+    EXPECT_EQ(manager.GetUser(token), nullptr);
+  }
 }
 
 TEST(SessionManager, TakesCallsFromSeveralThreads) {
