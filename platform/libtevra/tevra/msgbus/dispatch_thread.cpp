@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <exception>
 #include <future>
 #include <utility>
 
@@ -79,15 +80,18 @@ void DispatchThread::Post(Task task) {
 void DispatchThread::Invoke(const Task& task) {
   if (IsCurrent()) return task();
   std::promise<void> done;
-  Post([&task, &done] {
+  std::exception_ptr failure;
+  Post([&task, &done, &failure] {
     try {
       task();
-      done.set_value();
     } catch (...) {
-      done.set_exception(std::current_exception());
+      failure = std::current_exception();
     }
+    // Not before the end of the catch block: the exception is the waiter's alone from here on.
+    done.set_value();
   });
   done.get_future().get();
+  if (failure) std::rethrow_exception(failure);
 }
 
 bool DispatchThread::IsCurrent() const {
