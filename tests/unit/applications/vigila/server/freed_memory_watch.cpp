@@ -17,7 +17,8 @@ std::atomic<size_t> secret_size = 0;  // 0 while nobody watches
 std::atomic<int> found = 0;
 
 [[maybe_unused]] void* Allocate(size_t size) noexcept {
-  return std::malloc(size == 0 ? 1 : size);
+  // Cleared, or what a block held before the watch would be found in it.
+  return std::calloc(1, size == 0 ? 1 : size);
 }
 
 [[maybe_unused]] void* AllocateOrThrow(size_t size) {
