@@ -9,6 +9,7 @@ in what it is compared with, and wall time elsewhere.
 import json
 import os
 import platform
+import statistics
 import sys
 
 # operation, (program, benchmark), (program, floor or peer), budget: ratio to the floor, or None
@@ -21,6 +22,8 @@ ROWS = [
      ("bus", "FloorEmptyCallBroker/real_time/threads:1"), "an empty sd-bus call", None),
     ("authorize over the bus, broker, 4 threads", ("bus", "AuthorizeBroker/real_time/threads:4"),
      ("bus", "FloorEmptyCallBroker/real_time/threads:4"), "an empty sd-bus call", None),
+    ("authorize through a broker, 1 thread", ("bus", "AuthorizeBroker/real_time/threads:1"),
+     ("polkit", "CheckAuthorization/real_time"), "polkit CheckAuthorization", None),
     ("client cache hit (authorize)", ("client", "AuthorizeCached"),
      ("client", "FloorMapLookup"), "map look-up, mutex, one clock read", 3.0),
     ("authorize in process, 10 sessions", ("session", "Authorize/10"),
@@ -80,6 +83,25 @@ ROWS = [
     ("start to READY=1, 1,024 accounts", ("start", "Start/iterations:5/manual_time"),
      ("start", "FloorStartOfTheProgram/iterations:5/manual_time"), "the program's own start", None),
 ]
+# Every cached question of a client that holds so many answers, asked by so many threads.
+ROWS += [
+    (f"cache hit, {question}, {entries:,} entries, {threads} thread{'s' if threads > 1 else ''}",
+     ("client", f"CacheHit{question}/{entries}{clock}/threads:{threads}"),
+     ("client", f"FloorSharedMap/{entries}{clock}/threads:{threads}"),
+     "map look-up, mutex, one clock read", None)
+    for question in ("Authenticate", "Authorize", "IsAuthenticated", "IsProtected")
+    for entries in (10, 10000)
+    for threads, clock in ((1, ""), (4, "/real_time"))
+]
+
+# what ends a grant, benchmark
+CHANGES = [
+    ("logout", "Logout/iterations:50/manual_time"),
+    ("invalidate", "Invalidate/iterations:50/manual_time"),
+    ("rule changed", "RuleChange/iterations:50/manual_time"),
+    ("account deleted", "AccountDeleted/iterations:50/manual_time"),
+    ("daemon killed", "DaemonKilled/iterations:10/manual_time"),
+]
 
 
 # The same file of servers that check digests themselves.
@@ -112,6 +134,10 @@ def load(folder):
     return runs
 
 
+# in nanoseconds
+UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
 def is_wall(key):
     return "real_time" in key[1] or "manual_time" in key[1]
 
@@ -124,9 +150,8 @@ class Results:
         """The best repetition, or None when this benchmark was not built."""
         if key not in self.runs:
             return None
-        scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
         field = "real_time" if wall else "cpu_time"
-        return min(entry[field] * scale[entry["time_unit"]] for entry in self.runs[key])
+        return min(entry[field] * UNITS[entry["time_unit"]] for entry in self.runs[key])
 
     def pair(self, key, floor):
         wall = is_wall(key) or is_wall(floor)
@@ -153,7 +178,7 @@ def table(results):
     print("|---|---|---|---|---|---|---|")
     for operation, key, floor, floor_text, budget in ROWS:
         measured, base = results.pair(key, floor)
-        if measured is not None and base is None and floor[0] == "http":
+        if measured is not None and base is None and floor[0] in ("polkit", "http"):
             print(f"| {operation} | {text(measured)} | {floor_text} | not installed | | | |")
         if measured is None or base is None:
             continue
@@ -163,6 +188,29 @@ def table(results):
         print(f"| {operation} | {text(measured)} | {floor_text} | {text(base)} | {ratio:.2f} "
               f"| {'' if budget is None else f'≤ {budget:g}'} | {verdict} |")
     return verdicts
+
+
+def stale_grants(results):
+    """How long a grant is given after it has ended."""
+    print("\n| what ends a grant | last grant after its request | after its answer | worst of all |")
+    print("|---|---|---|---|")
+    for change, name in CHANGES:
+        runs = results.runs.get(("stale", name))
+        if not runs:
+            continue
+        request = statistics.median(run["real_time"] for run in runs) * UNITS[runs[0]["time_unit"]]
+        answer = statistics.median(run["answered_us"] for run in runs) * 1e3
+        worst = max(run["worst_us"] for run in runs) * 1e3
+        print(f"| {change} | {text(request)} | {text(answer)} | {text(worst)} |")
+
+
+def memory(results):
+    print("\n| cached answer | memory |\n|---|---|")
+    for question in ("Authenticate", "Authorize", "IsAuthenticated", "IsProtected"):
+        key = ("client", f"CacheHit{question}/10000/threads:1")
+        size = results.counter(key, "bytes_per_entry")
+        if size is not None:
+            print(f"| {question} | {size:.0f} bytes |")
 
 
 def limits(results):
@@ -204,6 +252,8 @@ def main():
     print(f"{platform.system()} {platform.machine()}, {os.cpu_count()} cores, load average "
           f"{os.getloadavg()[0]:.1f} at the end of the run.\n")
     verdicts = table(results) + limits(results)
+    stale_grants(results)
+    memory(results)
     sys.exit(1 if "**over**" in verdicts else 0)
 
 
