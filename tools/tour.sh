@@ -113,6 +113,16 @@ start_daemon() {
   differs 'vigilad starts' 'an answer to vigilactl status' "$daemon_gone"
 }
 
+# One more answer of the C program, which is given a line of input for it.
+c_answers() { # claim line expected
+  [ -x "$c_example" ] || return 0
+  answer=
+  printf '%s\n' "$2" >&"${c_program[1]}"
+  read -r -t 20 answer <&"${c_program[0]}" || true
+  printf 'c_client: %s\n' "$answer"
+  same "$1" "$3" "$answer"
+}
+
 granted() { # token path
   local status=0
   ctl authorize "$1" "$2" >/dev/null 2>&1 || status=$?
@@ -201,15 +211,13 @@ run passphrase list
 passphrases=$answer
 contains 'the passphrases' "$passphrase  recorder" "$answer"
 
-# The C example of the client library takes its place here, against the running daemon.
+# The C example of the client library; it goes on asking while the daemon is killed.
 c_example=$build/examples/c_client/c_client
 if [ -x "$c_example" ]; then
   step 'The same from a C program'
   printf '$ c_client visitor /rtsp/stream1\n'
-  status=0
-  answer=$(printf '%s\n' "$viewer_password" | TEVRA_PLATFORM_CONFIG=$config "$c_example" visitor /rtsp/stream1 2>&1) || status=$?
-  printf '%s\n' "$answer"
-  same 'the C program' 0 "$status"
+  coproc c_program { TEVRA_PLATFORM_CONFIG=$config exec "$c_example" visitor /rtsp/stream1 2>>"$home/c_client.log" 9>&-; }
+  c_answers 'the C program' "$viewer_password" 'visitor may reach /rtsp/stream1'
 fi
 
 # The HTTP front takes its place here; it goes on while the daemon is killed.
@@ -226,8 +234,10 @@ daemon=
 run status
 same 'a killed daemon' 3 "$status"
 gateway_answers 'without its service' 503 /
+c_answers 'the C program without its service' '' 'visitor may not reach /rtsp/stream1'
 start_daemon
 gateway_answers 'with its service back' 200 /
+c_answers 'the C program with its service back' '' 'visitor may reach /rtsp/stream1'
 run user list
 same 'every account is there' "$accounts" "$answer"
 run rule list
