@@ -1,5 +1,5 @@
 // Logons in process beside their cryptography: one RSA private operation with a key of the same
-// size and padding, the three MD5s of an HTTP digest, the SHA-1 of a UsernameToken.
+// size and padding, the MD5 of an HTTP digest, the SHA-1 of a UsernameToken.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
@@ -115,17 +115,13 @@ class DigestClient {
   unsigned count_ = 0;
 };
 
-void FloorThreeMd5(benchmark::State& state) {
-  const std::string a1 = "alice:Varno:secret", a2 = "GET:/dir/index.html";
-  const std::string response = User::MD5sum(a1) + ":" + std::string(32, 'n') +
-                               ":00000001:" + kCnonce + ":auth:" + User::MD5sum(a2);
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(User::MD5sum(a1));
-    benchmark::DoNotOptimize(User::MD5sum(a2));
-    benchmark::DoNotOptimize(User::MD5sum(response));
-  }
+// With the HA1 at hand and the HA2 in the request, one MD5 is left: that of the response.
+void FloorMd5(benchmark::State& state) {
+  const std::string response = User::MD5sum("alice:Varno:secret") + ":" + std::string(32, 'n') +
+                               ":00000001:" + kCnonce + ":auth:" + kHa2;
+  for (auto _ : state) benchmark::DoNotOptimize(User::MD5sum(response));
 }
-BENCHMARK(FloorThreeMd5);
+BENCHMARK(FloorMd5);
 
 // The pauses of the library cost more than what is measured here: the clock is read by hand.
 template <bool reuse>

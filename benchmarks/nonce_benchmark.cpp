@@ -2,9 +2,11 @@
 // with one clock read.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -20,14 +22,24 @@ std::string Nonce(int64_t number) {
   return text;
 }
 
+// `count` nonces in no order that a cache could learn.
+std::vector<std::string> Nonces(int64_t count) {
+  std::vector<std::string> nonces;
+  for (int64_t i = 0; i < count; ++i) nonces.push_back(Nonce(i));
+  std::shuffle(nonces.begin(), nonces.end(), std::mt19937(1));
+  return nonces;
+}
+
 void Check(benchmark::State& state) {
   tevra::osa::SystemTimeSource clock;
   vigila::server::NonceCache cache(&clock);
-  for (int64_t i = 0; i < state.range(0); ++i) cache.Has(Nonce(i));
-  const std::string nonce = Nonce(state.range(0) / 2);
+  const std::vector<std::string> nonces = Nonces(state.range(0));
+  for (const std::string& nonce : nonces) cache.Has(nonce);
+  std::size_t next = 0;
   for (auto _ : state) {
-    const bool rejected = cache.CheckNonceAndCount(nonce, "");
+    const bool rejected = cache.CheckNonceAndCount(nonces[next], "");
     if (rejected) state.SkipWithError("rejected");
+    if (++next == nonces.size()) next = 0;
   }
 }
 BENCHMARK(Check)->Arg(1)->Arg(1024);
@@ -43,14 +55,16 @@ void AddToAFullCache(benchmark::State& state) {
 BENCHMARK(AddToAFullCache);
 
 void FloorMapLookup(benchmark::State& state) {
+  const std::vector<std::string> asked = Nonces(state.range(0));
   std::map<std::string, int> nonces;
-  for (int64_t i = 0; i < state.range(0); ++i) nonces[Nonce(i)] = 1;
-  const std::string nonce = Nonce(state.range(0) / 2);
+  for (const std::string& nonce : asked) nonces[nonce] = 1;
+  std::size_t next = 0;
   std::mutex mutex;
   for (auto _ : state) {
     const std::lock_guard<std::mutex> lock(mutex);
     benchmark::DoNotOptimize(std::chrono::system_clock::now());
-    benchmark::DoNotOptimize(nonces.find(nonce));
+    benchmark::DoNotOptimize(nonces.find(asked[next]));
+    if (++next == asked.size()) next = 0;
   }
 }
 BENCHMARK(FloorMapLookup)->Arg(1)->Arg(1024);

@@ -1,14 +1,15 @@
 #!/bin/bash
 # Runs every benchmark and prints docs/performance.md's table: each operation beside its floor or
 # peer of the same run, the ratio, and whether it is within its budget. Exits 1 if one is not.
-#   benchmarks/run.sh [BUILD_DIR]      default: build/release, configured and built if need be
+#   benchmarks/run.sh [BUILD_DIR]      default: build/release, configured and built if need be with
+#                                      what "tools/install_packages.sh build test full" installs
 #   BENCHMARK_REPETITIONS=N            default 15, interleaved; the table holds the best of them
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/release}
 if [ $# -eq 0 ]; then
   cmake --preset release >&2
-  cmake --build --preset release >&2
+  cmake --build --preset release --target benchmarks >&2
 fi
 results=$(mktemp -d)
 trap 'rm -rf "$results"' EXIT

@@ -4,10 +4,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <random>
+#include <string>
+#include <vector>
 
 #include "benchmarks/support/server_in_process.h"
 #include "vigila/server/session_manager.h"
@@ -21,24 +25,46 @@ using Clock = std::chrono::steady_clock;
 
 std::unique_ptr<ServerInProcess> server;
 
+// A record like those that a logon makes.
 std::unique_ptr<User> NewRecord(int64_t number) {
-  static const auto* const permissions = new std::set<_uuid_t>(
-      server->Provider().GetUser(server->Logon("alice", "secret"), false)->Permissions());
-  return std::make_unique<User>("user" + std::to_string(number % 100), "digest",
-                                ISecurityProvider::kViewers, *permissions);
+  static const auto* const rights = new User::Rights{
+      ISecurityProvider::kViewers,
+      std::make_shared<const std::set<_uuid_t>>(
+          server->Provider().GetUser(server->Logon("alice", "secret"), false)->Permissions())};
+  return std::make_unique<User>("user" + std::to_string(number % 100),
+                                "0123456789abcdef0123456789abcdef", *rights);
 }
 
-// Brings the number of sessions to `count` and returns the token of one of them.
-const std::string& Fill(int64_t count) {
-  static int64_t present = -1;
-  static std::string token;
-  if (present == count) return token;
+// In no order that a cache could learn, neither the logons' nor that of the tokens.
+std::vector<std::string> Shuffled(std::vector<std::string> tokens) {
+  std::shuffle(tokens.begin(), tokens.end(), std::mt19937(1));
+  return tokens;
+}
+
+// Brings the number of sessions to `count` and returns their tokens.
+const std::vector<std::string>& Fill(int64_t count) {
+  static auto& tokens = *new std::vector<std::string>;
+  if (static_cast<int64_t>(tokens.size()) == count) return tokens;
   auto& sessions = server->Env().GetSessionManager();
   sessions.Invalidate("*");
-  for (int64_t i = 0; i < count; ++i) token = sessions.Enroll(NewRecord(i).release());
-  present = count;
-  return token;
+  tokens.clear();
+  for (int64_t i = 0; i < count; ++i) tokens.push_back(sessions.Enroll(NewRecord(i).release()));
+  return tokens = Shuffled(tokens);
 }
+
+// One token after the other, for ever.
+class Round {
+ public:
+  explicit Round(const std::vector<std::string>& tokens) : tokens_(tokens) {}
+  const std::string& Next() {
+    if (next_ == tokens_.size()) next_ = 0;
+    return tokens_[next_++];
+  }
+
+ private:
+  const std::vector<std::string>& tokens_;
+  std::size_t next_ = 0;
+};
 
 // Times `operation` alone, with what has to be done before and after it left out.
 template <typename Before, typename Operation, typename After>
@@ -54,9 +80,9 @@ void MeasureAlone(benchmark::State& state, Before before, Operation operation, A
 }
 
 void Authorize(benchmark::State& state) {
-  const std::string token = Fill(state.range(0));
+  Round tokens(Fill(state.range(0)));
   for (auto _ : state) {
-    bool granted = server->Provider().Authorize(token, "/jpeg/1");
+    bool granted = server->Provider().Authorize(tokens.Next(), "/jpeg/1");
     benchmark::DoNotOptimize(granted);
     if (!granted) state.SkipWithError("refused");
   }
@@ -64,9 +90,9 @@ void Authorize(benchmark::State& state) {
 BENCHMARK(Authorize)->Arg(10)->Arg(1000)->Arg(100000);
 
 void Refresh(benchmark::State& state) {
-  const std::string token = Fill(state.range(0));
+  Round tokens(Fill(state.range(0)));
   auto& sessions = server->Env().GetSessionManager();
-  for (auto _ : state) benchmark::DoNotOptimize(sessions.Refresh(token));
+  for (auto _ : state) benchmark::DoNotOptimize(sessions.Refresh(tokens.Next()));
 }
 BENCHMARK(Refresh)->Arg(10)->Arg(1000)->Arg(100000);
 
@@ -95,17 +121,20 @@ BENCHMARK(Cancel)->Arg(10)->Arg(1000)->Arg(100000)->UseManualTime();
 
 void FloorMapLookup(benchmark::State& state) {
   std::map<std::string, int> tokens;
-  std::string token;
+  std::vector<std::string> texts;
   for (int64_t i = 0; i < state.range(0); ++i) {
     char text[9];
     snprintf(text, sizeof(text), "%08X", static_cast<unsigned>(i * 2654435761u));
-    tokens[token = text] = 1;
+    texts.push_back(text);
+    tokens[text] = 1;
   }
+  texts = Shuffled(texts);
+  Round round(texts);
   std::mutex mutex;
   for (auto _ : state) {
     const std::lock_guard<std::mutex> lock(mutex);
     benchmark::DoNotOptimize(std::chrono::system_clock::now());
-    benchmark::DoNotOptimize(tokens.find(token));
+    benchmark::DoNotOptimize(tokens.find(round.Next()));
   }
 }
 BENCHMARK(FloorMapLookup)->Arg(10)->Arg(1000)->Arg(100000);

@@ -30,6 +30,7 @@ const ITimeSource& TheMonotonicClock() {
   return clock;
 }
 
+// Deliberate: every other text, "Cache" and "cache " too, asks for a session of its own.
 bool IsReuse(const std::string& mode) {
   return mode == VigilaClient::kReuseMode;
 }
@@ -135,6 +136,8 @@ bool VigilaClient::Impl::Authorize(const std::string& token, const std::string& 
       authorize_cache_, {token, path},
       [&] { return std::make_unique<AuthorizeCommand>(token, path); },
       [](bool fresh) { return fresh; });
+  // Asked for every request of a web server, so the lines cost one look at the level together.
+  if (!Logger::IsEnabled(Logger::kDebug)) return granted;
   if (cached) {
     logger_->Debug("cached authorization for token %s to %s", token.c_str(), path.c_str());
   }

@@ -100,6 +100,8 @@ SettingsDatabase::SettingsDatabase(const std::string& path, int busy_timeout_ms)
   }
   // FULL flushes the log once at every commit: an acknowledged write outlives a power cut.
   Execute("PRAGMA synchronous=FULL");
+  // In KiB. The readers keep what they have read; this is for the pages of one change.
+  Execute("PRAGMA cache_size=-256");
   CheckContents();
   Prepare();
   sqlite3_db_config(database_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
