@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -44,6 +45,13 @@ struct DigestTask {
   std::string password;
   bool with_cookie = false;  // after the first logon, the session cookie instead of digests
 };
+
+// The nonce's next count. libmicrohttpd hands out one nonce to all who ask within a second, on
+// whatever connection, and tells them apart by the counts.
+inline unsigned NextCount(const std::string& nonce) {
+  static std::map<std::string, unsigned> counts;
+  return ++counts[nonce];
+}
 
 // One keep-alive connection: answers the challenge once, then signs every request with the next
 // count. A nonce that the server calls stale is changed for the new one.
@@ -78,6 +86,7 @@ class DigestConnection {
     const bool granted = received_.compare(0, 13, "HTTP/1.1 200 ") == 0;
     if (granted) {
       TakeCookie(head);
+      refusals_ = 0;
     } else {
       TakeChallenge(head);
       Send();
@@ -107,7 +116,7 @@ class DigestConnection {
     if (!cookie_.empty()) return "Cookie: " + cookie_ + "\r\n";
     if (nonce_.empty()) return "";
     char nc[9];
-    snprintf(nc, sizeof(nc), "%08x", ++count_);
+    snprintf(nc, sizeof(nc), "%08x", NextCount(nonce_));
     const std::string response =
         Md5Hex(ha1_ + ":" + nonce_ + ":" + nc + ":" + kCnonce + ":auth:" + ha2_);
     return "Authorization: Digest username=\"" + task_.user + "\", realm=\"" + task_.realm +
@@ -128,19 +137,19 @@ class DigestConnection {
     return std::stoul(length);
   }
   void TakeChallenge(size_t head) {
-    const bool stale = received_.substr(0, head).find("stale=") != std::string::npos;
-    if (received_.compare(0, 13, "HTTP/1.1 401 ") != 0 || (!nonce_.empty() && !stale)) {
+    // libmicrohttpd calls counts that overtook each other wrong, and not stale: then once more.
+    if (received_.compare(0, 13, "HTTP/1.1 401 ") != 0 || ++refusals_ > kRefusals) {
       throw std::runtime_error("refused: " + received_.substr(0, head));
     }
     nonce_ = After("nonce=\"", head);
     const std::string opaque = After("opaque=\"", head);
     if (!opaque.empty()) opaque_ = ", opaque=\"" + opaque + "\"";
-    count_ = 0;
   }
   void TakeCookie(size_t head) {
     if (task_.with_cookie && cookie_.empty()) cookie_ = After("Set-Cookie: ", head);
   }
 
+  static constexpr int kRefusals = 4;  // in a row
   static constexpr const char* kCnonce = "0a4f113b0a4f113b";
 
   const DigestTask& task_;
@@ -150,7 +159,7 @@ class DigestConnection {
   std::string nonce_;
   std::string opaque_;
   std::string cookie_;
-  unsigned count_ = 0;
+  int refusals_ = 0;
   std::string received_;
 };
 
