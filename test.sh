@@ -17,7 +17,7 @@ esac
 
 jobs=$(nproc)
 # The same sources in another folder compile from the cache as well.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros
 export CTEST_OUTPUT_ON_FAILURE=1
 step() { printf '\n== %s (%ds)\n' "$1" "$SECONDS"; }
 build() { # preset [target…]
