@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -63,6 +64,7 @@ class PrivateDbusDaemon {
     pid_ = fork();
     if (pid_ == 0) {
       dup2(address_pipe[1], STDOUT_FILENO);
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
       execlp("dbus-daemon", "dbus-daemon", config.c_str(), "--nofork", "--print-address", nullptr);
       _exit(127);
     }

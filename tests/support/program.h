@@ -6,6 +6,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -93,6 +94,7 @@ class Program {
       dup2(out[1], 1);
       dup2(error_file_.empty() ? err[1] : open(error_file_.c_str(), kErrorFileMode, 0644), 2);
       Become(options);
+      prctl(PR_SET_PDEATHSIG, SIGKILL);  // nothing is left running by a test that was killed
       execve(arguments[0], arguments.data(), variables.data());
       _exit(kCannotExec);
     }
