@@ -16,10 +16,10 @@
 #include "support/capturing_log.h"
 #include "support/event_log.h"
 #include "support/function_handler.h"
-#include "support/platform_fixture.h"
 #include "support/private_dbus_daemon.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
+#include "transport_fixture.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -29,22 +29,8 @@ using support::EventLog;
 using support::FunctionHandler;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kDestination = "tevra.Test";
-constexpr const char* kInterface = "tevra.test.ITest";
 constexpr const char* kPath = "/tevra/test/ITest";
 constexpr uid_t kStranger = 65534;
-
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kUnderThreadSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr bool kUnderThreadSanitizer = true;
-#else
-constexpr bool kUnderThreadSanitizer = false;
-#endif
-#else
-constexpr bool kUnderThreadSanitizer = false;
-#endif
 
 // A connection to the broker that the test drives by hand.
 class RawPeer {
@@ -89,7 +75,7 @@ class RawPeer {
   sd_bus* bus_ = nullptr;
 };
 
-class BrokerTransportTest : public ::testing::Test {
+class BrokerTransportTest : public TransportTest {
  protected:
   void SetUp() override {
     broker_ = support::PrivateDbusDaemon::Start();
@@ -98,19 +84,6 @@ class BrokerTransportTest : public ::testing::Test {
     platform_.Set("MsgBus", "address", broker_->address());
   }
 
-  static std::unique_ptr<MsgBus> NewBus() { return std::make_unique<MsgBus>(); }
-  static MsgBusMsg Request(const std::string& name) {
-    return MsgBusMsg(kInterface, name, kDestination);
-  }
-  static std::string FailureOf(MsgBus& bus, MsgBusMsg message, int timeout_ms = -1) {
-    try {
-      std::unique_ptr<MsgBusMsg> reply;
-      bus.SendMsgWaitForReply(message, reply, timeout_ms);
-      return reply->IsError() ? "error reply " + reply->ErrorName() : "no failure";
-    } catch (const Exception& failure) {
-      return failure.what();
-    }
-  }
   static std::string FailureToServe(MsgBus& bus) {
     try {
       bus.StartServer(kDestination);
@@ -118,13 +91,6 @@ class BrokerTransportTest : public ::testing::Test {
     } catch (const Exception& failure) {
       return failure.what();
     }
-  }
-  // A server that echoes its arguments under "Echo".
-  std::unique_ptr<MsgBus> EchoServer() {
-    auto bus = NewBus();
-    bus->RegisterMessageHandler("Echo", kInterface, &echo_);
-    bus->StartServer(kDestination);
-    return bus;
   }
   // A client whose watch of the destination reports to `log`.
   static std::unique_ptr<MsgBus> Watcher(FunctionHandler& note) {
@@ -135,13 +101,7 @@ class BrokerTransportTest : public ::testing::Test {
     return bus;
   }
 
-  support::PlatformFixture platform_;
   std::unique_ptr<support::PrivateDbusDaemon> broker_;
-  FunctionHandler echo_{[](IMsgBus& bus, MsgBusMsg& message) {
-    MsgBusMsg reply = MsgBusMsg::ReplyTo(message);
-    for (const MsgBusMsg::Value& value : message.Body()) reply.Append(value);
-    bus.SendReply(reply);
-  }};
 };
 
 // A program of another user that serves the destination.
