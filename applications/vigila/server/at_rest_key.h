@@ -6,9 +6,11 @@
 #include <memory>
 #include <string>
 
+#include "vigila/server/key_file.h"
+
 namespace vigila::server {
 
-// The RSA key pair behind the at-rest cipher and the file that holds it: big-endian 64-bit words, a
+// The RSA key pair behind the at-rest cipher, as its file holds it: big-endian 64-bit words, a
 // header (magic, bits, primes, padding), then eight numbers of bits / 64 words each, filled up with
 // zero words in front. Failures throw tevra::osa::Exception that names the file.
 class AtRestKey {
@@ -18,8 +20,7 @@ class AtRestKey {
   };
   using Pointer = std::unique_ptr<EVP_PKEY, Free>;
 
-  // The service manager hands credentials out with an access list, which shows as a group bit.
-  enum class Kind { kOwnFile, kCredential };
+  using Kind = KeyFile::Kind;
 
   // Null when there is no such file; throws when it is there and cannot be trusted or used.
   static Pointer Load(const std::string& path, Kind kind);
