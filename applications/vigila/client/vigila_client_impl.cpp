@@ -31,7 +31,6 @@ const ITimeSource& TheMonotonicClock() {
 }
 
 // Deliberate: every other text, "Cache" and "cache " too, asks for a session of its own.
-// Deliberate: every other text, "Cache" and "cache " too, asks for a session of its own.
 bool IsReuse(const std::string& mode) {
   return mode == VigilaClient::kReuseMode;
 }
