@@ -6,6 +6,7 @@
 #include "vigilactl/permission_names.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/text_table.h"
+#include "vigilactl/text_verb.h"
 #include "vigilactl/token_argument.h"
 
 namespace vigilactl {
@@ -69,8 +70,7 @@ void AddAuthorizeVerb(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<AuthorizeOptions>();
   CLI::App* verb =
       app.add_subcommand("authorize", "Ask whether a session may reach a path: [TOKEN] PATH");
-  verb->add_option("TOKEN", options->token_or_path, "The session's token; default $VIGILA_TOKEN")
-      ->required();
+  verb->add_option(kTokenArgument.name, options->token_or_path, kTokenArgument.help)->required();
   const CLI::Option* path = verb->add_option("PATH", options->path, "The path");
   verb->callback([&invocation, options, path] {
     options->both = path->count() > 0;
@@ -78,32 +78,16 @@ void AddAuthorizeVerb(CLI::App& app, Invocation& invocation) {
   });
 }
 
-void AddQueryVerb(CLI::App& app, Invocation& invocation, const char* name, const char* help,
-                  ExitCode (*run)(Invocation&, const std::string&)) {
-  const auto token = std::make_shared<std::string>();
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->add_option("TOKEN", *token, "The session's token; default $VIGILA_TOKEN");
-  verb->callback([&invocation, token, run] {
-    invocation.Choose([&invocation, token, run] { return run(invocation, *token); });
-  });
-}
-
-void AddProtectedVerb(CLI::App& app, Invocation& invocation) {
-  const auto path = std::make_shared<std::string>();
-  CLI::App* verb = app.add_subcommand("protected", "Ask whether a path needs a session at all");
-  verb->add_option("PATH", *path, "The path")->required();
-  verb->callback([&invocation, path] {
-    invocation.Choose([&invocation, path] { return IsProtected(invocation, *path); });
-  });
-}
-
 }  // namespace
 
 void AddAccessCommands(CLI::App& app, Invocation& invocation) {
   AddAuthorizeVerb(app, invocation);
-  AddQueryVerb(app, invocation, "paths", "List the ruled paths a session may reach", ListPaths);
-  AddQueryVerb(app, invocation, "permissions", "List a session's permissions", ListPermissions);
-  AddProtectedVerb(app, invocation);
+  AddTextVerb(app, invocation, "paths", "List the ruled paths a session may reach", kTokenArgument,
+              ListPaths);
+  AddTextVerb(app, invocation, "permissions", "List a session's permissions", kTokenArgument,
+              ListPermissions);
+  AddTextVerb(app, invocation, "protected", "Ask whether a path needs a session at all",
+              {"PATH", "The path", true}, IsProtected);
 }
 
 }  // namespace vigilactl

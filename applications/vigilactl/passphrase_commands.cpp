@@ -12,13 +12,13 @@
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/text_table.h"
+#include "vigilactl/text_verb.h"
 
 namespace vigilactl {
 namespace {
 
 struct PassphraseOptions {
   std::string alias;
-  std::string id;
   bool password_stdin = false;
 };
 
@@ -82,20 +82,9 @@ void AddAddVerb(CLI::App& passphrase, Invocation& invocation) {
   const auto options = std::make_shared<PassphraseOptions>();
   CLI::App* verb = passphrase.add_subcommand("add", "Store a passphrase and print its identifier");
   verb->add_option("ALIAS", options->alias, "A name for people, kept in clear")->required();
-  verb->add_flag("--password-stdin,--passphrase-stdin", options->password_stdin,
-                 "Read the passphrase from stdin");
+  verb->add_flag("--password-stdin", options->password_stdin, "Read the passphrase from stdin");
   verb->callback([&invocation, options] {
     invocation.Choose([&invocation, options] { return AddPassphrase(invocation, *options); });
-  });
-}
-
-void AddIdVerb(CLI::App& passphrase, Invocation& invocation, const char* name, const char* help,
-               ExitCode (*run)(Invocation&, const std::string&)) {
-  const auto id = std::make_shared<std::string>();
-  CLI::App* verb = passphrase.add_subcommand(name, help);
-  verb->add_option("ID", *id, "The passphrase's identifier")->required();
-  verb->callback([&invocation, id, run] {
-    invocation.Choose([&invocation, id, run] { return run(invocation, *id); });
   });
 }
 
@@ -108,8 +97,9 @@ void AddPassphraseCommands(CLI::App& app, Invocation& invocation) {
   passphrase->add_subcommand("list", "List identifiers and aliases")->callback([&invocation] {
     invocation.Choose([&invocation] { return ListPassphrases(invocation); });
   });
-  AddIdVerb(*passphrase, invocation, "show", "Print a passphrase in clear", ShowPassphrase);
-  AddIdVerb(*passphrase, invocation, "delete", "Delete a passphrase", DeletePassphrase);
+  const TextArgument id = {"ID", "The passphrase's identifier", true};
+  AddTextVerb(*passphrase, invocation, "show", "Print a passphrase in clear", id, ShowPassphrase);
+  AddTextVerb(*passphrase, invocation, "delete", "Delete a passphrase", id, DeletePassphrase);
 }
 
 }  // namespace vigilactl

@@ -6,9 +6,12 @@
 #include "vigilactl/permission_names.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/text_table.h"
+#include "vigilactl/text_verb.h"
 
 namespace vigilactl {
 namespace {
+
+constexpr TextArgument kPathArgument = {"PATH", "The rule's path, as listed", true};
 
 struct KnownRule {
   const char* path;
@@ -65,20 +68,11 @@ ExitCode SetRule(Invocation& invocation, const std::string& path, const std::str
   return invocation.Answer(object, Printable(path) + " is now for: " + RuleMeaning(rule) + "\n");
 }
 
-void AddGetVerb(CLI::App& parent, Invocation& invocation) {
-  const auto path = std::make_shared<std::string>();
-  CLI::App* verb = parent.add_subcommand("get", "Print the rule of a path");
-  verb->add_option("PATH", *path, "The rule's path, as listed")->required();
-  verb->callback([&invocation, path] {
-    invocation.Choose([&invocation, path] { return GetRule(invocation, *path); });
-  });
-}
-
 void AddSetVerb(CLI::App& parent, Invocation& invocation) {
   const auto path = std::make_shared<std::string>();
   const auto rule = std::make_shared<std::string>();
   CLI::App* verb = parent.add_subcommand("set", "Change the rule of a path; it is kept");
-  verb->add_option("PATH", *path, "The rule's path, as listed")->required();
+  verb->add_option(kPathArgument.name, *path, kPathArgument.help)->required();
   verb->add_option("RULE", *rule, "true, @group or {permission}; anything else refuses everybody")
       ->required();
   verb->callback([&invocation, path, rule] {
@@ -94,7 +88,7 @@ void AddRuleCommands(CLI::App& app, Invocation& invocation) {
   parent->add_subcommand("list", "List the access rules")->callback([&invocation] {
     invocation.Choose([&invocation] { return ListRules(invocation); });
   });
-  AddGetVerb(*parent, invocation);
+  AddTextVerb(*parent, invocation, "get", "Print the rule of a path", kPathArgument, GetRule);
   AddSetVerb(*parent, invocation);
 }
 

@@ -6,6 +6,7 @@
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/result_sentences.h"
+#include "vigilactl/text_verb.h"
 #include "vigilactl/token_argument.h"
 
 namespace vigilactl {
@@ -70,16 +71,6 @@ void AddLoginVerb(CLI::App& app, Invocation& invocation) {
   });
 }
 
-void AddTokenVerb(CLI::App& app, Invocation& invocation, const char* name, const char* help,
-                  ExitCode (*run)(Invocation&, const std::string&)) {
-  const auto token = std::make_shared<std::string>();
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->add_option("TOKEN", *token, "The session's token; default $VIGILA_TOKEN");
-  verb->callback([&invocation, token, run] {
-    invocation.Choose([&invocation, token, run] { return run(invocation, *token); });
-  });
-}
-
 void AddInvalidateVerb(CLI::App& app, Invocation& invocation) {
   const auto name = std::make_shared<std::string>();
   const auto all = std::make_shared<bool>(false);
@@ -95,8 +86,8 @@ void AddInvalidateVerb(CLI::App& app, Invocation& invocation) {
 
 void AddSessionCommands(CLI::App& app, Invocation& invocation) {
   AddLoginVerb(app, invocation);
-  AddTokenVerb(app, invocation, "logout", "End a session", Logout);
-  AddTokenVerb(app, invocation, "whoami", "Print the user of a session", WhoAmI);
+  AddTextVerb(app, invocation, "logout", "End a session", kTokenArgument, Logout);
+  AddTextVerb(app, invocation, "whoami", "Print the user of a session", kTokenArgument, WhoAmI);
   AddInvalidateVerb(app, invocation);
 }
 

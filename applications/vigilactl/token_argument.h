@@ -3,7 +3,12 @@
 
 #include <string>
 
+#include "vigilactl/text_verb.h"
+
 namespace vigilactl {
+
+inline constexpr TextArgument kTokenArgument = {
+    "TOKEN", "The session's token; default $VIGILA_TOKEN", false};
 
 // The session token of a verb: its argument, else $VIGILA_TOKEN. Throws UsageError without either.
 std::string TokenFrom(const std::string& argument);
