@@ -189,7 +189,7 @@ sockaddr_storage SocketAddress(const HttpServer::Options& options) {
     six->sin6_family = AF_INET6;
     six->sin6_port = htons(options.port);
   } else {
-    throw std::runtime_error("not an address: " + options.address);
+    throw std::invalid_argument("not an address: " + options.address);
   }
   return storage;
 }

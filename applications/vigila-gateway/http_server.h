@@ -51,8 +51,8 @@ class HttpServer final {
     std::chrono::seconds arrival{30};
   };
 
-  // Throws std::runtime_error when the address cannot be served. The application must outlive the
-  // server.
+  // Throws std::invalid_argument for a text that is no address, and std::runtime_error when the
+  // address cannot be served. The application must outlive the server.
   HttpServer(HttpApplication& application, const Options& options);
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;

@@ -8,6 +8,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "vigila-gateway/client_auth_service.h"
@@ -23,7 +24,12 @@ using namespace vigila::gateway;
 
 constexpr char kConfigurationVariable[] = "TEVRA_PLATFORM_CONFIG";
 
-enum ExitCode { kStopped = 0, kUsage = 2, kFailed = 70 };
+// The numbers are vigilad's.
+enum ExitCode { kStopped = 0, kUsage = 2, kFailed = 70, kBadConfiguration = 78 };
+
+struct BadConfiguration : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 struct Options {
   std::string config;
@@ -112,11 +118,20 @@ sigset_t BlockStopSignals() {
   return signals;
 }
 
+// What keeps a client from being made is the platform's configuration.
+std::unique_ptr<ClientAuthService> MakeClient() {
+  try {
+    return std::make_unique<ClientAuthService>();
+  } catch (const std::exception& e) {
+    throw BadConfiguration(e.what());
+  }
+}
+
 void Serve(Options options) {
   const sigset_t stop = BlockStopSignals();
   Metrics metrics;
-  ClientAuthService client;
-  OutageGuard guard(client, {});
+  const std::unique_ptr<ClientAuthService> client = MakeClient();
+  OutageGuard guard(*client, {});
   MeteredAuthService service(guard, metrics);
   std::unique_ptr<StaticFiles> files;
   if (!options.site_directory.empty()) {
@@ -139,6 +154,11 @@ void Serve(Options options) {
   sigwait(&stop, &received);
 }
 
+ExitCode Fail(ExitCode code, const std::exception& e) {
+  std::fprintf(stderr, "vigila-gateway: %s\n", e.what());
+  return code;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -149,7 +169,9 @@ int main(int argc, char** argv) {
   AddBehaviour(app, options);
   AddLimits(app, options);
   app.set_version_flag("--version", std::string("vigila-gateway ") + VIGILA_VERSION);
-  app.footer("Exit status: 0 stopped by SIGTERM or SIGINT, 2 wrong usage, 70 any other failure.");
+  app.footer(
+      "Exit status: 0 stopped by SIGTERM or SIGINT, 2 wrong usage, 78 wrong platform "
+      "configuration, 70 any other failure.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -159,8 +181,11 @@ int main(int argc, char** argv) {
   try {
     Serve(options);
     return kStopped;
+  } catch (const std::invalid_argument& e) {
+    return Fail(kUsage, e);
+  } catch (const BadConfiguration& e) {
+    return Fail(kBadConfiguration, e);
   } catch (const std::exception& e) {
-    std::fprintf(stderr, "vigila-gateway: %s\n", e.what());
-    return kFailed;
+    return Fail(kFailed, e);
   }
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 namespace vigila::gateway {
 
@@ -47,7 +48,7 @@ class Throttle final {
     Clock::time_point forgiven;
     std::string token;  // that it failed with last
   };
-  using Sources_ = std::list<Source>;  // that failed last comes first
+  using SourceList = std::list<Source>;  // that failed last comes first
 
   // Under mutex_.
   Source& Count(const std::string& source);
@@ -55,8 +56,8 @@ class Throttle final {
   const Limits limits_;
   const Now now_;
   mutable std::mutex mutex_;
-  Sources_ sources_;  // guarded by mutex_, as the index is
-  std::unordered_map<std::string, Sources_::iterator> index_;
+  SourceList sources_;  // guarded by mutex_, as the index is
+  std::unordered_map<std::string, SourceList::iterator> index_;
 };
 
 // Whom an address counts for: itself, but for IPv6 the network of 64 bits, which one host has

@@ -372,8 +372,19 @@ TEST_F(ABasicGatewayProcess, TakesAPasswordAndSecuresTheCookie) {
 TEST(AGatewayProcessOf, WrongUsageSaysSo) {
   EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--port", "70000"}).exit_code, 2);
   EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--nonsense"}).exit_code, 2);
-  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--listen", "nowhere"}).exit_code, 70);
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--listen", "nowhere"}).exit_code, 2);
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--trusted-proxy", "proxy.example"}).exit_code, 2);
   EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--help"}).exit_code, 0);
+}
+
+TEST(AGatewayProcessOf, AWrongPlatformConfigurationSaysSo) {
+  const support::TempDir dir;
+  const std::string file = dir.Write("platform.ini", "[MsgBus]\ntransport = pigeon\n");
+  const Finished end = RunProgram({VIGILA_GATEWAY_PATH, "--config", file});
+  EXPECT_EQ(end.exit_code, 78);
+  EXPECT_EQ(end.err,
+            "vigila-gateway: [MsgBus] transport: \"pigeon\" is neither direct nor broker\n");
+  EXPECT_EQ(RunProgram({VIGILA_GATEWAY_PATH, "--config", dir.File("missing")}).exit_code, 78);
 }
 
 }  // namespace
