@@ -6,6 +6,7 @@
 
 #include "krand/base64/base64.h"
 #include "utilc/uuid.h"
+#include "vigila/server/ha1.h"
 #include "vigila/server/logon_refusals.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
@@ -17,18 +18,9 @@ namespace {
 
 using model::User;
 
-constexpr char kRealm[] = "Varno";
 constexpr int kClockToleranceSecs = 300;
 constexpr size_t kNonceDigits = 32;
 constexpr size_t kLongestNonceKept = 256;
-
-std::string PasswordHA1(const std::string& name, const std::string& password) {
-  std::string text;
-  const WipeOnExit wipe(text);
-  text.reserve(name.size() + password.size() + sizeof(kRealm) + 1);
-  text.append(name).append(":").append(kRealm).append(":").append(password);
-  return User::MD5sum(text);
-}
 
 // What the client must have answered. Deliberate: every other qop than these two, also a misspelt
 // one, is the old form without counts; a body's hash is the caller's business, inside `ha2`.
@@ -71,7 +63,7 @@ std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64
   if (name == User::kAnonymousUsername) return kNoToken;
   std::string password = krand::lib::Base64::Decode(password64);
   const WipeOnExit wipe(password);
-  const std::string ha1 = PasswordHA1(name, password);
+  const std::string ha1 = MakeHA1(name, password);
 
   // Deliberate: a session that may be shared is found before the store is asked. That its digest
   // matches proves the password, so it is handed out even while the account is locked.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "vigila/server/ha1.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/user_map_impl.h"
 
@@ -44,7 +45,7 @@ int UserMap::Impl::GetHA1(const std::string& name, std::string& ha1) {
   if (user.digest.empty()) {
     const std::optional<SecretText> password = Decrypt(user.password);
     if (!password.has_value()) return kNoDigest;
-    user.digest = MakeHA1(name, *password);
+    user.digest = MakeHA1(name, password->View());
   }
   ha1 = user.digest;
   return kOk;
@@ -82,7 +83,7 @@ int UserMap::Impl::ValidateWsseDigest(const std::string& name, const std::string
     ha1.clear();
     return kExpired;
   }
-  ha1 = MakeHA1(name, *password);
+  ha1 = MakeHA1(name, password->View());
   return kOk;
 }
 

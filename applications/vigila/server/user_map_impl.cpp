@@ -118,15 +118,4 @@ void UserMap::Impl::BurnDecryption() {
   AtRestCipher::BurnDecryption();
 }
 
-std::string UserMap::Impl::MakeHA1(const std::string& name, const SecretText& password) {
-  std::string text;
-  text.reserve(name.size() + password.Size() + 7);  // once, or growing would leave copies behind
-  text += name;
-  text += ":Varno:";
-  text += password.View();
-  std::string ha1 = User::MD5sum(text);
-  SecretText::WipeString(text);
-  return ha1;
-}
-
 }  // namespace vigila::server

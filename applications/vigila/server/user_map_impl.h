@@ -96,7 +96,6 @@ class UserMap::Impl final {
   User::Rights GetRights(Group group);
   User* GetNobody() const { return nobody_.get(); }
   bool NoAdministratorsYet() const { return administrator_count_ == 0; }
-  uint32_t AdministratorCount() const { return administrator_count_; }
   const Users& GetUsers() const { return users_; }
 
   // Validation. `group` kNoSuchUser on entry asks for the bare password check.
@@ -169,7 +168,6 @@ class UserMap::Impl final {
   // Always at the price of one decryption.
   static bool Matches(const std::string& stored, std::string_view clear);
   static void BurnDecryption();
-  static std::string MakeHA1(const std::string& name, const SecretText& password);
 
   // Constant after construction or start.
   const tevra::osa::ITimeSource* const time_source_;

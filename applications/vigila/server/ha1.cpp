@@ -1,0 +1,22 @@
+#include "vigila/server/ha1.h"
+
+#include "vigila/model/user.h"
+#include "vigila/server/wipe_on_exit.h"
+
+namespace vigila::server {
+namespace {
+
+constexpr std::string_view kRealm = "Varno";
+
+}  // namespace
+
+std::string MakeHA1(std::string_view name, std::string_view password) {
+  std::string text;
+  const WipeOnExit wipe(text);
+  // Once, or growing would leave copies of the password behind.
+  text.reserve(name.size() + kRealm.size() + password.size() + 2);
+  text.append(name).append(":").append(kRealm).append(":").append(password);
+  return model::User::MD5sum(text);
+}
+
+}  // namespace vigila::server
