@@ -1,10 +1,5 @@
 # A folder is a layer, a layer is a target, and its sources are the .cpp files in it.
 
-# A library that is only the sum of others needs one source of its own for CMake.
-set(VIGILA_EMPTY_SOURCE ${CMAKE_BINARY_DIR}/empty.cpp)
-file(WRITE ${VIGILA_EMPTY_SOURCE}.new "")
-file(COPY_FILE ${VIGILA_EMPTY_SOURCE}.new ${VIGILA_EMPTY_SOURCE} ONLY_IF_DIFFERENT)
-
 # vigila_platform_library(name DIRS dir… PUBLIC lib… PRIVATE lib…): a shared library of the host platform.
 function(vigila_platform_library name)
   cmake_parse_arguments(ARG "" "" "DIRS;PUBLIC;PRIVATE" ${ARGN})
@@ -13,8 +8,8 @@ function(vigila_platform_library name)
     list(APPEND globs ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp)
   endforeach()
   file(GLOB sources CONFIGURE_DEPENDS ${globs})
-  add_library(${name} SHARED ${sources} ${VIGILA_EMPTY_SOURCE})
-  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX)
+  add_library(${name} SHARED ${sources})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
                                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
@@ -27,9 +22,9 @@ endfunction()
 function(vigila_layer name)
   cmake_parse_arguments(ARG "" "" "PUBLIC;PRIVATE" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
-  add_library(${name} STATIC ${sources} ${VIGILA_EMPTY_SOURCE})
+  add_library(${name} STATIC ${sources})
   set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden
-                                           VISIBILITY_INLINES_HIDDEN ON LINKER_LANGUAGE CXX)
+                                           VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/applications)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
 endfunction()
@@ -38,9 +33,6 @@ endfunction()
 function(vigila_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "LIBS;LABELS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
-  if(NOT sources)
-    return()
-  endif()
   add_executable(${name} ${sources})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
   foreach(source IN LISTS sources)  # only where it is used: the path keeps the compiler cache from sharing
