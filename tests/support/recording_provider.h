@@ -121,29 +121,6 @@ class RecordingProvider : public tevra::interfaces::ISecurityProvider {
   mutable std::vector<std::string> calls_;
 };
 
-// Notes what a provider's change listeners are told.
-class ChangeRecorder {
- public:
-  void Attach(tevra::interfaces::ISecurityProvider& provider) {
-    using Delegate =
-        tevra::core::VoidObjectMethodDelegate1<ChangeRecorder,
-                                               void (ChangeRecorder::*)(const bool&), bool>;
-    provider.AddChangeListener(std::make_unique<Delegate>(this, &ChangeRecorder::OnChange));
-  }
-  void OnChange(const bool& value) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    values_.push_back(value);
-  }
-  std::vector<bool> Values() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return values_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<bool> values_;
-};
-
 }  // namespace support
 
 #endif  // SUPPORT_RECORDING_PROVIDER_H_

@@ -4,7 +4,7 @@
 
 #include "krand/interfaces/permission_protocol.h"
 #include "tevra/interfaces/access_denied.h"
-#include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 
@@ -18,7 +18,7 @@ void CheckReply(const MsgBusMsg* reply, const char* operation, const std::string
     throw tevra::osa::Exception("%s: there was no reply", operation);
   }
   if (reply->IsError()) {
-    if (reply->ErrorName() == tevra::interfaces::CallerRoles::kAccessDeniedError) {
+    if (reply->ErrorName() == tevra::msgbus::BusError::kAccessDenied) {
       throw tevra::interfaces::AccessDenied(reply->ErrorText().c_str());
     }
     throw tevra::osa::Exception("%s: %s", operation, reply->ErrorText().c_str());

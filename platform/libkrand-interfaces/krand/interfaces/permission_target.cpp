@@ -7,6 +7,7 @@
 #include "krand/interfaces/permission_protocol.h"
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 
@@ -14,10 +15,9 @@ namespace {
 
 using krand::interfaces::PermissionProtocol;
 using tevra::interfaces::CallerRoles;
+using tevra::msgbus::BusError;
 using tevra::msgbus::IMsgBus;
 using tevra::msgbus::MsgBusMsg;
-
-constexpr const char* kInvalidArgsError = "org.freedesktop.DBus.Error.InvalidArgs";
 
 // The target reads NUL-terminated texts; one that hides bytes behind a zero byte would be judged as
 // another path or stored as another rule.
@@ -95,15 +95,14 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
                                     const std::string& signature) {
     if (!roles_.Holds(request.Sender(), role)) {
       const char* const role_name = CallerRoles::RoleName(role);
-      logger_->Notice("Permission target %s: %s refused to user %lu, who lacks the %s role",
+      logger_->Notice("Permission target %s: %s refused to user %lu, who does not hold the role %s",
                       name_.c_str(), request.GetName().c_str(),
                       static_cast<unsigned long>(request.Sender().uid), role_name);
-      return Error(request, CallerRoles::kAccessDeniedError,
-                   std::string("the caller lacks the ") + role_name + " role");
+      return Error(request, BusError::kAccessDenied, CallerRoles::Refusal(role, request.GetName()));
     }
     if (request.Signature() != signature) {
       return Error(
-          request, kInvalidArgsError,
+          request, BusError::kInvalidArgs,
           request.GetName() + " takes \"" + signature + "\", not \"" + request.Signature() + "\"");
     }
     return nullptr;

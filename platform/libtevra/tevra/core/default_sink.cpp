@@ -14,6 +14,7 @@
 #include <exception>
 
 #include "tevra/core/platform_config.h"
+#include "tevra/core/utf8.h"
 
 namespace tevra::core {
 namespace {
@@ -21,33 +22,17 @@ namespace {
 constexpr char kDefaultIdentifier[] = "vigila";
 constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
 
-bool IsContinuation(unsigned char byte) {
-  return (byte & 0xc0) == 0x80;
-}
-
 // Bytes of the printable character at the start of `text`; 0 when there is none, as for control
 // bytes, the C1 controls that terminals obey (U+0080 to U+009F) and what is not UTF-8.
 size_t PrintableLength(std::string_view text) {
-  const auto byte = [text](size_t i) {
-    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-  };
-  const unsigned first = byte(0);
-  if (first < 0x80) return first >= 0x20 && first != 0x7f && first != '\\' ? 1 : 0;
-  const size_t length = first >= 0xc2 && first <= 0xdf   ? 2
-                        : first >= 0xe0 && first <= 0xef ? 3
-                        : first >= 0xf0 && first <= 0xf4 ? 4
-                                                         : 0;
-  for (size_t i = 1; i < length; ++i) {
-    if (!IsContinuation(static_cast<unsigned char>(byte(i)))) return 0;
-  }
-  const unsigned second = byte(1);
-  const bool control = first == 0xc2 && second < 0xa0;
-  const bool overlong = (first == 0xe0 && second < 0xa0) || (first == 0xf0 && second < 0x90);
-  const bool surrogate = first == 0xed && second >= 0xa0;
-  const bool too_large = first == 0xf4 && second >= 0x90;
+  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const size_t length = Utf8SequenceLength(text);
+  if (length == 1) return byte(0) >= 0x20 && byte(0) != 0x7f && byte(0) != '\\' ? 1 : 0;
+  const bool control = length == 2 && byte(0) == 0xc2 && byte(1) < 0xa0;
   // U+2028 and U+2029 separate lines for some readers.
-  const bool separator = first == 0xe2 && second == 0x80 && (byte(2) == 0xa8 || byte(2) == 0xa9);
-  return control || overlong || surrogate || too_large || separator ? 0 : length;
+  const bool separator =
+      length == 3 && byte(0) == 0xe2 && byte(1) == 0x80 && (byte(2) == 0xa8 || byte(2) == 0xa9);
+  return control || separator ? 0 : length;
 }
 
 std::string Identifier() {

@@ -76,4 +76,9 @@ const char* CallerRoles::RoleName(Role role) {
   return role == kService ? "service" : "admin";
 }
 
+std::string CallerRoles::Refusal(Role role, const std::string& operation) {
+  return std::string("the caller does not hold the role '") + RoleName(role) + "' that " +
+         operation + " needs";
+}
+
 }  // namespace tevra::interfaces

@@ -17,13 +17,12 @@ class CallerRoles {
  public:
   enum Role { kService, kAdmin };
 
-  // D-Bus error name of a refusal; proxies turn it into AccessDenied.
-  static constexpr const char* kAccessDeniedError = "org.freedesktop.DBus.Error.AccessDenied";
-
   // Reads the configuration; throws tevra::osa::Exception on a group that does not exist.
   CallerRoles();
   bool Holds(const msgbus::Credentials& caller, Role role) const;
   static const char* RoleName(Role role);  // "service", "admin"
+  // What a refused caller is told; proxies turn BusError::kAccessDenied into AccessDenied.
+  static std::string Refusal(Role role, const std::string& operation);
 
  private:
   const uid_t own_uid_ = geteuid();

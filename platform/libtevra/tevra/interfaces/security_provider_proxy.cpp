@@ -5,8 +5,8 @@
 
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/access_denied.h"
-#include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/exception.h"
 
@@ -15,7 +15,6 @@ namespace {
 
 using msgbus::MsgBusMsg;
 
-constexpr const char* kNotSupportedError = "org.freedesktop.DBus.Error.NotSupported";
 constexpr size_t kMaxTokenBytes = 8;
 constexpr size_t kMaxNonceBytes = 32;
 constexpr int kConfiguredDeadline = -1;
@@ -26,8 +25,8 @@ constexpr int kConfiguredDeadline = -1;
 
 [[noreturn]] void ThrowError(const MsgBusMsg& reply) {
   const std::string& text = reply.ErrorText().empty() ? reply.ErrorName() : reply.ErrorText();
-  if (reply.ErrorName() == CallerRoles::kAccessDeniedError) throw AccessDenied(text.c_str());
-  if (reply.ErrorName() == kNotSupportedError) {
+  if (reply.ErrorName() == msgbus::BusError::kAccessDenied) throw AccessDenied(text.c_str());
+  if (reply.ErrorName() == msgbus::BusError::kNotSupported) {
     throw osa::Exception(osa::Exception::kUnimplemented);
   }
   throw osa::Exception("%s", text.c_str());

@@ -10,6 +10,7 @@
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/exception.h"
 
@@ -17,10 +18,6 @@ namespace tevra::interfaces {
 namespace {
 
 using Arguments = std::vector<msgbus::MsgBusMsg::Value>;
-
-constexpr const char* kFailedError = "org.freedesktop.DBus.Error.Failed";
-constexpr const char* kInvalidArgsError = "org.freedesktop.DBus.Error.InvalidArgs";
-constexpr const char* kNotSupportedError = "org.freedesktop.DBus.Error.NotSupported";
 
 // The letter of a type in a message's signature.
 template <typename T>
@@ -220,18 +217,19 @@ msgbus::MsgBusMsg SecurityProviderServer::Answer(const Operation& operation,
                              std::string(operation.signature) + "), not (" + request.Signature() +
                              ")";
     logger_->Information("Malformed call: %s", text.c_str());
-    return msgbus::MsgBusMsg::ErrorTo(request, kInvalidArgsError, text);
+    return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kInvalidArgs, text);
   }
   try {
     return Run(operation, request);
   } catch (const osa::Exception& e) {
     const bool unimplemented = e.code() == osa::Exception::kUnimplemented;
     if (!unimplemented) logger_->Error("%s failed: %s", operation.name, e.what());
-    return msgbus::MsgBusMsg::ErrorTo(request, unimplemented ? kNotSupportedError : kFailedError,
-                                      e.what());
+    return msgbus::MsgBusMsg::ErrorTo(
+        request, unimplemented ? msgbus::BusError::kNotSupported : msgbus::BusError::kFailed,
+        e.what());
   } catch (const std::exception& e) {
     logger_->Error("%s failed: %s", operation.name, e.what());
-    return msgbus::MsgBusMsg::ErrorTo(request, kFailedError, e.what());
+    return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kFailed, e.what());
   }
 }
 
@@ -249,9 +247,8 @@ msgbus::MsgBusMsg SecurityProviderServer::Refuse(const Operation& operation,
   const char* role = CallerRoles::RoleName(operation.role);
   logger_->Notice("Refused %s to user %u, who does not hold the role %s (refusal %" PRIu64 ")",
                   operation.name, static_cast<unsigned>(request.Sender().uid), role, count);
-  return msgbus::MsgBusMsg::ErrorTo(request, CallerRoles::kAccessDeniedError,
-                                    std::string("the caller does not hold the role '") + role +
-                                        "' that " + operation.name + " needs");
+  return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kAccessDenied,
+                                    CallerRoles::Refusal(operation.role, operation.name));
 }
 
 void SecurityProviderServer::Broadcast(const bool& value) {

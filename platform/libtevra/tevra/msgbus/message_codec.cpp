@@ -5,12 +5,12 @@
 #include <cstring>
 #include <utility>
 
+#include "tevra/core/utf8.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
 namespace {
-
-constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
 
 void Check(int result, const char* what) {
   if (result < 0) throw osa::Exception("message bus: %s: %s", what, strerror(-result));
@@ -116,23 +116,6 @@ class BodyReader final {
   size_t left_;
 };
 
-// Length of the UTF-8 sequence that `text` begins with; 0 when it begins with none, or with one
-// that D-Bus forbids (overlong, a surrogate, beyond U+10FFFF).
-size_t SequenceLength(std::string_view text) {
-  const auto byte = [text](size_t i) { return static_cast<uint8_t>(text[i]); };
-  if (byte(0) < 0x80) return byte(0) == 0 ? 0 : 1;
-  const size_t length = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
-  if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < length) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xc0) != 0x80) return 0;
-  }
-  if (byte(0) == 0xe0 && byte(1) < 0xa0) return 0;
-  if (byte(0) == 0xed && byte(1) > 0x9f) return 0;
-  if (byte(0) == 0xf0 && byte(1) < 0x90) return 0;
-  if (byte(0) == 0xf4 && byte(1) > 0x8f) return 0;
-  return length;
-}
-
 }  // namespace
 
 MessagePtr MessageCodec::EncodeCall(sd_bus* bus, const MsgBusMsg& message,
@@ -170,7 +153,8 @@ MessagePtr MessageCodec::EncodeAnswer(sd_bus_message* call, const MsgBusMsg& rep
     return owned;
   }
   const std::string& given = reply.ErrorName();
-  const char* name = sd_bus_interface_name_is_valid(given.c_str()) > 0 ? given.c_str() : kFailed;
+  const char* name =
+      sd_bus_interface_name_is_valid(given.c_str()) > 0 ? given.c_str() : BusError::kFailed;
   const std::string text = ValidText(reply.ErrorText());
   const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, text.c_str());
   Check(sd_bus_message_new_method_error(call, &wire, &error), "cannot make an error");
@@ -217,8 +201,8 @@ std::string MessageCodec::ValidText(std::string_view text) {
   std::string valid;
   valid.reserve(text.size());
   while (!text.empty()) {
-    const size_t length = SequenceLength(text);
-    if (length == 0) {
+    const size_t length = core::Utf8SequenceLength(text);
+    if (length == 0 || text.front() == '\0') {
       valid += '?';
     } else {
       valid += text.substr(0, length);

@@ -3,15 +3,11 @@
 #include <utility>
 
 #include "tevra/core/logger.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
 namespace {
-
-constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
-constexpr const char* kNotSupported = "org.freedesktop.DBus.Error.NotSupported";
-constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
-constexpr const char* kInvalidArgs = "org.freedesktop.DBus.Error.InvalidArgs";
 
 std::string OrEmpty(const char* text) {
   return text != nullptr ? text : "";
@@ -44,7 +40,7 @@ bool RequestDispatcher::DispatchCall(BusLink& link, sd_bus_message* call,
 
 MsgBusMsg RequestDispatcher::Answer(MsgBusMsg& request, sd_bus_message* call, bool expects_reply) {
   if (!MessageCodec::DecodeBody(call, max_message_bytes_, &request)) {
-    return MsgBusMsg::ErrorTo(request, kInvalidArgs, "malformed arguments");
+    return MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
   }
   const MsgBusMsg answer = RunHandler(request);
   if (answer.IsError()) {
@@ -53,7 +49,7 @@ MsgBusMsg RequestDispatcher::Answer(MsgBusMsg& request, sd_bus_message* call, bo
   }
   // An answer longer than a client may take would cost it the connection.
   if (MessageCodec::WireSize(answer) <= max_message_bytes_) return answer;
-  return MsgBusMsg::ErrorTo(request, kFailed, "the reply is too long");
+  return MsgBusMsg::ErrorTo(request, BusError::kFailed, "the reply is too long");
 }
 
 MsgBusMsg RequestDispatcher::RunHandler(MsgBusMsg& request) {
@@ -67,23 +63,24 @@ MsgBusMsg RequestDispatcher::RunHandler(MsgBusMsg& request) {
   try {
     if (!handlers_.Run(bus_, request)) {
       failure = MsgBusMsg::ErrorTo(
-          request, kUnknownMethod,
+          request, BusError::kUnknownMethod,
           "no such operation: " + request.GetInterface() + "." + request.GetName());
     }
   } catch (const osa::Exception& thrown) {
     const bool unimplemented = thrown.code() == osa::Exception::kUnimplemented;
-    failure = MsgBusMsg::ErrorTo(request, unimplemented ? kNotSupported : kFailed, thrown.what());
+    failure = MsgBusMsg::ErrorTo(
+        request, unimplemented ? BusError::kNotSupported : BusError::kFailed, thrown.what());
   } catch (const std::exception& thrown) {
-    failure = MsgBusMsg::ErrorTo(request, kFailed, thrown.what());
+    failure = MsgBusMsg::ErrorTo(request, BusError::kFailed, thrown.what());
   } catch (...) {
-    failure = MsgBusMsg::ErrorTo(request, kFailed, "unknown exception");
+    failure = MsgBusMsg::ErrorTo(request, BusError::kFailed, "unknown exception");
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   current_tag_ = 0;
   std::optional<MsgBusMsg> reply = std::exchange(reply_, std::nullopt);
   if (failure) return *std::move(failure);
   if (reply) return *std::move(reply);
-  return MsgBusMsg::ErrorTo(request, kFailed, "no reply");
+  return MsgBusMsg::ErrorTo(request, BusError::kFailed, "no reply");
 }
 
 void RequestDispatcher::SendReply(const MsgBusMsg& reply) {

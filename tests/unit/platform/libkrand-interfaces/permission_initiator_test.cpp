@@ -13,13 +13,16 @@
 
 #include "support/function_handler.h"
 #include "support/platform_fixture.h"
+#include "support/text_thrown_by.h"
 #include "tevra/interfaces/access_denied.h"
 #include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 
 namespace {
 
+using support::TextThrownBy;
 using tevra::msgbus::IMsgBus;
 using tevra::msgbus::MsgBusMsg;
 using Values = std::vector<MsgBusMsg::Value>;
@@ -56,20 +59,11 @@ class PermissionInitiator : public testing::Test {
     });
   }
 
-  template <typename Call>
-  static std::string FailureOf(Call call) {
-    try {
-      call();
-    } catch (const tevra::osa::Exception& failure) {
-      return failure.what();
-    }
-    return "nothing was thrown";
-  }
   std::string FailureOfGet() {
-    return FailureOf([this] { initiator_.GetAccessRule("/jpeg*"); });
+    return TextThrownBy([this] { initiator_.GetAccessRule("/jpeg*"); });
   }
   std::string FailureOfSet() {
-    return FailureOf([this] { initiator_.SetAccessRule("/jpeg*", "true"); });
+    return TextThrownBy([this] { initiator_.SetAccessRule("/jpeg*", "true"); });
   }
 
   const support::PlatformFixture platform_;
@@ -99,9 +93,9 @@ TEST_F(PermissionInitiator, RefusesAnswersWithoutAStatus) {
 TEST_F(PermissionInitiator, RefusesAnswersWithTooLittleOrTooMuch) {
   AnswerWithBody({int32_t{0}});
   EXPECT_EQ(FailureOfGet(), "getAccessRule: malformed reply");
-  EXPECT_EQ(FailureOfSet(), "nothing was thrown");
+  EXPECT_EQ(FailureOfSet(), "nothing thrown");
   AnswerWithBody({int32_t{0}, std::string("@admins")});
-  EXPECT_EQ(FailureOfGet(), "nothing was thrown");
+  EXPECT_EQ(FailureOfGet(), "nothing thrown");
   EXPECT_EQ(FailureOfSet(), "setAccessRule: malformed reply");
   AnswerWithBody({int32_t{0}, std::string("@admins"), std::string("true")});
   EXPECT_EQ(FailureOfGet(), "getAccessRule: malformed reply");
@@ -131,7 +125,7 @@ TEST_F(PermissionInitiator, TellsTheTargetsOwnErrors) {
 
 TEST_F(PermissionInitiator, TellsARefusedCallerWhichRoleWasMissing) {
   AnswerWith([](const MsgBusMsg& request) {
-    return MsgBusMsg::ErrorTo(request, tevra::interfaces::CallerRoles::kAccessDeniedError,
+    return MsgBusMsg::ErrorTo(request, tevra::msgbus::BusError::kAccessDenied,
                               "the caller lacks the %n role");
   });
   EXPECT_THROW(initiator_.GetAccessRule("/jpeg*"), tevra::interfaces::AccessDenied);

@@ -333,10 +333,10 @@ TEST_F(PermissionTargetOfOthers, RefusesCallersWithoutARoleAndSaysWhichOne) {
   EXPECT_EQ(target_->calls, 0);
   EXPECT_EQ(log_.TextsOf("krand"),
             (std::vector<std::string>{
-                "Permission target permission: getAccessRule refused to user 65534, who lacks the "
-                "service role",
-                "Permission target permission: setAccessRule refused to user 65534, who lacks the "
-                "admin role"}));
+                "Permission target permission: getAccessRule refused to user 65534, who does not "
+                "hold the role service",
+                "Permission target permission: setAccessRule refused to user 65534, who does not "
+                "hold the role admin"}));
 }
 
 TEST_F(PermissionTargetOfOthers, LetsTheServiceRoleReadOnly) {

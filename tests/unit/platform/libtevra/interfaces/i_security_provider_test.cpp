@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "support/capturing_log.h"
+#include "support/change_recorder.h"
 #include "support/recording_provider.h"
 #include "support/virtual_slot.h"
 #include "tevra/osa/exception.h"

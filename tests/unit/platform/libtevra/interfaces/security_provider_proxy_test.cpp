@@ -6,11 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "support/change_recorder.h"
 #include "support/platform_fixture.h"
 #include "support/recording_provider.h"
+#include "support/text_thrown_by.h"
 #include "tevra/interfaces/access_denied.h"
 #include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/osa/exception.h"
 #include "vigila/check/fake_msg_bus.h"
 
@@ -20,6 +23,7 @@ namespace {
 using check::fake::FakeMsgBus;
 using msgbus::IMsgBus;
 using msgbus::MsgBusMsg;
+using support::TextThrownBy;
 
 // A bus on which one server answers whatever it was told to.
 class ScriptedBus : public FakeMsgBus {
@@ -86,15 +90,6 @@ class Proxy : public testing::Test {
   }
   void NotifyVanished(std::vector<MsgBusMsg::Value> body) {
     Notify(IMsgBus::kLocalInterface, IMsgBus::kDestinationVanished, std::move(body));
-  }
-  template <typename F>
-  static std::string TextThrownBy(F&& call) {
-    try {
-      call();
-    } catch (const osa::Exception& e) {
-      return e.what();
-    }
-    return "nothing thrown";
   }
 
   ScriptedBus bus;
@@ -182,7 +177,7 @@ TEST_F(Proxy, ThrowsTheServersErrorText) {
 }
 
 TEST_F(Proxy, ThrowsAccessDeniedForARefusedCaller) {
-  AnswerWithError(CallerRoles::kAccessDeniedError, "the role 'admin' is missing");
+  AnswerWithError(msgbus::BusError::kAccessDenied, "the role 'admin' is missing");
   try {
     proxy->GetUsers();
     FAIL() << "nothing thrown";

@@ -11,6 +11,7 @@
 #include "support/recording_provider.h"
 #include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/osa/exception.h"
 #include "vigila/check/fake_msg_bus.h"
 
@@ -201,9 +202,9 @@ TEST_F(Server, RefusesTheOptionalOperationsToACallerWithoutTheServiceRole) {
   for (const char* name : {"TestLdap", "AllowHttpDigest"}) {
     MsgBusMsg request = Request(name, {});
     request.SetSender({kStranger, {kAdminGroup}});
-    EXPECT_EQ(Ask(request)->ErrorName(), CallerRoles::kAccessDeniedError);
+    EXPECT_EQ(Ask(request)->ErrorName(), msgbus::BusError::kAccessDenied);
     request.SetSender({kStranger, {kServiceGroup}});
-    EXPECT_NE(Ask(request)->ErrorName(), CallerRoles::kAccessDeniedError);
+    EXPECT_NE(Ask(request)->ErrorName(), msgbus::BusError::kAccessDenied);
   }
 }
 
@@ -263,7 +264,7 @@ TEST_F(Server, ChecksTheSignatureOfEveryOperation) {
 TEST_F(Server, TellsACallerWithoutTheRoleNothingAboutArguments) {
   MsgBusMsg request = Request("GetUsers", {true, true});
   request.SetSender({kStranger, {}});
-  EXPECT_EQ(Ask(request)->ErrorName(), CallerRoles::kAccessDeniedError);
+  EXPECT_EQ(Ask(request)->ErrorName(), msgbus::BusError::kAccessDenied);
 }
 
 TEST_F(Server, HasNoOtherOperations) {
