@@ -14,12 +14,14 @@
 #include "bus_under_test.h"
 #include "support/platform_fixture.h"
 #include "support/recording_provider.h"
+#include "support/text_thrown_by.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/osa/exception.h"
 
 namespace conformance {
 namespace {
 
+using support::TextThrownBy;
 using tevra::interfaces::ISecurityProvider;
 
 // Waits for what the client's listeners hear, on whatever thread.
@@ -75,15 +77,6 @@ class SecurityProvider : public BusConformance {
   void TearDown() override {
     proxy_.reset();
     served_.reset();
-  }
-
-  std::string TextThrownBy(const std::function<void()>& call) {
-    try {
-      call();
-    } catch (const tevra::osa::Exception& e) {
-      return e.what();
-    }
-    return "nothing thrown";
   }
 
   support::RecordingProvider provider_;

@@ -10,31 +10,13 @@
 #include "krand/base64/base64.h"
 #include "support/at_rest_key_fixture.h"
 #include "support/capturing_log.h"
+#include "support/change_recorder.h"
 #include "support/platform_fixture.h"
-#include "tevra/core/delegate.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
 
 namespace support {
-
-// Counts the change notifications of a provider; must outlive it or be removed from it.
-class ChangeCounter {
- public:
-  void Attach(tevra::interfaces::ISecurityProvider& provider) {
-    using Delegate =
-        tevra::core::VoidObjectMethodDelegate1<ChangeCounter, void (ChangeCounter::*)(const bool&),
-                                               bool>;
-    provider.AddChangeListener(std::make_unique<Delegate>(this, &ChangeCounter::OnChange));
-  }
-  void OnChange(const bool& value) {
-    ++changes;
-    last_value = value;
-  }
-
-  int changes = 0;
-  bool last_value = false;
-};
 
 // A server on a store, a clock and a bus of the test's own. The clock stands at kStart until it is
 // moved.

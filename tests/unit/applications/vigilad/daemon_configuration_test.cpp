@@ -8,11 +8,14 @@
 #include <string>
 
 #include "support/platform_fixture.h"
+#include "support/text_thrown_by.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/osa/exception.h"
 
 namespace vigila::daemon {
 namespace {
+
+using support::TextThrownBy;
 
 constexpr const char* kSection = "Applications/vigila";
 
@@ -21,15 +24,6 @@ class Configuration : public testing::Test {
   Configuration() { unsetenv(tevra::core::PlatformConfig::kEnvironmentVariable); }
   ~Configuration() override { unsetenv(tevra::core::PlatformConfig::kEnvironmentVariable); }
 
-  template <typename F>
-  static std::string TextThrownBy(F&& action) {
-    try {
-      action();
-    } catch (const tevra::osa::Exception& e) {
-      return e.what();
-    }
-    return "nothing thrown";
-  }
   static void ExpectRefused(const std::string& part) {
     const std::string text = TextThrownBy([] { DaemonConfiguration::Read(); });
     EXPECT_NE(text.find(part), std::string::npos) << text;

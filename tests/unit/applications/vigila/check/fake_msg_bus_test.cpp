@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/text_thrown_by.h"
 #include "support/virtual_slot.h"
 #include "tevra/osa/exception.h"
 
@@ -15,6 +16,7 @@ namespace {
 
 using msgbus::IMsgBus;
 using msgbus::MsgBusMsg;
+using support::TextThrownBy;
 
 class ScriptedHandler : public msgbus::IMessageHandler {
  public:
@@ -36,16 +38,6 @@ class ScriptedHandler : public msgbus::IMessageHandler {
 
 MsgBusMsg Message(const std::string& name = "ask", const std::string& destination = "server") {
   return {"test.Interface", name, destination};
-}
-
-template <typename F>
-std::string TextThrownBy(F&& action) {
-  try {
-    action();
-  } catch (const osa::Exception& e) {
-    return e.what();
-  }
-  return "nothing thrown";
 }
 
 class FakeBus : public testing::Test {

@@ -10,9 +10,12 @@
 #include "krand/interfaces/device_information.h"
 #include "support/capturing_log.h"
 #include "support/platform_fixture.h"
+#include "support/text_thrown_by.h"
 #include "tevra/osa/exception.h"
 
 namespace {
+
+using support::TextThrownBy;
 
 // What the platform's own call shall answer instead; OK lets the platform answer.
 krand_core_status initiator_status = KRAND_CORE_OK;
@@ -58,15 +61,6 @@ class Device : public testing::Test {
 
   std::string Marker() const { return platform.Dir().File("brick"); }
   bool Ask() const { return DeviceInformation(nullptr, Marker()).isSB327supported(); }
-  template <typename F>
-  static std::string TextThrownBy(F&& action) {
-    try {
-      action();
-    } catch (const tevra::osa::Exception& e) {
-      return e.what();
-    }
-    return "nothing thrown";
-  }
 
   support::PlatformFixture platform;
   support::CapturingLog log;

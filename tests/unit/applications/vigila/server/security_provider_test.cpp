@@ -15,7 +15,7 @@
 namespace vigila::server {
 namespace {
 
-using support::ChangeCounter;
+using support::ChangeRecorder;
 using support::ServerUnderTest;
 using support::UserJson;
 using support::UsersJson;
@@ -519,11 +519,10 @@ TEST_F(SecurityProviderTest, DeletingEndsAccountAndSessionsAndIsAnnounced) {
   AddAdministrator();
   Add("viewer", "pass", 8);
   const std::string token = Logon("viewer", "pass");
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(0, Provider().DeleteUsers({"viewer"}));
-  EXPECT_EQ(1, counter.changes);
-  EXPECT_TRUE(counter.last_value);
+  EXPECT_EQ(std::vector<bool>{true}, recorder.Values());
   EXPECT_FALSE(Lives(token));
   EXPECT_EQ("NO_TOKEN", Logon("viewer", "pass"));
   EXPECT_EQ(0, krand_core_settings_does_key_exist("user.viewer"));
@@ -533,11 +532,11 @@ TEST_F(SecurityProviderTest, DeletingEndsAccountAndSessionsAndIsAnnounced) {
 TEST_F(SecurityProviderTest, DeletingNobodyDeletesNoneOfTheOthers) {
   AddAdministrator();
   Add("alice", "secret", 8);
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(11, Provider().DeleteUsers({"alice", "nobody"}));
   EXPECT_TRUE(IsToken(Logon("alice", "secret")));
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
 }
 
 TEST_F(SecurityProviderTest, FirstNameThatCannotBeDeletedDecides) {
@@ -552,19 +551,19 @@ TEST_F(SecurityProviderTest, FirstNameThatCannotBeDeletedDecides) {
 
 TEST_F(SecurityProviderTest, DeletingNothingSucceedsAndIsAnnounced) {
   AddAdministrator();
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(0, Provider().DeleteUsers({}));
-  EXPECT_EQ(1, counter.changes);
+  EXPECT_EQ(std::vector<bool>{true}, recorder.Values());
 }
 
 TEST_F(SecurityProviderTest, LastAdministratorIsNotDeletedAndNothingIsAnnounced) {
   AddAdministrator();
   Add("viewer", "pass", 8);
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(11, Provider().DeleteUsers({"viewer", "admin"}));
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
   EXPECT_TRUE(IsToken(Logon("viewer", "pass")));
   Add("second", "adminpass", 1);
   EXPECT_EQ(0, Provider().DeleteUsers({"admin"}));

@@ -10,7 +10,7 @@
 namespace vigila::server {
 namespace {
 
-using support::ChangeCounter;
+using support::ChangeRecorder;
 using support::UserJson;
 using support::UsersJson;
 
@@ -33,19 +33,18 @@ class SecurityProviderUsers : public support::ProviderTest {
 };
 
 TEST_F(SecurityProviderUsers, AddedAccountIsThereAndAnnounced) {
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(0, AddOne("ab", "pass", 8));
-  EXPECT_EQ(1, counter.changes);
-  EXPECT_TRUE(counter.last_value);
+  EXPECT_EQ(std::vector<bool>{true}, recorder.Values());
   EXPECT_EQ("{\"Users\":[{\"Name\":\"ab\",\"Group\":8},{\"Name\":\"nobody\",\"Group\":16}]}",
             Provider().GetUsers());
   EXPECT_TRUE(IsToken(Logon("ab", "pass")));
 }
 
 TEST_F(SecurityProviderUsers, DocumentsThatAreNoneAreMalformed) {
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   for (const std::string& text : {
            std::string(),
            std::string("not JSON"),
@@ -73,7 +72,7 @@ TEST_F(SecurityProviderUsers, DocumentsThatAreNoneAreMalformed) {
     EXPECT_EQ(12, Provider().AddUsers(text)) << text.substr(0, 80);
     EXPECT_EQ(12, Provider().ModifyUsers(text)) << text.substr(0, 80);
   }
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
   EXPECT_EQ(kOnlyNobody, Provider().GetUsers());
 }
 
@@ -227,10 +226,10 @@ TEST_F(SecurityProviderUsers, NobodyInGroupZeroHasNoPermission) {
 }
 
 TEST_F(SecurityProviderUsers, NobodyInItsOwnGroupIsAcceptedAndChangesNothing) {
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(0, Modify({UserJson("nobody", 16)}));
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
 }
 
 TEST_F(SecurityProviderUsers, NobodysPasswordIsNotEvenLookedAt) {
@@ -253,10 +252,10 @@ TEST_F(SecurityProviderUsers, ModifyingWithoutAPasswordChangesTheGroupOnly) {
   AddAdministrator();
   Add("alice", "secret", 8);
   const std::string token = Logon("alice", "secret");
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(0, Modify({UserJson("alice", 4)}));
-  EXPECT_EQ(1, counter.changes);
+  EXPECT_EQ(std::vector<bool>{true}, recorder.Values());
   EXPECT_EQ(4, GroupOf("alice"));
   EXPECT_EQ("", Provider().GetCredentials(token));  // a changed account logs on anew
   EXPECT_TRUE(IsToken(Logon("alice", "secret")));
@@ -276,11 +275,11 @@ TEST_F(SecurityProviderUsers, ModifyingToTheSameChangesNothingAndIsNotAnnounced)
   AddAdministrator();
   Add("alice", "secret", 8);
   const std::string token = Logon("alice", "secret");
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(0, Modify({UserJson("alice", "secret", 8)}));
   EXPECT_EQ(0, Modify({UserJson("alice", 8)}));
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
   EXPECT_EQ("alice", Provider().GetCredentials(token));
 }
 
@@ -304,11 +303,11 @@ TEST_F(SecurityProviderUsers, LastOfTwoModificationsOfOneAccountWins) {
 
 TEST_F(SecurityProviderUsers, LastAdministratorKeepsTheGroup) {
   AddAdministrator();
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(11, Modify({UserJson("admin", 8)}));
   EXPECT_EQ(1, GroupOf("admin"));
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
   Add("second", "adminpass", 1);
   EXPECT_EQ(0, Modify({UserJson("admin", 8)}));
   EXPECT_EQ(11, Modify({UserJson("second", 8)}));
@@ -338,12 +337,12 @@ TEST_F(SecurityProviderUsers, ChangingThePasswordLetsALockedAccountInAgain) {
 }
 
 TEST_F(SecurityProviderUsers, RequestThatFailsAtItsThirdEntryAppliesNone) {
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   EXPECT_EQ(7, Provider().AddUsers(UsersJson({UserJson("ab", "pass", 8), UserJson("cd", "pass", 1),
                                               UserJson("ef", "pass", 3)})));
   EXPECT_EQ(kOnlyNobody, Provider().GetUsers());
-  EXPECT_EQ(0, counter.changes);
+  EXPECT_EQ(std::vector<bool>(), recorder.Values());
   AddAdministrator();
   Add("alice", "secret", 8);
   EXPECT_EQ(10, Modify({UserJson("alice", 4), UserJson("admin", 1), UserJson("ghost", 8)}));
@@ -422,8 +421,8 @@ TEST_F(SecurityProviderUsers, PasswordsAreOverwrittenBeforeTheirMemoryIsGivenBac
 
 TEST_F(SecurityProviderUsers, StoreThatCannotBeWrittenIsAnExceptionAndChangesNothing) {
   AddAdministrator();
-  ChangeCounter counter;
-  counter.Attach(Provider());
+  ChangeRecorder recorder;
+  recorder.Attach(Provider());
   const std::string before = Provider().GetUsers();
   int failures = 0;
   for (int nth = 1; nth < 20; ++nth) {
@@ -442,11 +441,11 @@ TEST_F(SecurityProviderUsers, StoreThatCannotBeWrittenIsAnExceptionAndChangesNot
     }
     ++failures;
     EXPECT_EQ(before, Provider().GetUsers());
-    EXPECT_EQ(0, counter.changes);
+    EXPECT_EQ(std::vector<bool>(), recorder.Values());
     EXPECT_EQ(0, krand_core_settings_does_key_exist("user.ab"));
   }
   EXPECT_GE(failures, 1);
-  EXPECT_EQ(1, counter.changes);
+  EXPECT_EQ(std::vector<bool>{true}, recorder.Values());
   EXPECT_EQ(4, GroupOf("cd"));
 }
 

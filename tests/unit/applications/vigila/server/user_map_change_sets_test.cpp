@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include "support/text_thrown_by.h"
 #include "support/user_store_fixture.h"
 
 namespace vigila::server {
 namespace {
+
+using support::TextThrownBy;
 
 class UserMapChangeSets : public support::UserStoreTest {
  protected:
@@ -18,15 +21,6 @@ class UserMapChangeSets : public support::UserStoreTest {
     texts.push_back(Store().GetAllJson());
     texts.push_back(Store().NoAdministratorsYet() ? "open" : "closed");
     return texts;
-  }
-  template <typename Call>
-  std::string MessageOf(Call call) {
-    try {
-      call();
-    } catch (const Exception& error) {
-      return error.what();
-    }
-    return "(nothing thrown)";
   }
 };
 
@@ -333,15 +327,15 @@ TEST_F(UserMapChangeSets, RefusesNamesThatWouldShareAKey) {
 TEST_F(UserMapChangeSets, SaysWhichUseIsWrong) {
   UserMap other(clock_, sessions_);
   UserMap set(nullptr), set2(nullptr);
-  EXPECT_EQ("Can't merge UserMap into itself", MessageOf([&] { Store().Merge(Store()); }));
-  EXPECT_EQ("Can't merge UserMap into itself", MessageOf([&] { Store().Delete(Store()); }));
-  EXPECT_EQ("Can't merge UserMap into itself", MessageOf([&] { set.Merge(set); }));
-  EXPECT_EQ("Use Set() rather than Merge()", MessageOf([&] { set.Merge(set2); }));
-  EXPECT_EQ("Use Set() rather than Merge()", MessageOf([&] { set.Merge(Store()); }));
-  EXPECT_EQ("Merge() takes change set as argument", MessageOf([&] { Store().Merge(other); }));
-  EXPECT_EQ("Use Set() rather than Delete()", MessageOf([&] { set.Delete(set2); }));
-  EXPECT_EQ("Use Set() rather than Delete()", MessageOf([&] { set.Delete(Store()); }));
-  EXPECT_EQ("Delete() takes change set as argument", MessageOf([&] { Store().Delete(other); }));
+  EXPECT_EQ("Can't merge UserMap into itself", TextThrownBy([&] { Store().Merge(Store()); }));
+  EXPECT_EQ("Can't merge UserMap into itself", TextThrownBy([&] { Store().Delete(Store()); }));
+  EXPECT_EQ("Can't merge UserMap into itself", TextThrownBy([&] { set.Merge(set); }));
+  EXPECT_EQ("Use Set() rather than Merge()", TextThrownBy([&] { set.Merge(set2); }));
+  EXPECT_EQ("Use Set() rather than Merge()", TextThrownBy([&] { set.Merge(Store()); }));
+  EXPECT_EQ("Merge() takes change set as argument", TextThrownBy([&] { Store().Merge(other); }));
+  EXPECT_EQ("Use Set() rather than Delete()", TextThrownBy([&] { set.Delete(set2); }));
+  EXPECT_EQ("Use Set() rather than Delete()", TextThrownBy([&] { set.Delete(Store()); }));
+  EXPECT_EQ("Delete() takes change set as argument", TextThrownBy([&] { Store().Delete(other); }));
 }
 
 TEST_F(UserMapChangeSets, DeletesAnAccountItsKeyAndItsSessions) {
