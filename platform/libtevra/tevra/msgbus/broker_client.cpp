@@ -10,19 +10,6 @@ namespace {
 constexpr const char* kBroker = "org.freedesktop.DBus";
 constexpr const char* kBrokerPath = "/org/freedesktop/DBus";
 
-// A connection from the pool had died while nobody used it.
-struct ConnectionWasDead {};
-
-void CheckOutcome(BusLink::Outcome outcome, ConnectionPool::Lease& lease, const char* whom) {
-  if (outcome == BusLink::Outcome::kDone) return;
-  lease.Discard();
-  if (outcome == BusLink::Outcome::kNotSent && !lease.IsNew()) throw ConnectionWasDead();
-  if (outcome == BusLink::Outcome::kTimedOut) {
-    throw osa::Exception("message bus: no answer from %s in time", whom);
-  }
-  throw osa::Exception("message bus: connection to %s lost", whom);
-}
-
 bool IsOwnerGone(const sd_bus_error* error) {
   return sd_bus_error_has_name(error, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
          sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
@@ -46,7 +33,7 @@ BrokerClient::BrokerClient(const BusConfig& config)
 std::unique_ptr<MsgBusMsg> BrokerClient::Call(const MsgBusMsg& message, Deadline deadline) {
   CheckLength(message);
   std::unique_ptr<MsgBusMsg> reply;
-  WithConnection(deadline, [&](Lease& lease) {
+  pool_.With(deadline, [&](Lease& lease) {
     reply = Try(lease, message, deadline);
     if (!reply) reply = Try(lease, message, deadline);
   });
@@ -57,31 +44,20 @@ std::unique_ptr<MsgBusMsg> BrokerClient::Call(const MsgBusMsg& message, Deadline
 void BrokerClient::Post(const MsgBusMsg& message, Deadline deadline) {
   CheckLength(message);
   const std::string& name = message.GetDestination();
-  WithConnection(deadline, [&](Lease& lease) {
+  pool_.With(deadline, [&](Lease& lease) {
     // Nobody would tell that a remembered owner has gone, so ask again.
     const std::string owner = FindOwner(lease, name, deadline);
     const MessagePtr wire = MessageCodec::EncodeCall(lease.link().bus(), message, owner, false);
-    CheckOutcome(lease.link().SendAndFlush(wire.get(), deadline), lease, name.c_str());
+    lease.Check(lease.link().SendAndFlush(wire.get(), deadline), name.c_str());
   });
 }
 
 bool BrokerClient::HasServer(const std::string& name, Deadline deadline) {
   bool owned = false;
-  WithConnection(deadline, [&](Lease& lease) {
+  pool_.With(deadline, [&](Lease& lease) {
     owned = AskBroker(lease, "GetNameOwner", name, deadline) != nullptr;
   });
   return owned;
-}
-
-void BrokerClient::WithConnection(Deadline deadline, const std::function<void(Lease&)>& use) {
-  for (;;) {
-    Lease lease = pool_.Borrow(deadline);
-    try {
-      return use(lease);
-    } catch (const ConnectionWasDead&) {
-      pool_.DiscardIdle();
-    }
-  }
 }
 
 void BrokerClient::CheckLength(const MsgBusMsg& message) const {
@@ -98,7 +74,7 @@ std::unique_ptr<MsgBusMsg> BrokerClient::Try(Lease& lease, const MsgBusMsg& mess
       known != lease.connection().owners.end() ? known->second : FindOwner(lease, name, deadline);
   const MessagePtr wire = MessageCodec::EncodeCall(lease.link().bus(), message, owner, true);
   MessagePtr answer;
-  CheckOutcome(lease.link().Call(wire.get(), deadline, &answer), lease, name.c_str());
+  lease.Check(lease.link().Call(wire.get(), deadline, &answer), name.c_str());
   if (const sd_bus_error* error = sd_bus_message_get_error(answer.get())) {
     if (IsOwnerGone(error)) {
       lease.connection().owners.erase(name);
@@ -142,7 +118,7 @@ MessagePtr BrokerClient::AskBroker(Lease& lease, const char* member, const std::
     throw osa::Exception("message bus: \"%s\" is no name", argument.c_str());
   }
   MessagePtr answer;
-  CheckOutcome(lease.link().Call(call, deadline, &answer), lease, "the broker");
+  lease.Check(lease.link().Call(call, deadline, &answer), "the broker");
   if (sd_bus_message_get_error(answer.get()) != nullptr) return nullptr;
   return answer;
 }

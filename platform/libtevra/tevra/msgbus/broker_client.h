@@ -1,7 +1,6 @@
 #ifndef TEVRA_MSGBUS_BROKER_CLIENT_H_
 #define TEVRA_MSGBUS_BROKER_CLIENT_H_
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -26,8 +25,6 @@ class BrokerClient final {
   using Lease = ConnectionPool::Lease;
 
   void CheckLength(const MsgBusMsg& message) const;
-  // Runs `use` with a connection, again with a new one when the first turns out to be dead already.
-  void WithConnection(Deadline deadline, const std::function<void(Lease&)>& use);
   // Null when the owner that was known has gone.
   std::unique_ptr<MsgBusMsg> Try(Lease& lease, const MsgBusMsg& message, Deadline deadline);
   std::string FindOwner(Lease& lease, const std::string& name, Deadline deadline);

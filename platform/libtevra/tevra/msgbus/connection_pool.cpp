@@ -20,6 +20,16 @@ ConnectionPool::Lease::~Lease() {
   }
 }
 
+void ConnectionPool::Lease::Check(BusLink::Outcome outcome, const char* whom) {
+  if (outcome == BusLink::Outcome::kDone) return;
+  keep_ = false;
+  if (outcome == BusLink::Outcome::kNotSent && !is_new_) throw WasDead();
+  if (outcome == BusLink::Outcome::kTimedOut) {
+    throw osa::Exception("message bus: no answer from %s in time", whom);
+  }
+  throw osa::Exception("message bus: connection to %s lost", whom);
+}
+
 ConnectionPool::ConnectionPool(size_t size, Connect connect)
     : size_(size), connect_(std::move(connect)) {}
 

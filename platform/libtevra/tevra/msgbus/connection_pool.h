@@ -35,8 +35,9 @@ class ConnectionPool final {
 
     BusLink& link() { return *connection_.link; }
     Connection& connection() { return connection_; }
-    bool IsNew() const { return is_new_; }
-    void Discard() { keep_ = false; }
+    // Anything but kDone ends the connection and throws: osa::Exception with what became of the
+    // message to `whom`, or for With to try again.
+    void Check(BusLink::Outcome outcome, const char* whom);
 
    private:
     ConnectionPool& pool_;
@@ -47,13 +48,27 @@ class ConnectionPool final {
 
   ConnectionPool(size_t size, Connect connect);
 
-  // Waits for a connection when all are lent; throws tevra::osa::Exception at the deadline, and
-  // what connecting throws.
-  Lease Borrow(Deadline deadline);
-  // Closes the connections that nobody uses.
-  void DiscardIdle();
+  // Lends a connection to `use`, and another one when that one had died while nobody used it.
+  // Waits for one when all are lent; throws tevra::osa::Exception at the deadline, and what
+  // connecting throws.
+  template <typename Use>
+  void With(Deadline deadline, const Use& use) {
+    for (;;) {
+      Lease lease = Borrow(deadline);
+      try {
+        return use(lease);
+      } catch (const WasDead&) {
+        // The peer has been away, so the other idle connections are as dead as this one.
+        DiscardIdle();
+      }
+    }
+  }
 
  private:
+  struct WasDead {};
+
+  Lease Borrow(Deadline deadline);
+  void DiscardIdle();
   void Return(Connection connection);
   void Forget();
 

@@ -55,30 +55,17 @@ void DirectClient::Send(const MsgBusMsg& message, Deadline deadline, bool expect
   if (MessageCodec::WireSize(message) > config_.max_message_bytes) {
     throw osa::Exception("message bus: the message to %s is too long", name.c_str());
   }
-  ConnectionPool& pool = PoolOf(name);
-  for (;;) {
-    ConnectionPool::Lease lease = pool.Borrow(deadline);
-    const MessagePtr wire =
-        MessageCodec::EncodeCall(lease.link().bus(), message, "", expects_reply);
+  PoolOf(name).With(deadline, [&](ConnectionPool::Lease& lease) {
+    BusLink& link = lease.link();
+    const MessagePtr wire = MessageCodec::EncodeCall(link.bus(), message, "", expects_reply);
     MessagePtr answer;
-    const BusLink::Outcome outcome = expects_reply
-                                         ? lease.link().Call(wire.get(), deadline, &answer)
-                                         : lease.link().SendAndFlush(wire.get(), deadline);
-    if (outcome == BusLink::Outcome::kDone) {
-      if (reply)
-        *reply = MessageCodec::DecodeAnswer(answer.get(), config_.max_message_bytes, message);
-      return;
+    lease.Check(expects_reply ? link.Call(wire.get(), deadline, &answer)
+                              : link.SendAndFlush(wire.get(), deadline),
+                name.c_str());
+    if (reply) {
+      *reply = MessageCodec::DecodeAnswer(answer.get(), config_.max_message_bytes, message);
     }
-    lease.Discard();
-    if (outcome == BusLink::Outcome::kTimedOut) {
-      throw osa::Exception("message bus: no answer from %s in time", name.c_str());
-    }
-    if (outcome == BusLink::Outcome::kLost || lease.IsNew()) {
-      throw osa::Exception("message bus: connection to %s lost", name.c_str());
-    }
-    // The server has been away, so the other idle connections are as dead as this one.
-    pool.DiscardIdle();
-  }
+  });
 }
 
 ConnectionPool& DirectClient::PoolOf(const std::string& name) {
