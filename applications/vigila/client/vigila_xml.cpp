@@ -12,7 +12,6 @@ constexpr size_t kWindow = 256;
 constexpr size_t kAttributesWindow = 1024;
 // How much of a chunk is taken in at a time, so that a large chunk is never copied whole.
 constexpr size_t kSlice = 4096;
-constexpr int32_t kUnchanged = -1;
 constexpr size_t npos = std::string_view::npos;
 
 std::string_view LocalName(std::string_view name) {
@@ -188,7 +187,7 @@ void VigilaXml::CloseElement() {
 
 void VigilaXml::EnterState(uint32_t state) {
   state_ = state;
-  if (kStates[state].code != kUnchanged) result_ = kStates[state].code;
+  result_ = kStates[state].code;
   if (kStates[state].entry_count == 0) Stop();
 }
 
