@@ -14,7 +14,7 @@ namespace vigila::gateway {
 // Answers a web server that asks, before it serves anything, whether it may: nginx's auth_request
 // and the forward-auth of other proxies. The original method and target come in headers, the answer
 // is the status (200 to serve, 401 and 403 to hand on), with the user and its groups in headers.
-// Only trusted proxies are answered: anybody else could name a method and target of his liking.
+// Only trusted proxies are answered: anybody else could name a method and target of their liking.
 // When a proxy hands on the envelope of a web-service request, the logon in it is what counts.
 class AuthFace final {
  public:

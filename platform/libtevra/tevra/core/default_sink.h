@@ -8,9 +8,9 @@
 
 namespace tevra::core {
 
-// Where lines go when nobody has put a sink of his own: the journal, with fields, when the service
-// manager has connected standard error to it; else standard error, one line each. A line that the
-// journal does not take goes to standard error.
+// Where lines go when nobody has put a sink of their own: the journal, with fields, when the
+// service manager has connected standard error to it; else standard error, one line each. A line
+// that the journal does not take goes to standard error.
 class DefaultSink final : public Logger::Sink {
  public:
   void Write(Logger::Level level, const std::string& logger, const std::string& text) override;
