@@ -77,14 +77,18 @@ TEST(FirstStart, KilledAnywhereLeavesTheNextOneACleanDirectory) {
   std::mt19937 random = support::SeededGenerator();
   std::uniform_int_distribution<int> instant(0, 400000);
   for (int round = 0; round < 15; ++round) {
-    std::filesystem::remove(device.KeyFile());
+    for (const std::string& made : {device.KeyFile(), device.Database(), device.Database() + "-wal",
+                                    device.Database() + "-shm"}) {
+      std::filesystem::remove(made);
+    }
     device.Launch();
     device.Running().EndsWithin(std::chrono::microseconds(instant(random)));
     device.Stop(SIGKILL);
   }
   ASSERT_EQ(device.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device.Log();
+  EXPECT_TRUE(EndedWith(device.Stop(), 0));
   for (const auto& entry : std::filesystem::directory_iterator(device.SettingsDir())) {
-    EXPECT_FALSE(entry.path().filename().string().starts_with("vigila.key."))
+    EXPECT_TRUE(entry.path() == device.KeyFile() || entry.path() == device.Database())
         << entry.path() << " is left";
   }
 }

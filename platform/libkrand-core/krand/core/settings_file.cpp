@@ -5,18 +5,25 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include "krand/core/settings_failure.h"
 
 namespace krand::core {
 
 namespace {
+
+// Behind a store's name while it is being made; not a name that a backup would have.
+constexpr std::string_view kUnfinished = ".unfinished-";
+constexpr std::string_view kPlaceholder = "XXXXXX";
+constexpr const char* kCompanions[] = {"-journal", "-wal", "-shm"};
 
 [[noreturn]] void Fail(const std::string& path, const std::string& what, int error) {
   throw SettingsFailure(path + ": " + what + ": " + strerror(error));
@@ -57,22 +64,52 @@ void MakeDirectory(const std::string& directory) {
   Flush(DirectoryOf(leaf.string()));
 }
 
+class Descriptor final {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int Get() const { return fd_; }
+
+ private:
+  const int fd_;
+};
+
+// The file goes last: it is what leads to the others, should this be cut short.
+void RemoveWithCompanions(const std::string& path) {
+  for (const char* companion : kCompanions) {
+    unlink((path + companion).c_str());
+  }
+  unlink(path.c_str());
+}
+
+// Removes what processes left that were killed while they made this store. One that is still at it
+// holds the lock.
+void RemoveRemains(const std::string& path) {
+  const std::string prefix =
+      std::filesystem::path(path).filename().string() + std::string(kUnfinished);
+  std::error_code failure;  // then they stay; nothing ever reads them
+  std::filesystem::directory_iterator entry(DirectoryOf(path), failure);
+  for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
+    const std::string name = entry->path().filename().string();
+    if (!name.starts_with(prefix) || name.size() != prefix.size() + kPlaceholder.size()) continue;
+    const std::string remains = entry->path().string();
+    const Descriptor file(open(remains.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (file.Get() >= 0 && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) RemoveWithCompanions(remains);
+  }
+}
+
 // A complete empty store under a name of its own; removed again unless Publish moved it away.
 class NewStore final {
  public:
-  explicit NewStore(const std::string& path) : path_(path), name_(path + ".XXXXXX") {
-    const int fd = mkostemp(name_.data(), O_CLOEXEC);
-    if (fd < 0) {
-      Fail(path_, "cannot make a new settings store", errno);
-    }
-    close(fd);
-  }
-  ~NewStore() {
-    unlink(name_.c_str());
-    for (const char* companion : {"-journal", "-wal", "-shm"}) {
-      unlink((name_ + companion).c_str());
+  explicit NewStore(const std::string& path) : path_(path) {
+    while (!MakeFile()) {
     }
   }
+  ~NewStore() { RemoveWithCompanions(name_); }
   NewStore(const NewStore&) = delete;
   NewStore& operator=(const NewStore&) = delete;
 
@@ -112,13 +149,32 @@ class NewStore final {
   }
 
  private:
+  // False when another process took the file for remains before it was locked.
+  bool MakeFile() {
+    name_ = path_ + std::string(kUnfinished) + std::string(kPlaceholder);
+    file_ = std::make_unique<Descriptor>(mkostemp(name_.data(), O_CLOEXEC));
+    if (file_->Get() < 0) {
+      Fail(path_, "cannot make a new settings store", errno);
+    }
+    if (flock(file_->Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+      return false;
+    }
+    struct stat status;
+    return fstat(file_->Get(), &status) != 0 || status.st_nlink > 0;
+  }
+
   const std::string path_;
   std::string name_;
+  // Holds the lock. Closed after SQLite is done with the file: whoever closes any descriptor of it
+  // gives up SQLite's locks.
+  std::unique_ptr<Descriptor> file_;
 };
 
 void MakeStore(const std::string& path) {
   struct stat log;
-  if (stat((path + "-wal").c_str(), &log) == 0 && log.st_size > 0) {
+  // The log may be that of a store which another process has made in this moment.
+  if (stat((path + "-wal").c_str(), &log) == 0 && log.st_size > 0 &&
+      access(path.c_str(), F_OK) != 0) {
     throw SettingsFailure(path + ": is missing, but the log of its last changes is still there");
   }
   NewStore store(path);
@@ -142,6 +198,7 @@ void CheckStore(const std::string& path, const struct stat& status) {
 
 void SettingsFile::Prepare(const std::string& path) {
   MakeDirectory(DirectoryOf(path));
+  RemoveRemains(path);
   struct stat status;
   if (stat(path.c_str(), &status) != 0) {
     if (errno != ENOENT) {
