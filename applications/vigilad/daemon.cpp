@@ -18,8 +18,8 @@ using server::ServerEnv;
 using server::StartFailure;
 
 // The server takes its names last, with the store open and the default rules written. So a daemon
-// that finds another one at work leaves before that; of two that start at the same moment the later
-// one is refused its names, and has written nothing that the other had not.
+// that finds another one at work leaves before that. Of two that start at the same moment one is
+// refused the store, and has neither read nor written anything there.
 void RefuseToBeTheSecond() {
   const char* const name = tevra::interfaces::ISecurityProvider::kDestination;
   if (tevra::msgbus::MsgBus().HasServer(name)) {
@@ -38,6 +38,22 @@ void Run(const DaemonConfiguration& configuration) {
   env.GetVigilaServer().Run();
 }
 
+struct Ending {
+  const char* text;
+  ExitCode code;
+};
+
+Ending EndingFor(StartFailure::Cause cause) {
+  switch (cause) {
+    case StartFailure::kStore:
+      return {"the store is unusable", kStoreUnusable};
+    case StartFailure::kInUse:
+      return {"the store is in use", kBusUnavailable};
+    default:
+      return {"the bus is not available", kBusUnavailable};
+  }
+}
+
 }  // namespace
 
 ExitCode Serve(const DaemonConfiguration& configuration) {
@@ -48,10 +64,9 @@ ExitCode Serve(const DaemonConfiguration& configuration) {
     Run(configuration);
     return kStopped;
   } catch (const StartFailure& e) {
-    const bool store = e.cause() == StartFailure::kStore;
-    logger->Error("Cannot start, the %s: %s", store ? "store is unusable" : "bus is not available",
-                  e.what());
-    return store ? kStoreUnusable : kBusUnavailable;
+    const Ending ending = EndingFor(e.cause());
+    logger->Error("Cannot start, %s: %s", ending.text, e.what());
+    return ending.code;
   } catch (const std::exception& e) {
     logger->Error("Ended by a failure: %s", e.what());
     return kFailed;

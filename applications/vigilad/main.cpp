@@ -18,7 +18,7 @@ constexpr const char* kFooter =
     "Exit codes:\n"
     "   0  stopped in order by SIGTERM or SIGINT, or nothing to do\n"
     "   2  wrong usage\n"
-    "  69  the bus is not available, or another daemon has the name\n"
+    "  69  the bus is not available, or another daemon has the name or the store\n"
     "  70  any other failure\n"
     "  74  the settings store or its key file is unusable\n"
     "  78  the configuration is wrong";

@@ -208,6 +208,35 @@ TEST_F(Daemon, LeavesTheNameToTheDaemonThatHasIt) {
   EXPECT_TRUE(EndedWith(device_.Ctl({"status"}), 0)) << "the first one must not notice";
 }
 
+TEST_F(Daemon, LeavesTheStoreToTheDaemonThatHasItOnAnotherBus) {
+  FillStore();
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  DaemonProcess second;
+  second.Set("Settings", "directory", device_.SettingsDir());
+  EXPECT_EQ(second.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
+  const Finished end = second.Finish();
+  EXPECT_TRUE(EndedWith(end, kBusNotAvailable));
+  EXPECT_TRUE(Mentions(end.err, device_.Database() + " is held by another daemon"));
+  EXPECT_TRUE(Mentions(device_.Ctl({"user", "list"}).out, "anna"));
+  EXPECT_TRUE(EndedWith(device_.Stop(), 0));
+  EXPECT_EQ(second.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << "it is free now";
+}
+
+TEST_F(Daemon, IsTheOnlyOneOfTwoThatStartAtTheSameMoment) {
+  DaemonProcess second;
+  second.Set("Settings", "directory", device_.SettingsDir());
+  second.Set("MsgBus", "runtime_dir", device_.RuntimeDir());
+  for (int round = 0; round < 10; ++round) {
+    device_.Launch();
+    second.Launch();
+    const bool first_serves = device_.AwaitReady() == DaemonProcess::Start::kReady;
+    const bool second_serves = second.AwaitReady() == DaemonProcess::Start::kReady;
+    ASSERT_NE(first_serves, second_serves) << device_.Log() << second.Log();
+    EXPECT_TRUE(EndedWith((first_serves ? second : device_).Finish(), kBusNotAvailable));
+    EXPECT_TRUE(EndedWith((first_serves ? device_ : second).Stop(), 0));
+  }
+}
+
 TEST_F(Daemon, CannotServeInADirectoryThatIsAFile) {
   device_.Set("MsgBus", "runtime_dir", device_.Dir().Write("not-a-directory", ""));
   ExpectRefusesToStart(kBusNotAvailable, "not-a-directory");

@@ -15,6 +15,7 @@
 #include "vigila/server/permission_impl.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/start_failure.h"
+#include "vigila/server/store_lock.h"
 
 namespace vigila::server {
 namespace {
@@ -116,6 +117,8 @@ void ServerEnv::InitializePlatform() {
     ThrowUnlessOk(status,
                   std::string("krand_core_settings_init of ") + krand_core_settings_location());
   });
+  // Before anything is read: what a second server had in memory would be out of date.
+  store_lock_ = std::make_unique<StoreLock>(krand_core_settings_location());
   ThrowUnlessOk(krand_core_logging_init(kLoggingIdentity, &platform_context_),
                 "krand_core_logging_init");
   ThrowUnlessOk(krand_core_ipc_initiator_init(platform_context_, 0, &ipc_handle_),

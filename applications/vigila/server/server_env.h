@@ -19,6 +19,7 @@ namespace vigila::server {
 
 class PermissionImpl;
 class SecurityProvider;
+class StoreLock;
 
 // The server's composition root: builds every long-lived object in a fixed order, owns them, and
 // tears them down in a fixed order. One per process; built and destroyed on the main thread. From
@@ -30,7 +31,7 @@ class VIGILA_EXPORT ServerEnv {
 
   // Builds everything and starts the message bus. Throws what a member's constructor throws, and
   // tevra::osa::Exception with the failed step when the platform does not come up: a StartFailure
-  // when it is the settings or the bus.
+  // when it is the settings or the bus, or when another server has the settings.
   ServerEnv();
   // The same over an ExplicitTimeSource and a FakeMsgBus. `test_settings` true: older settings are
   // taken from an empty file instead of the device's.
@@ -67,6 +68,7 @@ class VIGILA_EXPORT ServerEnv {
   SessionManager session_manager_;
   RuleManager rule_manager_;
   tevra::msgbus::IMsgBus* bus_ = nullptr;
+  std::unique_ptr<StoreLock> store_lock_;
   krand_core_ipc_handle ipc_handle_ = 0;
   void* platform_context_ = nullptr;
   SecurityProvider* security_provider_ = nullptr;

@@ -11,7 +11,7 @@ namespace vigila::server {
 // Why the server did not come up, for a daemon that must say so in its exit code.
 class VIGILA_EXPORT StartFailure : public tevra::osa::Exception {
  public:
-  enum Cause { kStore, kBus };
+  enum Cause { kStore, kBus, kInUse };
 
   StartFailure(Cause cause, const char* text) : Exception("%s", text), cause_(cause) {}
   Cause cause() const noexcept { return cause_; }

@@ -1,6 +1,9 @@
 #include "vigilad/daemon.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -56,6 +59,16 @@ TEST_F(Daemon, LeavesTheStoreAloneWhenAnotherOneServes) {
             "Cannot start, the bus is not available: tevra.SecurityProvider is served by another "
             "daemon");
   EXPECT_TRUE(std::filesystem::is_empty(platform.SettingsDir()));
+}
+
+TEST_F(Daemon, SaysThatTheStoreIsInUse) {
+  const std::string file = platform.SettingsDir() + "/vigila.db";
+  const int other = open(platform.SettingsDir().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+  EXPECT_EQ(ServeDefaults(), kBusUnavailable);
+  EXPECT_EQ(OnlyLine(),
+            "Cannot start, the store is in use: " + file + " is held by another daemon");
+  close(other);
 }
 
 TEST_F(Daemon, SaysThatTheBusIsNotAvailable) {

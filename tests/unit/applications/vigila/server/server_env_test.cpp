@@ -18,6 +18,7 @@
 #include "vigila/check/fake_msg_bus.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/start_failure.h"
+#include "vigila/server/store_lock.h"
 
 namespace vigila::server {
 namespace {
@@ -142,6 +143,29 @@ TEST_F(Environment, DoesNotOverwriteACorruptStore) {
   std::ifstream stream(file);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), junk);
   ShutPlatformDown();
+}
+
+TEST_F(Environment, WritesNothingToAStoreThatAnotherServerHolds) {
+  auto other = std::make_unique<StoreLock>(platform.SettingsDir() + "/vigila.db");
+  try {
+    ServerEnv env(true);
+    FAIL() << "nothing thrown";
+  } catch (const StartFailure& e) {
+    EXPECT_EQ(e.cause(), StartFailure::kInUse);
+  }
+  EXPECT_EQ(krand_core_settings_does_key_exist("rule.jpeg"), 0);
+  ShutPlatformDown();
+  other.reset();
+  const ServerEnv env(true);
+  EXPECT_EQ(krand_core_settings_does_key_exist("rule.jpeg"), 1);
+}
+
+TEST_F(Environment, HoldsItsStoreUntilItIsTornDown) {
+  const std::string store = platform.SettingsDir() + "/vigila.db";
+  auto env = std::make_unique<ServerEnv>(true);
+  EXPECT_THROW(StoreLock lock(store), StartFailure);
+  env.reset();
+  const StoreLock lock(store);
 }
 
 TEST_F(Environment, IsNotBuiltWithoutTheDeviceInformationService) {
