@@ -1,3 +1,5 @@
+#include "tevra/msgbus/msg_bus.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,6 +19,7 @@ using conformance::BusKind;
 using support::EventLog;
 using support::FunctionHandler;
 using tevra::msgbus::IMsgBus;
+using tevra::msgbus::MsgBus;
 using tevra::msgbus::MsgBusMsg;
 using tevra::osa::Exception;
 
@@ -201,6 +204,19 @@ TEST_P(MsgBusConformance, RefusesCallsWhileStoppedAndKeepsRegistrationsOverIt) {
   EXPECT_THROW(Call(Request("Echo")), Exception);
   server().StartServer();
   EXPECT_FALSE(Fails(Request("Echo")));
+}
+
+TEST_P(MsgBusConformance, TellsWhetherADestinationIsServed) {
+  auto* const asking = dynamic_cast<MsgBus*>(&client());
+  if (asking == nullptr) GTEST_SKIP() << "a bus within one process does not tell";
+  EXPECT_FALSE(asking->HasServer(kDestination));
+  server().RegisterDestinationName(kDestination);
+  EXPECT_FALSE(asking->HasServer(kDestination));
+  server().StartServer();
+  EXPECT_TRUE(asking->HasServer(kDestination));
+  EXPECT_FALSE(asking->HasServer("tevra.Other"));
+  server().StopServer();
+  EXPECT_FALSE(asking->HasServer(kDestination));
 }
 
 TEST_P(MsgBusConformance, StartsAndStopsTwice) {
