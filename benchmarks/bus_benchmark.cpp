@@ -1,12 +1,12 @@
 // Authorize over the bus, direct and through a broker, by 1 and 4 threads of one client, beside an
-// empty sd-bus call on the same transport. Daemon, broker and empty-call servers are processes of
-// their own.
+// empty sd-bus call on the same transport and one of the same shape. Daemon, broker and plain-call
+// servers are processes of their own.
 #include <benchmark/benchmark.h>
 
 #include <memory>
 #include <string>
 
-#include "benchmarks/support/empty_call_server.h"
+#include "benchmarks/support/plain_call_server.h"
 #include "support/daemon_process.h"
 #include "support/private_dbus_daemon.h"
 #include "tevra/core/platform_config.h"
@@ -15,7 +15,7 @@
 
 namespace {
 
-using benchmarks::EmptyCallServer;
+using benchmarks::PlainCallServer;
 using tevra::interfaces::ISecurityProvider;
 
 // A daemon with an administrator and a viewer, a proxy to it, and a token of the viewer's.
@@ -54,10 +54,20 @@ void MeasureAuthorize(benchmark::State& state, Service* service) {
   }
 }
 
-void MeasureEmptyCall(benchmark::State& state, const EmptyCallServer* server) {
+void MeasureEmptyCall(benchmark::State& state, const PlainCallServer* server) {
   sd_bus* bus = server->Connect();
   for (auto _ : state) {
-    if (!server->Call(bus)) state.SkipWithError("no reply");
+    if (!server->CallEmpty(bus)) state.SkipWithError("no reply");
+  }
+  sd_bus_flush_close_unref(bus);
+}
+
+void MeasureCallOfTheShape(benchmark::State& state, const PlainCallServer* server) {
+  sd_bus* bus = server->Connect();
+  const std::string token = "AAAAAAAA";
+  const std::string path = "/jpeg/1";
+  for (auto _ : state) {
+    if (!server->CallWithTexts(bus, token, path)) state.SkipWithError("no reply");
   }
   sd_bus_flush_close_unref(bus);
 }
@@ -73,17 +83,19 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   const auto broker = support::PrivateDbusDaemon::Start();
   // Processes first: what follows makes threads.
-  const EmptyCallServer direct_floor("");
-  std::unique_ptr<EmptyCallServer> broker_floor;
-  if (broker) broker_floor = std::make_unique<EmptyCallServer>(broker->address());
+  const PlainCallServer direct_floor("");
+  std::unique_ptr<PlainCallServer> broker_floor;
+  if (broker) broker_floor = std::make_unique<PlainCallServer>(broker->address());
 
   Service direct("");
   Register("FloorEmptyCallDirect", MeasureEmptyCall, &direct_floor);
+  Register("PeerPlainCallDirect", MeasureCallOfTheShape, &direct_floor);
   Register("AuthorizeDirect", MeasureAuthorize, &direct);
   std::unique_ptr<Service> brokered;
   if (broker) {
     brokered = std::make_unique<Service>(broker->address());
     Register("FloorEmptyCallBroker", MeasureEmptyCall, broker_floor.get());
+    Register("PeerPlainCallBroker", MeasureCallOfTheShape, broker_floor.get());
     Register("AuthorizeBroker", MeasureAuthorize, brokered.get());
   }
   benchmark::Initialize(&argc, argv);

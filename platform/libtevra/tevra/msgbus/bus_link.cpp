@@ -1,6 +1,9 @@
 #include "tevra/msgbus/bus_link.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <time.h>
 
 #include <cerrno>
@@ -121,25 +124,20 @@ int BusLink::OnMessage(sd_bus_message* message, void* link, sd_bus_error*) {
   return 1;
 }
 
-bool BusLink::MayRead(bool* dead) {
-  waits_for_more_ = false;
-  if (!guarded_) return true;
-  FrameGuard::Verdict verdict = FrameGuard::Verdict::kRead;
-  if (authenticated_) {
-    verdict = guard_.Look(fd_, (Events() & POLLOUT) == 0);
-  } else if (side_ == Side::kServer) {
-    verdict = guard_.LookAtHandshake(fd_);
-  }
-  *dead = verdict == FrameGuard::Verdict::kRefuse;
-  waits_for_more_ = verdict == FrameGuard::Verdict::kPartial;
-  return verdict == FrameGuard::Verdict::kRead;
+FrameGuard::Verdict BusLink::Look(bool awaits_message) {
+  if (!guarded_) return FrameGuard::Verdict::kRead;
+  if (awaits_message) return guard_.Await(fd_);
+  if (authenticated_) return guard_.Look(fd_, (Events() & POLLOUT) == 0);
+  if (side_ == Side::kServer) return guard_.LookAtHandshake(fd_);
+  return FrameGuard::Verdict::kRead;
 }
 
-BusLink::Progress BusLink::Advance() {
+BusLink::Progress BusLink::Advance(bool awaits_message) {
   incoming_.reset();
-  bool dead = false;
-  const bool may_read = MayRead(&dead);
-  if (dead) return Progress::kDead;
+  const FrameGuard::Verdict verdict = Look(awaits_message);
+  waits_for_more_ = verdict == FrameGuard::Verdict::kPartial;
+  if (verdict == FrameGuard::Verdict::kRefuse) return Progress::kDead;
+  const bool may_read = verdict == FrameGuard::Verdict::kRead;
   if (!may_read && (Events() & POLLOUT) == 0) return Progress::kNone;
   if (!started_) {
     Start();
@@ -182,9 +180,36 @@ size_t BusLink::QueuedBytes() {
   return queued_bytes_;
 }
 
+bool BusLink::LacksOnlyAMessage() const {
+  return guarded_ && authenticated_ && !waits_for_more_ && !guard_.IsInsideMessage() &&
+         Events() == POLLIN;
+}
+
+// sd-bus made the socket non-blocking, but asks for that with every read and write as well.
+void BusLink::SetReceiveTimeout(std::chrono::milliseconds timeout) {
+  if (timeout == receive_timeout_) return;
+  if (receive_timeout_.count() == 0) fcntl(fd_, F_SETFL, fcntl(fd_, F_GETFL) & ~O_NONBLOCK);
+  const timespec span = ToTimespec(timeout);
+  const timeval value{span.tv_sec, span.tv_nsec / 1000};
+  setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &value, sizeof value);
+  receive_timeout_ = timeout;
+}
+
 BusLink::Outcome BusLink::Await(Deadline deadline) {
   const auto left = deadline - std::chrono::steady_clock::now();
   if (left <= left.zero()) return Outcome::kTimedOut;
+  const bool awaits_message = LacksOnlyAMessage();
+  if (awaits_message) {
+    // To wait by looking saves a system call on every answer. Whole milliseconds, so that calls
+    // with the same time-out do not set it anew each time.
+    SetReceiveTimeout(std::chrono::ceil<std::chrono::milliseconds>(left));
+  } else {
+    Poll(left);
+  }
+  return Advance(awaits_message) == Progress::kDead ? Outcome::kLost : Outcome::kDone;
+}
+
+void BusLink::Poll(std::chrono::nanoseconds left) {
   if (waits_for_more_) {
     const timespec pause = ToTimespec(kPartialHeaderPause);
     nanosleep(&pause, nullptr);
@@ -192,7 +217,6 @@ BusLink::Outcome BusLink::Await(Deadline deadline) {
   pollfd descriptor{fd_, static_cast<short>(Events()), 0};
   const timespec timeout = ToTimespec(left);
   ppoll(&descriptor, 1, &timeout, nullptr);
-  return Advance() == Progress::kDead ? Outcome::kLost : Outcome::kDone;
 }
 
 BusLink::Outcome BusLink::Call(sd_bus_message* message, Deadline deadline, MessagePtr* answer) {

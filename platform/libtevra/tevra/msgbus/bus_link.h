@@ -50,7 +50,7 @@ class BusLink final {
   bool WaitsForMore() const { return waits_for_more_; }
 
   // Writes what is queued and reads at the most one message, without blocking.
-  Progress Advance();
+  Progress Advance() { return Advance(false); }
   // The message that Advance read; null when it read none.
   MessagePtr TakeIncoming() { return std::move(incoming_); }
   // Messages that wait inside sd-bus, where no poll shows them.
@@ -68,8 +68,12 @@ class BusLink final {
  private:
   static int OnMessage(sd_bus_message* message, void* link, sd_bus_error*);
 
-  bool MayRead(bool* dead);
+  Progress Advance(bool awaits_message);
+  FrameGuard::Verdict Look(bool awaits_message);
   Outcome Await(Deadline deadline);
+  bool LacksOnlyAMessage() const;
+  void Poll(std::chrono::nanoseconds timeout);
+  void SetReceiveTimeout(std::chrono::milliseconds timeout);
   void Start();
   void Close();
 
@@ -82,6 +86,7 @@ class BusLink final {
   bool started_ = false;
   bool authenticated_ = false;
   bool waits_for_more_ = false;
+  std::chrono::milliseconds receive_timeout_{0};  // the socket's
   MessagePtr incoming_;
   std::deque<size_t> queued_sizes_;  // of the messages in sd-bus's write queue
   size_t queued_bytes_ = 0;

@@ -17,8 +17,8 @@ constexpr std::string_view kHandshakeEnd = "BEGIN\r\n";
 
 // Bytes waiting in the socket, at most `size`; 0 at the end of the stream, -1 for none yet, -2 for
 // a broken connection.
-ssize_t Peek(int fd, void* buffer, size_t size) {
-  const ssize_t count = recv(fd, buffer, size, MSG_PEEK | MSG_DONTWAIT);
+ssize_t Peek(int fd, void* buffer, size_t size, int receive_flags) {
+  const ssize_t count = recv(fd, buffer, size, MSG_PEEK | receive_flags);
   if (count >= 0) return count;
   return errno == EAGAIN || errno == EINTR ? -1 : -2;
 }
@@ -32,9 +32,16 @@ uint64_t LoadLength(const unsigned char* bytes, bool little_endian) {
 }  // namespace
 
 FrameGuard::Verdict FrameGuard::Look(int fd, bool reads_for_sure) {
-  if (inside_message_) return Verdict::kRead;
+  return inside_message_ ? Verdict::kRead : Judge(fd, reads_for_sure, MSG_DONTWAIT);
+}
+
+FrameGuard::Verdict FrameGuard::Await(int fd) {
+  return Judge(fd, true, 0);
+}
+
+FrameGuard::Verdict FrameGuard::Judge(int fd, bool reads_for_sure, int receive_flags) {
   std::array<unsigned char, kPeekBytes> bytes;
-  const ssize_t count = Peek(fd, bytes.data(), bytes.size());
+  const ssize_t count = Peek(fd, bytes.data(), bytes.size(), receive_flags);
   if (count == -1) return Verdict::kNothing;
   if (count <= 0) return Verdict::kRefuse;
   const auto available = static_cast<size_t>(count);
@@ -48,7 +55,7 @@ FrameGuard::Verdict FrameGuard::Look(int fd, bool reads_for_sure) {
 FrameGuard::Verdict FrameGuard::LookAtHandshake(int fd) {
   if (handshake_seen_) return Look(fd, false);
   std::array<unsigned char, kHandshakeBytes> bytes;
-  const ssize_t count = Peek(fd, bytes.data(), bytes.size());
+  const ssize_t count = Peek(fd, bytes.data(), bytes.size(), MSG_DONTWAIT);
   if (count == -1) return Verdict::kNothing;
   if (count <= 0) return Verdict::kRefuse;
   const std::string_view seen(reinterpret_cast<const char*>(bytes.data()),

@@ -23,9 +23,13 @@ class FrameGuard final {
 
   // `reads_for_sure`: sd-bus has nothing else to do first.
   Verdict Look(int fd, bool reads_for_sure);
+  // The same, but waits for the next message as long as the socket's receive time-out allows. Not
+  // inside a message, and sd-bus must have nothing else to do.
+  Verdict Await(int fd);
   // For a server's connection that is being authenticated. The client may have sent its first
   // message right behind the handshake; it is judged then too.
   Verdict LookAtHandshake(int fd);
+  bool IsInsideMessage() const { return inside_message_; }
   // A server's connection has been authenticated; false when its first message was not judged.
   bool HandshakeWasSeen() const { return handshake_seen_; }
   // sd-bus has delivered a message whole.
@@ -34,6 +38,7 @@ class FrameGuard final {
   bool MessageWasSkipped(int fd) const;
 
  private:
+  Verdict Judge(int fd, bool reads_for_sure, int receive_flags);
   bool IsTooLong(const unsigned char* header, size_t* length) const;
   void Enter(int fd, bool whole, size_t length);
 

@@ -90,6 +90,25 @@ TEST_F(DirectTransportCalls, UsesTheConfiguredDeadline) {
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
 }
 
+TEST_F(DirectTransportCalls, KeepsEachCallsOwnDeadlineOnOneConnection) {
+  platform_.Set("MsgBus", "pool_size", "1");
+  const auto server = EchoServer();
+  std::promise<void> leave;
+  FunctionHandler stuck([&leave](IMsgBus&, MsgBusMsg&) { leave.get_future().wait(); });
+  server->RegisterMessageHandler("Stuck", kInterface, &stuck);
+  auto client = NewBus();
+  EXPECT_EQ(FailureOf(*client, Request("Echo"), 60000), "no failure");
+  const auto start = Clock::now();
+  EXPECT_EQ(FailureOf(*client, Request("Stuck"), 20),
+            "message bus: no answer from tevra.Test in time");
+  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
+  leave.set_value();
+  // The next call waits longer than the one before was ready to.
+  EXPECT_EQ(FailureOf(*client, Request("Echo"), 20000), "no failure");
+  EXPECT_EQ(FailureOf(*client, Request("Echo"), 60000), "no failure");
+}
+
 TEST_F(DirectTransportCalls, WaitsForABusyConnectionOnlyUntilTheDeadline) {
   platform_.Set("MsgBus", "pool_size", "1");
   std::promise<void> entered;

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 
 namespace tevra::msgbus {
 namespace {
@@ -153,6 +155,34 @@ TEST_F(FrameGuardTest, LooksAtTheNextMessageFromItsBeginning) {
   Consume(fd(), 20);
   guard_.MessageEnded(fd());
   EXPECT_EQ(guard_.Look(fd(), true), Verdict::kRefuse);
+}
+
+TEST_F(FrameGuardTest, AwaitsTheNextMessage) {
+  std::thread writer([this] { Write(Header(10, 10)); });
+  EXPECT_EQ(guard_.Await(fd()), Verdict::kRead);
+  EXPECT_TRUE(guard_.IsInsideMessage());
+  writer.join();
+}
+
+TEST_F(FrameGuardTest, AwaitsAMessageNoLongerThanTheSocketsTimeout) {
+  const timeval timeout{0, 1000};
+  ASSERT_EQ(setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout), 0);
+  EXPECT_EQ(guard_.Await(fd()), Verdict::kNothing);
+  EXPECT_FALSE(guard_.IsInsideMessage());
+}
+
+TEST_F(FrameGuardTest, JudgesAnAwaitedMessageLikeAnyOther) {
+  Write("l");
+  EXPECT_EQ(guard_.Await(fd()), Verdict::kPartial);
+  Consume(fd(), 1);
+  Write(Header(kLimit, 0));
+  EXPECT_EQ(guard_.Await(fd()), Verdict::kRefuse);
+}
+
+TEST_F(FrameGuardTest, AwaitsNothingOfAPeerThatIsGone) {
+  std::thread peer([this] { CloseOtherEnd(); });
+  EXPECT_EQ(guard_.Await(fd()), Verdict::kRefuse);
+  peer.join();
 }
 
 TEST_F(FrameGuardTest, LetsAHandshakePassAndNotesItsEnd) {

@@ -1,5 +1,5 @@
-#ifndef BENCHMARKS_SUPPORT_EMPTY_CALL_SERVER_H_
-#define BENCHMARKS_SUPPORT_EMPTY_CALL_SERVER_H_
+#ifndef BENCHMARKS_SUPPORT_PLAIN_CALL_SERVER_H_
+#define BENCHMARKS_SUPPORT_PLAIN_CALL_SERVER_H_
 
 #include <signal.h>
 #include <sys/prctl.h>
@@ -17,15 +17,17 @@
 
 namespace benchmarks {
 
-// A process that answers empty calls with empty replies through nothing but sd-bus: what a call on
-// the same transport costs at least. Either peer to peer on a socket of its own, or under a name on
-// a broker. Killed at destruction. Start it before the process has threads.
-class EmptyCallServer {
+// A process that answers calls through nothing but sd-bus, without looking at what they say: empty
+// ones with empty replies, what a call on the same transport costs at least, and those with two
+// texts with a boolean, what any call of authorize's shape does. Either peer to peer on a socket of
+// its own, or under a name on a broker. Killed at destruction. Start it before the process has
+// threads.
+class PlainCallServer {
  public:
-  static constexpr const char* kName = "benchmarks.EmptyCallServer";
+  static constexpr const char* kName = "benchmarks.PlainCallServer";
 
   // `broker` is a D-Bus address; empty for peer to peer.
-  explicit EmptyCallServer(const std::string& broker) : broker_(broker) {
+  explicit PlainCallServer(const std::string& broker) : broker_(broker) {
     if (broker_.empty()) address_ = "unix:path=" + dir_.File("socket");
     int ready[2];
     if (pipe(ready) != 0) throw std::runtime_error("pipe");
@@ -39,14 +41,14 @@ class EmptyCallServer {
     char byte = 0;
     const bool served = read(ready[0], &byte, 1) == 1;
     close(ready[0]);
-    if (!served) throw std::runtime_error("the empty-call server did not start");
+    if (!served) throw std::runtime_error("the plain-call server did not start");
   }
-  ~EmptyCallServer() {
+  ~PlainCallServer() {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
-  EmptyCallServer(const EmptyCallServer&) = delete;
-  EmptyCallServer& operator=(const EmptyCallServer&) = delete;
+  PlainCallServer(const PlainCallServer&) = delete;
+  PlainCallServer& operator=(const PlainCallServer&) = delete;
 
   // A connection of one client thread.
   sd_bus* Connect() const {
@@ -57,17 +59,39 @@ class EmptyCallServer {
     if (sd_bus_start(bus) < 0) throw std::runtime_error("connect");
     return bus;
   }
-  bool Call(sd_bus* bus) const {
+  bool CallEmpty(sd_bus* bus) const {
     sd_bus_message* reply = nullptr;
     const int result = sd_bus_call_method(bus, broker_.empty() ? nullptr : kName, "/", kName,
                                           "Empty", nullptr, &reply, "");
     sd_bus_message_unref(reply);
     return result >= 0;
   }
+  bool CallWithTexts(sd_bus* bus, const std::string& first, const std::string& second) const {
+    sd_bus_message* call = nullptr;
+    sd_bus_message* reply = nullptr;
+    int granted = 0;
+    const bool answered =
+        sd_bus_message_new_method_call(bus, &call, broker_.empty() ? nullptr : kName, "/", kName,
+                                       "Texts") >= 0 &&
+        sd_bus_message_append_array(call, 'y', first.data(), first.size()) >= 0 &&
+        sd_bus_message_append_array(call, 'y', second.data(), second.size()) >= 0 &&
+        sd_bus_call(bus, call, 0, nullptr, &reply) >= 0 &&
+        sd_bus_message_read_basic(reply, 'b', &granted) > 0;
+    sd_bus_message_unref(call);
+    sd_bus_message_unref(reply);
+    return answered && granted != 0;
+  }
 
  private:
   static int Answer(sd_bus_message* message, void*, sd_bus_error*) {
-    return sd_bus_reply_method_return(message, "");
+    if (sd_bus_message_is_empty(message) > 0) return sd_bus_reply_method_return(message, "");
+    const void* bytes = nullptr;
+    size_t size = 0;
+    for (int text = 0; text < 2; ++text) {
+      const int read = sd_bus_message_read_array(message, 'y', &bytes, &size);
+      if (read < 0) return read;
+    }
+    return sd_bus_reply_method_return(message, "b", 1);
   }
 
   void Serve(int ready) const {
@@ -117,4 +141,4 @@ class EmptyCallServer {
 
 }  // namespace benchmarks
 
-#endif  // BENCHMARKS_SUPPORT_EMPTY_CALL_SERVER_H_
+#endif  // BENCHMARKS_SUPPORT_PLAIN_CALL_SERVER_H_
