@@ -31,9 +31,11 @@ struct FreeContext {
 };
 using Context = std::unique_ptr<EVP_PKEY_CTX, FreeContext>;
 
+// Open with a key; ready with its contexts, which take the key's place.
 struct State {
   tevra::osa::Mutex mutex{"AtRestCipher"};
   std::string configured_path TEVRA_GUARDED_BY(mutex);
+  std::unique_ptr<const AtRestKey> key TEVRA_GUARDED_BY(mutex);
   Context encryption TEVRA_GUARDED_BY(mutex);
   Context decryption TEVRA_GUARDED_BY(mutex);
   size_t cipher_block TEVRA_GUARDED_BY(mutex) = 0;
@@ -67,8 +69,8 @@ KeyPlace FindKeyPlace(const State& state) TEVRA_REQUIRES(state.mutex) {
   return {directory + "/" + kFileName, AtRestKey::Kind::kOwnFile};
 }
 
-AtRestKey::Pointer LoadOrCreate(const KeyPlace& place, bool store_holds_secrets) {
-  AtRestKey::Pointer key = AtRestKey::Load(place.path, place.kind);
+std::unique_ptr<const AtRestKey> LoadOrCreate(const KeyPlace& place, bool store_holds_secrets) {
+  std::unique_ptr<const AtRestKey> key = AtRestKey::Load(place.path, place.kind);
   if (key != nullptr) return key;
   // A new key over old data would lose every password without a word.
   if (store_holds_secrets) {
@@ -108,7 +110,6 @@ std::string EncodeLine(const std::string& bytes) {
 
 std::optional<std::string> EncryptLocked(State& state, std::string_view clear)
     TEVRA_REQUIRES(state.mutex) {
-  if (state.encryption == nullptr) return std::nullopt;
   std::string bytes;
   do {
     const std::string_view part = clear.substr(0, state.clear_block);
@@ -132,7 +133,6 @@ std::optional<std::string> EncryptLocked(State& state, std::string_view clear)
 
 std::optional<SecretText> DecryptLocked(State& state, const std::string& stored)
     TEVRA_REQUIRES(state.mutex) {
-  if (state.decryption == nullptr) return std::nullopt;
   const std::string bytes = krand::lib::Base64::Decode(stored);
   if (bytes.empty() || bytes.size() % state.cipher_block != 0) return std::nullopt;
   SecretText clear(bytes.size());
@@ -149,6 +149,37 @@ std::optional<SecretText> DecryptLocked(State& state, const std::string& stored)
   }
   clear.Shorten(total);
   return clear;
+}
+
+void MakeContexts(State& state) TEVRA_REQUIRES(state.mutex) {
+  const AtRestKey::Pointer key = state.key->Build();
+  Context encryption(EVP_PKEY_CTX_new(key.get(), nullptr));
+  Context decryption(EVP_PKEY_CTX_new(key.get(), nullptr));
+  UseOaep(encryption.get(), EVP_PKEY_encrypt_init(encryption.get()), state.key->Path());
+  UseOaep(decryption.get(), EVP_PKEY_decrypt_init(decryption.get()), state.key->Path());
+  state.cipher_block = static_cast<size_t>(EVP_PKEY_get_size(key.get()));
+  state.clear_block =
+      state.cipher_block - 2 * static_cast<size_t>(EVP_MD_get_size(EVP_sha256())) - 2;
+  state.encryption = std::move(encryption);
+  state.decryption = std::move(decryption);
+  state.decoy = EncryptLocked(state, "decoy").value_or("");
+}
+
+bool IsOpenLocked(const State& state) TEVRA_REQUIRES(state.mutex) {
+  return state.key != nullptr || state.decryption != nullptr;
+}
+
+// The first use of a key takes 2 MiB of libcrypto into memory, which a start does not wait for. A
+// key that the library does not take is not open: nobody may take it for a wrong password.
+bool IsReady(State& state) TEVRA_REQUIRES(state.mutex) {
+  if (state.key == nullptr) return state.decryption != nullptr;
+  try {
+    MakeContexts(state);
+  } catch (const Exception& error) {
+    GetLogger()->Error("%s", error.what());
+  }
+  state.key.reset();
+  return state.decryption != nullptr;
 }
 
 }  // namespace
@@ -168,25 +199,14 @@ std::string AtRestCipher::KeyFile() {
 void AtRestCipher::Open(bool store_holds_secrets) {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
-  if (state.decryption != nullptr) return;
-  const KeyPlace place = FindKeyPlace(state);
-  const AtRestKey::Pointer key = LoadOrCreate(place, store_holds_secrets);
-  Context encryption(EVP_PKEY_CTX_new(key.get(), nullptr));
-  Context decryption(EVP_PKEY_CTX_new(key.get(), nullptr));
-  UseOaep(encryption.get(), EVP_PKEY_encrypt_init(encryption.get()), place.path);
-  UseOaep(decryption.get(), EVP_PKEY_decrypt_init(decryption.get()), place.path);
-  state.cipher_block = static_cast<size_t>(EVP_PKEY_get_size(key.get()));
-  state.clear_block =
-      state.cipher_block - 2 * static_cast<size_t>(EVP_MD_get_size(EVP_sha256())) - 2;
-  state.encryption = std::move(encryption);
-  state.decryption = std::move(decryption);
-  state.decoy = EncryptLocked(state, "decoy").value_or("");
+  if (IsOpenLocked(state)) return;
+  state.key = LoadOrCreate(FindKeyPlace(state), store_holds_secrets);
 }
 
 bool AtRestCipher::IsOpen() {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
-  return state.decryption != nullptr;
+  return IsOpenLocked(state);
 }
 
 void AtRestCipher::CreateKeyFile(const std::string& path, int bits) {
@@ -201,6 +221,7 @@ void AtRestCipher::CreateKeyFile(const std::string& path, int bits) {
 void AtRestCipher::Close() {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
+  state.key.reset();
   state.encryption.reset();
   state.decryption.reset();
   state.decoy.clear();
@@ -209,7 +230,8 @@ void AtRestCipher::Close() {
 std::optional<std::string> AtRestCipher::Encrypt(std::string_view clear) {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
-  std::optional<std::string> stored = EncryptLocked(state, clear);
+  std::optional<std::string> stored;
+  if (IsReady(state)) stored = EncryptLocked(state, clear);
   if (!stored.has_value()) GetLogger()->Error("a secret could not be encrypted");
   return stored;
 }
@@ -217,13 +239,14 @@ std::optional<std::string> AtRestCipher::Encrypt(std::string_view clear) {
 std::optional<SecretText> AtRestCipher::Decrypt(const std::string& stored) {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
+  if (!IsReady(state)) return std::nullopt;
   return DecryptLocked(state, stored);
 }
 
 void AtRestCipher::BurnDecryption() {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
-  DecryptLocked(state, state.decoy);
+  if (IsReady(state)) DecryptLocked(state, state.decoy);
 }
 
 }  // namespace vigila::server

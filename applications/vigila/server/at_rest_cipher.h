@@ -11,7 +11,8 @@ namespace vigila::server {
 
 // Keeps passwords and passphrases unreadable in the settings: RSA with OAEP padding under the
 // device's own key, as one line of base64. The key lives in a file of its own beside the settings,
-// never in them. One key, one encryption and one decryption context per process; any thread.
+// never in them. One key per process, and from its first use on one encryption and one decryption
+// context; any thread.
 //
 // The key file: the systemd credential "vigila.key" when the service manager passes one, else the
 // configured path, else vigila.key in the settings directory. It must be a regular file of this
@@ -30,7 +31,8 @@ class AtRestCipher {
   // Reads the key file; nothing happens when the key is open already. A missing file is made with a
   // new key, unless the store holds values that only the lost key could read. Throws
   // tevra::osa::Exception on a file that is missing, damaged, of another size, foreign-owned,
-  // readable by others, or cannot be made.
+  // readable by others, or cannot be made. A key that the library does not take shows at its first
+  // use: that is logged, and the key is open no more.
   static void Open(bool store_holds_secrets);
   // Makes a key file; throws when there is one already.
   static void CreateKeyFile(const std::string& path, int bits);

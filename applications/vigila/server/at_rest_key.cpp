@@ -9,11 +9,10 @@
 #include <array>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 #include "tevra/osa/exception.h"
 #include "vigila/server/at_rest_cipher.h"
-#include "vigila/server/key_file.h"
-#include "vigila/server/secret_text.h"
 
 namespace vigila::server {
 
@@ -51,8 +50,12 @@ using Numbers = std::array<NumberPointer, kNumbers>;
   throw Exception("key file %s: %s: %s", path.c_str(), what, reason);
 }
 
+constexpr size_t WordsOf(int bits) {
+  return static_cast<size_t>(bits / kWordBits);
+}
+
 constexpr size_t FileSize(int bits) {
-  return kWordSize * (kHeaderWords + kNumbers * static_cast<size_t>(bits / kWordBits));
+  return kWordSize * (kHeaderWords + kNumbers * WordsOf(bits));
 }
 
 uint64_t ReadWord(const unsigned char* bytes) {
@@ -77,6 +80,29 @@ NumberPointer BuildNumber(const unsigned char* bytes, size_t words) {
   }
   // Secure numbers, so that the library wipes the parameters made of them.
   return NumberPointer(BN_bin2bn(buffer.Data(), static_cast<int>(length), BN_secure_new()));
+}
+
+// The size that the header names; throws when it is not the header of a file of this size.
+int ReadHeader(const std::string& path, const SecretText& bytes) {
+  const uint64_t bits = ReadWord(bytes.Data() + kWordSize);
+  if (ReadWord(bytes.Data()) != kMagic || bits < AtRestCipher::kMinimumBits ||
+      bits > AtRestCipher::kMaximumBits || bits % kWordBits != 0 ||
+      bytes.Size() != FileSize(static_cast<int>(bits)) ||
+      ReadWord(bytes.Data() + 2 * kWordSize) != kPrimes ||
+      ReadWord(bytes.Data() + 3 * kWordSize) != kPadding) {
+    throw Exception("key file %s: damaged or not a key file", path.c_str());
+  }
+  return static_cast<int>(bits);
+}
+
+Numbers ReadNumbers(const std::string& path, const SecretText& bytes) {
+  const size_t words = WordsOf(ReadHeader(path, bytes));
+  Numbers numbers;
+  for (size_t i = 0; i < kNumbers; ++i) {
+    numbers[i] = BuildNumber(bytes.Data() + (kHeaderWords + i * words) * kWordSize, words);
+    if (numbers[i] == nullptr) ThrowLibraryError(path, "the key cannot be built");
+  }
+  return numbers;
 }
 
 // A key whose numbers do not belong together would encrypt what it can never decrypt again. Costs
@@ -147,7 +173,7 @@ bool WriteNumber(const BIGNUM* number, size_t words, unsigned char* bytes) {
 bool WriteKey(const EVP_PKEY* key, int bits, SecretText& bytes) {
   const uint64_t header[kHeaderWords] = {kMagic, static_cast<uint64_t>(bits), kPrimes, kPadding};
   for (size_t i = 0; i < kHeaderWords; ++i) WriteWord(header[i], bytes.Data() + i * kWordSize);
-  const size_t words = static_cast<size_t>(bits / kWordBits);
+  const size_t words = WordsOf(bits);
   for (size_t i = 0; i < kNumbers; ++i) {
     BIGNUM* raw = nullptr;
     if (EVP_PKEY_get_bn_param(key, kNames[i], &raw) != 1) return false;
@@ -160,30 +186,23 @@ bool WriteKey(const EVP_PKEY* key, int bits, SecretText& bytes) {
 
 }  // namespace
 
-AtRestKey::Pointer AtRestKey::Load(const std::string& path, Kind kind) {
-  const std::unique_ptr<SecretText> bytes = KeyFile::Read(
+AtRestKey::AtRestKey(const std::string& path, std::unique_ptr<SecretText> bytes)
+    : path_(path), bytes_(std::move(bytes)) {}
+
+std::unique_ptr<const AtRestKey> AtRestKey::Load(const std::string& path, Kind kind) {
+  std::unique_ptr<SecretText> bytes = KeyFile::Read(
       path, kind, FileSize(AtRestCipher::kMinimumBits), FileSize(AtRestCipher::kMaximumBits));
   if (bytes == nullptr) return nullptr;
-  const uint64_t bits = ReadWord(bytes->Data() + kWordSize);
-  if (ReadWord(bytes->Data()) != kMagic || bits < AtRestCipher::kMinimumBits ||
-      bits > AtRestCipher::kMaximumBits || bits % kWordBits != 0 ||
-      bytes->Size() != FileSize(static_cast<int>(bits)) ||
-      ReadWord(bytes->Data() + 2 * kWordSize) != kPrimes ||
-      ReadWord(bytes->Data() + 3 * kWordSize) != kPadding) {
-    throw Exception("key file %s: damaged or not a key file", path.c_str());
-  }
-  const size_t words = static_cast<size_t>(bits) / kWordBits;
-  Numbers numbers;
-  for (size_t i = 0; i < kNumbers; ++i) {
-    numbers[i] = BuildNumber(bytes->Data() + (kHeaderWords + i * words) * kWordSize, words);
-    if (numbers[i] == nullptr) ThrowLibraryError(path, "the key cannot be built");
-  }
-  if (!AreConsistent(numbers, static_cast<int>(bits))) {
+  if (!AreConsistent(ReadNumbers(path, *bytes), ReadHeader(path, *bytes))) {
     ERR_clear_error();
     throw Exception("key file %s: damaged, its numbers make no key", path.c_str());
   }
-  Pointer key = BuildKey(numbers);
-  if (key == nullptr) ThrowLibraryError(path, "the key cannot be built");
+  return std::unique_ptr<const AtRestKey>(new AtRestKey(path, std::move(bytes)));
+}
+
+AtRestKey::Pointer AtRestKey::Build() const {
+  Pointer key = BuildKey(ReadNumbers(path_, *bytes_));
+  if (key == nullptr) ThrowLibraryError(path_, "the key cannot be built");
   return key;
 }
 

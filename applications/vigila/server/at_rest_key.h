@@ -7,13 +7,17 @@
 #include <string>
 
 #include "vigila/server/key_file.h"
+#include "vigila/server/secret_text.h"
 
 namespace vigila::server {
 
 // The RSA key pair behind the at-rest cipher, as its file holds it: big-endian 64-bit words, a
 // header (magic, bits, primes, padding), then eight numbers of bits / 64 words each, filled up with
 // zero words in front. Failures throw tevra::osa::Exception that names the file.
-class AtRestKey {
+//
+// Reading the file and using the key are apart: to check that the numbers make a key takes a few
+// multiplications, the first use of a key brings up the whole of libcrypto.
+class AtRestKey final {
  public:
   struct Free {
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
@@ -22,11 +26,22 @@ class AtRestKey {
 
   using Kind = KeyFile::Kind;
 
-  // Null when there is no such file; throws when it is there and cannot be trusted or used.
-  static Pointer Load(const std::string& path, Kind kind);
+  // Null when there is no such file; throws when it is there and cannot be trusted, or holds
+  // anything but a whole key.
+  static std::unique_ptr<const AtRestKey> Load(const std::string& path, Kind kind);
   // Makes a key and its file, durable when the call returns. False, with nothing changed, when a
   // file of that name has come to be in the meantime.
   static bool Create(const std::string& path, int bits);
+
+  const std::string& Path() const { return path_; }
+  // The key in the library's form. Throws when the library takes no RSA key.
+  Pointer Build() const;
+
+ private:
+  AtRestKey(const std::string& path, std::unique_ptr<SecretText> bytes);
+
+  const std::string path_;
+  const std::unique_ptr<const SecretText> bytes_;
 };
 
 }  // namespace vigila::server

@@ -22,6 +22,7 @@
 #include "krand/base64/base64.h"
 #include "support/at_rest_key_fixture.h"
 #include "support/capturing_log.h"
+#include "support/library_without_rsa.h"
 #include "support/platform_fixture.h"
 #include "support/temp_dir.h"
 #include "tevra/osa/exception.h"
@@ -182,6 +183,67 @@ TEST_F(AtRestCipherTest, StaysWithTheKeyThatIsOpen) {
   AtRestCipher::Configure(dir_.File("missing.key"));
   AtRestCipher::Open(true);
   EXPECT_EQ("secret", RoundTrip("secret"));
+}
+
+TEST_F(AtRestCipherTest, OpensAKeyWithoutUsingIt) {
+  const support::LibraryWithoutRsa library;
+  AtRestCipher::Open(true);
+  EXPECT_TRUE(AtRestCipher::IsOpen());
+}
+
+TEST_F(AtRestCipherTest, ChecksTheNumbersOfAKeyThatItDoesNotUse) {
+  const support::LibraryWithoutRsa library;
+  std::string damaged = ReadKey();
+  damaged.back() = static_cast<char>(damaged.back() ^ 1);
+  const std::string path = UseKey(damaged);
+  EXPECT_EQ("key file " + path + ": damaged, its numbers make no key", ErrorOfOpening());
+}
+
+TEST_F(AtRestCipherTest, UsesTheKeyThatWasOpenedWhateverBecomesOfItsFile) {
+  AtRestCipher::Open(true);
+  const std::string stored = *AtRestCipher::Encrypt("secret");
+  for (const bool gone : {true, false}) {
+    const std::string path = UseKey(ReadKey());
+    AtRestCipher::Open(true);
+    if (gone) {
+      ASSERT_EQ(0, unlink(path.c_str()));
+    } else {
+      dir_.Write("some.key", "damaged");
+    }
+    EXPECT_EQ("secret", AtRestCipher::Decrypt(stored)->View());
+  }
+}
+
+TEST_F(AtRestCipherTest, IsNotOpenWithAKeyThatTheLibraryDoesNotTake) {
+  AtRestCipher::Open(true);
+  const std::string stored = *AtRestCipher::Encrypt("secret");
+  for (const auto use : {+[](const std::string& text) { AtRestCipher::Encrypt(text); },
+                         +[](const std::string& text) { AtRestCipher::Decrypt(text); },
+                         +[](const std::string&) { AtRestCipher::BurnDecryption(); }}) {
+    AtRestCipher::Close();
+    AtRestCipher::Open(true);
+    const support::LibraryWithoutRsa library;
+    use(stored);
+    EXPECT_FALSE(AtRestCipher::IsOpen());
+    EXPECT_TRUE(log_.Contains("key file " + support::AtRestKeyFixture::Path() +
+                              ": the key cannot be built: "));
+    EXPECT_FALSE(AtRestCipher::Encrypt("secret").has_value());
+    EXPECT_FALSE(AtRestCipher::Decrypt(stored).has_value());
+  }
+  AtRestCipher::Open(true);
+  EXPECT_EQ("secret", AtRestCipher::Decrypt(stored)->View());
+}
+
+TEST_F(AtRestCipherTest, IsFirstUsedByThreadsAtOnce) {
+  AtRestCipher::Open(true);
+  const std::string stored = *AtRestCipher::Encrypt("secret");
+  AtRestCipher::Close();
+  AtRestCipher::Open(true);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] { EXPECT_EQ("secret", AtRestCipher::Decrypt(stored)->View()); });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(AtRestCipherTest, ServesThreadsAtOnce) {

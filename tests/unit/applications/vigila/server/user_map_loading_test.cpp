@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "support/library_without_rsa.h"
 #include "support/user_store_fixture.h"
 
 namespace {
@@ -461,6 +462,21 @@ TEST_F(UserMapLoading, ExpiresNoPasswordWhileTheKeyIsLost) {
   EXPECT_FALSE(Store().IsAccountExpired("alice"));
   EXPECT_FALSE(Store().IsAccountExpired("short"));
   EXPECT_EQ(before, StoredText("short"));
+}
+
+TEST_F(UserMapLoading, ExpiresNoPasswordWhileTheKeyCannotBeUsed) {
+  Put("alice", "secret", kViewer);
+  Put("short", "abc", kViewer);
+  const std::string before = StoredText("short");
+  AtRestCipher::Close();
+  {
+    const support::LibraryWithoutRsa library;
+    RestartWithPolicy();
+    EXPECT_FALSE(Store().IsAccountExpired("alice"));
+    EXPECT_FALSE(Store().IsAccountExpired("short"));
+  }
+  EXPECT_EQ(before, StoredText("short"));
+  EXPECT_EQ(0, Logon("alice", "secret"));
 }
 
 TEST_F(UserMapLoading, WritesAllCorrectionsOfALoadAtOnce) {
