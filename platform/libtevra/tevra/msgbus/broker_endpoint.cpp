@@ -70,10 +70,12 @@ void BrokerEndpoint::Broadcast(const MsgBusMsg& message) {
 
 void BrokerEndpoint::Watch(const std::string& name) {
   if (!watched_.emplace(name, Watched()).second) return;
-  if (link_) {
+  if (!link_) return Reconnect();
+  try {
     Listen(name);
-  } else {
-    Reconnect();
+  } catch (const osa::Exception& failure) {
+    Log()->Warning("%s", failure.what());
+    Lose();
   }
 }
 

@@ -257,6 +257,29 @@ TEST_F(BrokerTransportTest, WatchesADestinationBeforeThereIsABroker) {
   client.reset();
 }
 
+TEST_F(BrokerTransportTest, WatchesADestinationThatAHangingBrokerKeptItFromWatching) {
+  const auto server = EchoServer();
+  auto other = NewBus();
+  other->StartServer("tevra.Other");
+  platform_.Set("MsgBus", "timeout_ms", "50");
+  WarningSink warnings;
+  EventLog log;
+  FunctionHandler note([&log](IMsgBus&, MsgBusMsg& message) {
+    const std::string& name = std::get<std::string>(message.Body().at(0));
+    if (name == "tevra.Other") log.Add(name);
+    if (log.Events().empty()) log.Add("connected");
+  });
+  auto client = Watcher(note);
+  ASSERT_TRUE(log.WaitFor(1));
+  broker_->Pause();
+  client->WatchDestination("tevra.Other");
+  EXPECT_TRUE(warnings.log.WaitFor(1));
+  broker_->Continue();
+  EXPECT_TRUE(log.WaitFor(2));
+  client.reset();
+  other.reset();
+}
+
 TEST_F(BrokerTransportTest, GivesUpAtTheDeadlineOfABrokerThatHangs) {
   const auto server = EchoServer();
   auto known = NewBus();
