@@ -100,8 +100,10 @@ SettingsDatabase::SettingsDatabase(const std::string& path, int busy_timeout_ms)
   }
   // FULL flushes the log once at every commit: an acknowledged write outlives a power cut.
   Execute("PRAGMA synchronous=FULL");
-  // In KiB. The readers keep what they have read; this is for the pages of one change.
-  Execute("PRAGMA cache_size=-256");
+  // In KiB. The readers keep what they have read, so little is kept of it here; the pages of one
+  // change stay together until there are more of them.
+  Execute("PRAGMA cache_size=-64");
+  Execute("PRAGMA cache_spill=-256");
   CheckContents();
   Prepare();
   sqlite3_db_config(database_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <filesystem>
 #include <memory>
+#include <string>
 
 #include "krand/core/settings_failure.h"
 #include "support/temp_dir.h"
@@ -154,6 +156,20 @@ TEST_F(SettingsDatabaseFile, KeepsTheStoreOfWhoeverMadeItFirst) {
   const SettingsDatabase first(path_, 0);
   SettingsDatabase second(path_, 0);
   EXPECT_EQ(second.Read("key")->bytes, "text");
+}
+
+TEST_F(SettingsDatabaseFile, GetsAChangeOfSomeSizeAsOneAtItsCommit) {
+  SettingsDatabase database(path_, 0);
+  const std::string log = path_ + "-wal";
+  database.Begin();
+  for (int i = 0; i < 150; ++i) {
+    database.Write("key" + std::to_string(i), SettingsDatabase::Type::kString,
+                   std::string(600, 'x'));
+  }
+  const auto before = std::filesystem::file_size(log);
+  EXPECT_LT(before, 20000u);
+  database.Commit();
+  EXPECT_GT(std::filesystem::file_size(log), before + 90000u);
 }
 
 TEST_F(SettingsDatabaseFile, CountsBytesAndHoldsZeroBytes) {
