@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
@@ -47,6 +49,8 @@ int Start(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // One thread does nearly all the work. A heap of its own would keep apart what the others freed.
+  mallopt(M_ARENA_MAX, 1);
   CLI::App app("The device's authentication and authorization service.", "vigilad");
   Options options;
   app.add_option("--config", options.config,
