@@ -45,7 +45,8 @@ void Metrics::Histogram::Print(const std::string& name, const std::string& label
   for (size_t i = 0; i < kBuckets; ++i) {
     total += buckets[i];
     const std::string bound = i == kBuckets - 1 ? "+Inf" : Number(kBounds[i]);
-    text += name + "_bucket{" + labels + Label("le", bound) + "} " + std::to_string(total) + "\n";
+    text.append(name).append("_bucket{").append(labels).append(Label("le", bound));
+    text.append("} ").append(std::to_string(total)).append("\n");
   }
   text += name + "_sum" + alone + " " + Number(sum) + "\n";
   text += name + "_count" + alone + " " + std::to_string(total) + "\n";
@@ -82,7 +83,8 @@ void Metrics::ObserveQuestion(const std::string& operation, std::chrono::nanosec
 
 void Metrics::Print(const std::string& name, const Counters& counters, std::string& text) {
   for (const auto& [labels, count] : counters) {
-    text += name + "{" + labels + "} " + std::to_string(count) + "\n";
+    text.append(name).append("{").append(labels).append("} ");
+    text.append(std::to_string(count)).append("\n");
   }
 }
 

@@ -61,7 +61,7 @@ size_t Throttle::Sources() const {
 }
 
 std::string ThrottleSource(std::string_view address) {
-  const std::string text(address);
+  std::string text(address);
   in6_addr six = {};
   if (inet_pton(AF_INET6, text.c_str(), &six) != 1) return text;
   char network[INET6_ADDRSTRLEN] = {};
