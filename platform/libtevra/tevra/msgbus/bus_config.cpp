@@ -25,7 +25,7 @@ std::string ResolveAddress(const std::string& address) {
     return EnvironmentOr("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/dbus/system_bus_socket");
   }
   if (address != "session") return address;
-  const std::string given = EnvironmentOr("DBUS_SESSION_BUS_ADDRESS", "");
+  std::string given = EnvironmentOr("DBUS_SESSION_BUS_ADDRESS", "");
   if (!given.empty()) return given;
   return std::string("unix:path=") + EnvironmentOr("XDG_RUNTIME_DIR", "/run") + "/bus";
 }

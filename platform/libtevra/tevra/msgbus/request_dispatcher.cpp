@@ -42,7 +42,7 @@ MsgBusMsg RequestDispatcher::Answer(MsgBusMsg& request, sd_bus_message* call, bo
   if (!MessageCodec::DecodeBody(call, max_message_bytes_, &request)) {
     return MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
   }
-  const MsgBusMsg answer = RunHandler(request);
+  MsgBusMsg answer = RunHandler(request);
   if (answer.IsError()) {
     Log()->Information("%s.%s: %s%s", request.GetInterface().c_str(), request.GetName().c_str(),
                        answer.ErrorText().c_str(), expects_reply ? "" : " (no reply wanted)");
