@@ -19,9 +19,9 @@ namespace support {
 // A dbus-daemon of the test's own that lets every user do everything. Killed at destruction.
 class PrivateDbusDaemon {
  public:
-  // Null when dbus-daemon cannot be run.
-  static std::unique_ptr<PrivateDbusDaemon> Start() {
-    std::unique_ptr<PrivateDbusDaemon> daemon(new PrivateDbusDaemon);
+  // Null when dbus-daemon cannot be run. `limits` are elements of its configuration.
+  static std::unique_ptr<PrivateDbusDaemon> Start(const std::string& limits = "") {
+    std::unique_ptr<PrivateDbusDaemon> daemon(new PrivateDbusDaemon(limits));
     if (!daemon->Launch()) return nullptr;
     return daemon;
   }
@@ -48,13 +48,14 @@ class PrivateDbusDaemon {
   }
 
  private:
-  PrivateDbusDaemon() {
+  explicit PrivateDbusDaemon(const std::string& limits) {
     chmod(directory_.Path().c_str(), 0755);
     std::ofstream(directory_.File("bus.conf"))
         << "<busconfig><type>session</type><listen>unix:path=" << directory_.Path()
         << "/bus</listen><auth>EXTERNAL</auth><policy context=\"default\">"
            "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-           "<allow own=\"*\"/><allow user=\"*\"/></policy></busconfig>\n";
+           "<allow own=\"*\"/><allow user=\"*\"/></policy>"
+        << limits << "</busconfig>\n";
   }
 
   bool Launch() {

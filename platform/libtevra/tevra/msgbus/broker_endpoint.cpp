@@ -23,6 +23,12 @@ core::Logger* Log() {
   return logger;
 }
 
+// The broker took longer than it may. It may still do what it was asked, so asking again is right.
+class BrokerHangs final : public osa::Exception {
+ public:
+  BrokerHangs() : Exception("message bus: the broker does not answer") {}
+};
+
 // Reads one entry of GetConnectionCredentials' answer, a{sv}.
 int ReadCredential(sd_bus_message* answer, Credentials* credentials, bool* has_uid) {
   const char* key = nullptr;
@@ -70,12 +76,10 @@ void BrokerEndpoint::Broadcast(const MsgBusMsg& message) {
 
 void BrokerEndpoint::Watch(const std::string& name) {
   if (!watched_.emplace(name, Watched()).second) return;
-  if (!link_) return Reconnect();
-  try {
-    Listen(name);
-  } catch (const osa::Exception& failure) {
-    Log()->Warning("%s", failure.what());
-    Lose();
+  if (link_) {
+    TryToListen(name);
+  } else {
+    Reconnect();
   }
 }
 
@@ -101,13 +105,17 @@ void BrokerEndpoint::Reconnect() {
   try {
     Connect();
     for (const std::string& name : names_) Own(name);
-    for (auto& [name, watched] : watched_) Listen(name);
     complaints_.clear();
+    for (auto& [name, watched] : watched_) TryToListen(name);
   } catch (const std::exception& failure) {
-    // Each is said once: it is tried again many times a second.
-    if (complaints_.insert(failure.what()).second) Log()->Warning("%s", failure.what());
+    Complain(failure.what());
     Lose();
   }
+}
+
+// Each is said once: it is tried again many times a second.
+void BrokerEndpoint::Complain(const std::string& complaint) {
+  if (complaints_.insert(complaint).second) Log()->Warning("%s", complaint.c_str());
 }
 
 void BrokerEndpoint::ReconnectLater() {
@@ -137,6 +145,26 @@ void BrokerEndpoint::Own(const std::string& name) {
     throw osa::Exception("message bus: %s is served by somebody else", name.c_str());
   }
   throw osa::Exception("message bus: cannot serve %s: %s", name.c_str(), strerror(-result));
+}
+
+// One watch that fails costs neither the others nor the names that are served here.
+void BrokerEndpoint::TryToListen(const std::string& name) {
+  try {
+    Listen(name);
+  } catch (const BrokerHangs& hang) {
+    Complain(hang.what());
+    ListenLater(name);
+  } catch (const osa::Exception& refusal) {
+    Complain(name + " is not watched: " + refusal.what());
+  }
+}
+
+void BrokerEndpoint::ListenLater(const std::string& name) {
+  if (!waiting_.insert(name).second) return;
+  dispatch_.After(kReconnectPause, [this, name] {
+    waiting_.erase(name);
+    if (link_) TryToListen(name);
+  });
 }
 
 void BrokerEndpoint::Listen(const std::string& name) {
@@ -181,7 +209,12 @@ void BrokerEndpoint::OnCall(sd_bus_message* call) {
     sd_bus_reply_method_errorf(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "not serving");
     return;
   }
-  const std::optional<Credentials> caller = CredentialsOf(sender);
+  std::optional<Credentials> caller;
+  try {
+    caller = CredentialsOf(sender);
+  } catch (const BrokerHangs& hang) {
+    Complain(hang.what());
+  }
   if (!caller) {
     sd_bus_reply_method_errorf(call, SD_BUS_ERROR_ACCESS_DENIED, "unknown caller");
     return;
@@ -216,7 +249,13 @@ void BrokerEndpoint::OnOwnerChanged(sd_bus_message* signal) {
     watched->second.owner.clear();
     dispatcher_.DispatchVanishing(name);
   }
-  if (*after != '\0') Greet(name, after);
+  if (*after == '\0') return;
+  try {
+    Greet(name, after);
+  } catch (const BrokerHangs& hang) {
+    Complain(hang.what());
+    ListenLater(name);
+  }
 }
 
 void BrokerEndpoint::Greet(const std::string& name, const std::string& owner) {
@@ -237,11 +276,12 @@ MessagePtr BrokerEndpoint::Ask(const char* member, const std::string& argument) 
   const int result = sd_bus_call_method(link_->bus(), kBroker, kBrokerPath, kBroker, member,
                                         nullptr, &answer, "s", argument.c_str());
   DrainLater();
+  if (result == -ETIMEDOUT) throw BrokerHangs();
   return MessagePtr(result < 0 ? nullptr : answer);
 }
 
 void BrokerEndpoint::AddMatch(const std::string& rule) {
-  if (!Ask("AddMatch", rule)) throw osa::Exception("message bus: cannot listen on the broker");
+  if (!Ask("AddMatch", rule)) throw osa::Exception("message bus: the broker refuses a match rule");
 }
 
 std::optional<Credentials> BrokerEndpoint::CredentialsOf(const std::string& unique_name) {

@@ -42,6 +42,9 @@ class BrokerEndpoint final {
   void Lose();
   void Own(const std::string& name);
   void Listen(const std::string& name);
+  void TryToListen(const std::string& name);
+  void ListenLater(const std::string& name);
+  void Complain(const std::string& complaint);
 
   void DrainLater();
   void OnReady();
@@ -51,6 +54,7 @@ class BrokerEndpoint final {
   void OnOwnerChanged(sd_bus_message* signal);
   void Greet(const std::string& name, const std::string& owner);
 
+  // Null when the broker answers with an error.
   MessagePtr Ask(const char* member, const std::string& argument);
   void AddMatch(const std::string& rule);
   std::optional<Credentials> CredentialsOf(const std::string& unique_name);
@@ -64,7 +68,8 @@ class BrokerEndpoint final {
   DispatchThread::Id timer_ = 0;
   uint32_t events_ = 0;
   bool drain_posted_ = false;
-  std::set<std::string> complaints_;  // why it has not come back yet
+  std::set<std::string> complaints_;  // since it last came back
+  std::set<std::string> waiting_;     // names whose watch is to be tried again
   std::set<std::string> names_;
   std::map<std::string, Watched> watched_;
   std::map<std::string, Credentials> callers_;  // by unique name

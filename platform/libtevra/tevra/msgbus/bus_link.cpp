@@ -124,17 +124,15 @@ int BusLink::OnMessage(sd_bus_message* message, void* link, sd_bus_error*) {
   return 1;
 }
 
-FrameGuard::Verdict BusLink::Look(bool awaits_message) {
+FrameGuard::Verdict BusLink::Look() {
   if (!guarded_) return FrameGuard::Verdict::kRead;
-  if (awaits_message) return guard_.Await(fd_);
   if (authenticated_) return guard_.Look(fd_, (Events() & POLLOUT) == 0);
   if (side_ == Side::kServer) return guard_.LookAtHandshake(fd_);
   return FrameGuard::Verdict::kRead;
 }
 
-BusLink::Progress BusLink::Advance(bool awaits_message) {
+BusLink::Progress BusLink::Proceed(FrameGuard::Verdict verdict) {
   incoming_.reset();
-  const FrameGuard::Verdict verdict = Look(awaits_message);
   waits_for_more_ = verdict == FrameGuard::Verdict::kPartial;
   if (verdict == FrameGuard::Verdict::kRefuse) return Progress::kDead;
   const bool may_read = verdict == FrameGuard::Verdict::kRead;
@@ -198,25 +196,28 @@ void BusLink::SetReceiveTimeout(std::chrono::milliseconds timeout) {
 BusLink::Outcome BusLink::Await(Deadline deadline) {
   const auto left = deadline - std::chrono::steady_clock::now();
   if (left <= left.zero()) return Outcome::kTimedOut;
-  const bool awaits_message = LacksOnlyAMessage();
-  if (awaits_message) {
-    // To wait by looking saves a system call on every answer. Whole milliseconds, so that calls
-    // with the same time-out do not set it anew each time.
-    SetReceiveTimeout(std::chrono::ceil<std::chrono::milliseconds>(left));
-  } else {
-    Poll(left);
-  }
-  return Advance(awaits_message) == Progress::kDead ? Outcome::kLost : Outcome::kDone;
+  return Proceed(AwaitVerdict(left)) == Progress::kDead ? Outcome::kLost : Outcome::kDone;
 }
 
-void BusLink::Poll(std::chrono::nanoseconds left) {
+// To wait by looking saves a system call on every answer.
+FrameGuard::Verdict BusLink::AwaitVerdict(std::chrono::nanoseconds timeout) {
+  if (LacksOnlyAMessage()) {
+    // Whole milliseconds, so that calls with the same time-out do not set it anew each time.
+    SetReceiveTimeout(std::chrono::ceil<std::chrono::milliseconds>(timeout));
+    return guard_.Await(fd_);
+  }
+  Poll(timeout);
+  return Look();
+}
+
+void BusLink::Poll(std::chrono::nanoseconds timeout) {
   if (waits_for_more_) {
     const timespec pause = ToTimespec(kPartialHeaderPause);
     nanosleep(&pause, nullptr);
   }
   pollfd descriptor{fd_, static_cast<short>(Events()), 0};
-  const timespec timeout = ToTimespec(left);
-  ppoll(&descriptor, 1, &timeout, nullptr);
+  const timespec span = ToTimespec(timeout);
+  ppoll(&descriptor, 1, &span, nullptr);
 }
 
 BusLink::Outcome BusLink::Call(sd_bus_message* message, Deadline deadline, MessagePtr* answer) {

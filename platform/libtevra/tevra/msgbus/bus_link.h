@@ -44,13 +44,13 @@ class BusLink final {
   // sd-bus closes the socket when a handshake fails; its number may be somebody else's by now.
   bool IsClosed() const { return fd_ < 0; }
   bool IsReady() const { return sd_bus_is_ready(bus_) > 0; }
-  // What to wait for, as poll flags; `edge` when only new bytes may wake the waiter, because those
-  // already there are not enough.
+  // What to wait for, as poll flags.
   uint32_t Events() const;
+  // Only new bytes may wake whoever waits: those that are there already are not enough.
   bool WaitsForMore() const { return waits_for_more_; }
 
   // Writes what is queued and reads at the most one message, without blocking.
-  Progress Advance() { return Advance(false); }
+  Progress Advance() { return Proceed(Look()); }
   // The message that Advance read; null when it read none.
   MessagePtr TakeIncoming() { return std::move(incoming_); }
   // Messages that wait inside sd-bus, where no poll shows them.
@@ -68,9 +68,10 @@ class BusLink final {
  private:
   static int OnMessage(sd_bus_message* message, void* link, sd_bus_error*);
 
-  Progress Advance(bool awaits_message);
-  FrameGuard::Verdict Look(bool awaits_message);
+  FrameGuard::Verdict Look();
+  Progress Proceed(FrameGuard::Verdict verdict);
   Outcome Await(Deadline deadline);
+  FrameGuard::Verdict AwaitVerdict(std::chrono::nanoseconds timeout);
   bool LacksOnlyAMessage() const;
   void Poll(std::chrono::nanoseconds timeout);
   void SetReceiveTimeout(std::chrono::milliseconds timeout);

@@ -271,6 +271,7 @@ TEST_F(BrokerTransportTest, WatchesADestinationThatAHangingBrokerKeptItFromWatch
   });
   auto client = Watcher(note);
   ASSERT_TRUE(log.WaitFor(1));
+  EXPECT_EQ(warnings.log.Events(), std::vector<std::string>());
   broker_->Pause();
   client->WatchDestination("tevra.Other");
   EXPECT_TRUE(warnings.log.WaitFor(1));
@@ -278,6 +279,35 @@ TEST_F(BrokerTransportTest, WatchesADestinationThatAHangingBrokerKeptItFromWatch
   EXPECT_TRUE(log.WaitFor(2));
   client.reset();
   other.reset();
+}
+
+TEST_F(BrokerTransportTest, GoesOnServingWhenTheBrokerRefusesAWatch) {
+  // One rule of the endpoint's own and two of the first watch: the second watch is refused.
+  broker_ =
+      support::PrivateDbusDaemon::Start("<limit name=\"max_match_rules_per_connection\">4</limit>");
+  platform_.Set("MsgBus", "address", broker_->address());
+  WarningSink warnings;
+  const auto server = EchoServer();
+  EventLog log;
+  FunctionHandler note([&log](IMsgBus&, MsgBusMsg& message) {
+    log.Add(std::get<std::string>(message.Body().at(0)));
+  });
+  server->RegisterMessageHandler(IMsgBus::kDestinationAppeared, IMsgBus::kLocalInterface, &note);
+  server->WatchDestination("tevra.First");
+  server->WatchDestination("tevra.Second");
+  ASSERT_TRUE(warnings.log.WaitFor(1));
+  EXPECT_EQ(warnings.log.Events().at(0),
+            "tevra.Second is not watched: message bus: the broker refuses a match rule");
+  auto first = NewBus();
+  first->StartServer("tevra.First");
+  EXPECT_TRUE(log.WaitFor(1));
+  for (int call = 0; call < 20; ++call) {
+    EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "no failure");
+  }
+  EXPECT_EQ(log.Events(), std::vector<std::string>{"tevra.First"});
+  EXPECT_EQ(warnings.log.Events().size(), 1u);
+  server->StopServer();
+  first.reset();
 }
 
 TEST_F(BrokerTransportTest, GivesUpAtTheDeadlineOfABrokerThatHangs) {
