@@ -171,7 +171,7 @@ bool IsOpenLocked(const State& state) TEVRA_REQUIRES(state.mutex) {
 
 // The first use of a key takes 2 MiB of libcrypto into memory, which a start does not wait for. A
 // key that the library does not take is not open: nobody may take it for a wrong password.
-bool IsReady(State& state) TEVRA_REQUIRES(state.mutex) {
+bool MakeReady(State& state) TEVRA_REQUIRES(state.mutex) {
   if (state.key == nullptr) return state.decryption != nullptr;
   try {
     MakeContexts(state);
@@ -231,7 +231,7 @@ std::optional<std::string> AtRestCipher::Encrypt(std::string_view clear) {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
   std::optional<std::string> stored;
-  if (IsReady(state)) stored = EncryptLocked(state, clear);
+  if (MakeReady(state)) stored = EncryptLocked(state, clear);
   if (!stored.has_value()) GetLogger()->Error("a secret could not be encrypted");
   return stored;
 }
@@ -239,14 +239,14 @@ std::optional<std::string> AtRestCipher::Encrypt(std::string_view clear) {
 std::optional<SecretText> AtRestCipher::Decrypt(const std::string& stored) {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
-  if (!IsReady(state)) return std::nullopt;
+  if (!MakeReady(state)) return std::nullopt;
   return DecryptLocked(state, stored);
 }
 
 void AtRestCipher::BurnDecryption() {
   State& state = GetState();
   const MutexAutoLock lock(state.mutex);
-  if (IsReady(state)) DecryptLocked(state, state.decoy);
+  if (MakeReady(state)) DecryptLocked(state, state.decoy);
 }
 
 }  // namespace vigila::server

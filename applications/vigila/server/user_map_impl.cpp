@@ -83,14 +83,18 @@ UserMap::User::Rights UserMap::Impl::GetRights(Group group) {
   return rights;
 }
 
-std::optional<SecretText> UserMap::Impl::Decrypt(const std::string& stored) {
-  if (stored.empty()) return std::nullopt;
+bool UserMap::Impl::OpenKey() {
   try {
     if (!AtRestCipher::IsOpen()) AtRestCipher::Open(true);
+    return true;
   } catch (const tevra::osa::Exception& error) {
     tevra::core::Logger::GetLogger("UserMap")->Error("%s", error.what());
-    return std::nullopt;
+    return false;
   }
+}
+
+std::optional<SecretText> UserMap::Impl::Decrypt(const std::string& stored) {
+  if (stored.empty() || !OpenKey()) return std::nullopt;
   std::optional<SecretText> clear = AtRestCipher::Decrypt(stored);
   // An empty password would let everybody in who offers none.
   if (clear.has_value() && clear->Empty()) return std::nullopt;
@@ -113,9 +117,9 @@ bool UserMap::Impl::Matches(const std::string& stored, std::string_view clear) {
   return password.has_value() && password->Equals(clear);
 }
 
-// Whoever measures the answer must not learn which names exist.
+// Whoever measures the answer must not learn which names exist, nor while the key cannot be used.
 void UserMap::Impl::BurnDecryption() {
-  AtRestCipher::BurnDecryption();
+  if (OpenKey()) AtRestCipher::BurnDecryption();
 }
 
 }  // namespace vigila::server

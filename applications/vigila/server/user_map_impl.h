@@ -144,7 +144,7 @@ class UserMap::Impl final {
 
   bool IsDisabled(Users::iterator entry);
   bool IsExpired(Users::const_iterator entry) const;
-  // True when the account is disabled now.
+  // True when the account is disabled now. Counts nothing while the key cannot be used.
   bool HandleWrongPassword(Users::value_type& entry);
   void HandleCorrectPassword(Users::value_type& entry);
   int RefuseWrongPassword(Users::value_type& entry);
@@ -161,6 +161,8 @@ class UserMap::Impl final {
 
   // For a text between double quotes: it must not be able to end them and add members of its own.
   static std::string Escape(const std::string& text);
+  // A key that cannot be opened is logged.
+  static bool OpenKey();
   // The clear text of a stored one; nothing when there is none, the empty one included.
   static std::optional<SecretText> Decrypt(const std::string& stored);
   // Throws when the text cannot be encrypted.

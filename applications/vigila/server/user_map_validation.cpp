@@ -1,6 +1,7 @@
 #include <limits>
 
 #include "tevra/osa/exception.h"
+#include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
 
@@ -57,6 +58,11 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
 }
 
 int UserMap::Impl::RefuseWrongPassword(Users::value_type& entry) {
+  if (!AtRestCipher::IsOpen()) {
+    logger_->Notice("Authentication Failed: The password of local user '%s' cannot be checked.",
+                    entry.first.c_str());
+    return kWrongPassword;
+  }
   if (HandleWrongPassword(entry)) {
     logger_->Notice(kDisabledLine, entry.first.c_str());
     return kDisabled;
@@ -67,7 +73,8 @@ int UserMap::Impl::RefuseWrongPassword(Users::value_type& entry) {
 }
 
 bool UserMap::Impl::HandleWrongPassword(Users::value_type& entry) {
-  if (!policy_enforced_) return false;
+  // Without its key nothing is known of a password: the right one would lock the account for good.
+  if (!policy_enforced_ || !AtRestCipher::IsOpen()) return false;
   MyUser& user = entry.second;
   const uint32_t now = Now();
   // Deliberate: the last second of the period is still inside, and within a series the time stays

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -208,7 +209,7 @@ TEST_F(AtRestCipherTest, UsesTheKeyThatWasOpenedWhateverBecomesOfItsFile) {
     if (gone) {
       ASSERT_EQ(0, unlink(path.c_str()));
     } else {
-      dir_.Write("some.key", "damaged");
+      std::ofstream(path) << "damaged";
     }
     EXPECT_EQ("secret", AtRestCipher::Decrypt(stored)->View());
   }
@@ -222,6 +223,7 @@ TEST_F(AtRestCipherTest, IsNotOpenWithAKeyThatTheLibraryDoesNotTake) {
                          +[](const std::string&) { AtRestCipher::BurnDecryption(); }}) {
     AtRestCipher::Close();
     AtRestCipher::Open(true);
+    log_.Clear();
     const support::LibraryWithoutRsa library;
     use(stored);
     EXPECT_FALSE(AtRestCipher::IsOpen());

@@ -3,6 +3,7 @@
 
 #include "freed_memory_watch.h"
 #include "krand/base64/base64.h"
+#include "support/library_without_rsa.h"
 #include "support/user_store_fixture.h"
 
 namespace vigila::server {
@@ -291,6 +292,37 @@ TEST_F(UserMapDigests, AnswersExpiredOnlyToAMatchingToken) {
   EXPECT_EQ(17, Token("alice", "secret"));
   EXPECT_EQ("", ha1_);
   EXPECT_EQ(0u, Stored("alice").failed_attempts);
+}
+
+TEST_F(UserMapDigests, CountsNoTokenWhileTheLibraryDoesNotTakeTheKey) {
+  RestartWithPolicy();
+  EXPECT_EQ(18, Token("alice", "wrong"));
+  const Texts before = Snapshot();
+  const unsigned long writes = krand_core_settings_write_count();
+  AtRestCipher::Close();
+  AtRestCipher::Open(true);
+  {
+    const support::LibraryWithoutRsa library;
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(18, Token("alice", "secret"));
+    EXPECT_EQ(1, Wsse("alice", "", ""));
+    EXPECT_EQ("", ha1_);
+  }
+  EXPECT_EQ(writes, krand_core_settings_write_count());
+  EXPECT_EQ(before, Snapshot());
+  EXPECT_EQ(0, Token("alice", "secret"));
+}
+
+TEST_F(UserMapDigests, TriesTheKeyForAnyNameWhileTheLibraryDoesNotTakeIt) {
+  settings_.PutJson("user.none", "{\"Groups\":8}");
+  Store().Size();
+  AtRestCipher::Close();
+  const support::LibraryWithoutRsa library;
+  for (const char* name : {"nosuch", "nosuch", "alice", "alice", "none", "none"}) {
+    log_.Clear();
+    EXPECT_NE(0, Token(name, "secret"));
+    EXPECT_EQ(1u, log_.TextsOf("AtRestCipher", support::CapturingLog::Level::kError).size())
+        << name;
+  }
 }
 
 TEST_F(UserMapDigests, CountsNoTokenWithoutPolicy) {

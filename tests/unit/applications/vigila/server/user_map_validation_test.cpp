@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "support/library_without_rsa.h"
 #include "support/user_store_fixture.h"
 
 namespace {
@@ -29,6 +30,8 @@ constexpr char kDisabledAlice[] =
     "Authentication Failed: User account 'alice' has been disabled.  Too many invalid passwords.";
 constexpr char kIncorrectAlice[] =
     "Authentication Failed: Incorrect password specified for local user 'alice'.";
+constexpr char kUncheckedAlice[] =
+    "Authentication Failed: The password of local user 'alice' cannot be checked.";
 constexpr char kLoggedOnAlice[] = "Local user 'alice' has successfully logged on.";
 
 class UserMapValidation : public support::UserStoreTest {
@@ -45,7 +48,6 @@ class UserMapValidation : public support::UserStoreTest {
     return code;
   }
 
-  // Nanoseconds of this thread's own time, the least of several logons with a wrong password.
   // Private-key operations that one refused logon costs.
   int DecryptionsOf(const std::string& name) {
     const int before = decryptions;
@@ -127,6 +129,32 @@ TEST_F(WithoutPolicy, DecryptsOnceForAnUnknownUserAsForAWrongPassword) {
   EXPECT_EQ(1, DecryptionsOf("alice"));
   EXPECT_EQ(1, DecryptionsOf("nosuch"));
   EXPECT_EQ(1, DecryptionsOf("none"));
+}
+
+// So that a refusal takes as long for one that exists as for one that does not.
+TEST_F(WithoutPolicy, TriesTheKeyForAnyNameWhileTheLibraryDoesNotTakeIt) {
+  settings_.PutJson("user.none", "{\"Groups\":8}");
+  Store().Size();
+  AtRestCipher::Close();
+  const support::LibraryWithoutRsa library;
+  for (const char* name : {"nosuch", "nosuch", "alice", "alice", "none", "none"}) {
+    log_.Clear();
+    EXPECT_NE(0, Logon(name, "secret"));
+    const Texts errors = log_.TextsOf("AtRestCipher", support::CapturingLog::Level::kError);
+    ASSERT_EQ(1u, errors.size()) << name;
+    EXPECT_TRUE(errors[0].starts_with("key file " + key_.Path() + ": the key cannot be built: "));
+  }
+}
+
+TEST_F(WithoutPolicy, TriesTheKeyForAnyNameWhileItIsLost) {
+  Store().Size();
+  AtRestCipher::Close();
+  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
+  for (const char* name : {"nosuch", "alice"}) {
+    log_.Clear();
+    EXPECT_NE(0, Logon(name, "secret"));
+    EXPECT_EQ(1u, Errors().size()) << name;
+  }
 }
 
 TEST_F(WithoutPolicy, CountsNoWrongPassword) {
@@ -448,6 +476,38 @@ TEST_F(WithPolicy, CountsInMemoryWhatCannotBeWritten) {
     now_ += 4;
     SetTime(now_);
   }
+}
+
+// The right password too would lock the account, and a viewer does not come back by himself.
+TEST_F(WithPolicy, CountsNothingWhileTheLibraryDoesNotTakeTheKey) {
+  EXPECT_EQ(18, FailAndWait("alice"));
+  const Texts before = Snapshot();
+  const unsigned long writes = krand_core_settings_write_count();
+  AtRestCipher::Close();
+  AtRestCipher::Open(true);
+  log_.Clear();
+  {
+    const support::LibraryWithoutRsa library;
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(18, Logon("alice", "secret"));
+    EXPECT_EQ(18, Logon("alice", "wrong"));
+    EXPECT_EQ(18, Store().ValidatePassword("alice", "secret", "another"));
+    EXPECT_FALSE(Store().IsAccountDisabled("alice"));
+  }
+  EXPECT_EQ(Texts(7, kUncheckedAlice), Notices());
+  EXPECT_EQ(writes, krand_core_settings_write_count());
+  EXPECT_EQ(before, Snapshot());
+  EXPECT_EQ(0, Logon("alice", "secret"));
+}
+
+TEST_F(WithPolicy, CountsNothingWhileTheKeyIsLost) {
+  Store().Size();
+  const Texts before = Snapshot();
+  AtRestCipher::Close();
+  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(18, Logon("alice", "secret"));
+  EXPECT_EQ(before, Snapshot());
+  AtRestCipher::Configure(key_.Path());
+  EXPECT_EQ(0, Logon("alice", "secret"));
 }
 
 TEST_F(WithPolicy, WritesOnceForEachCountedLogon) {
