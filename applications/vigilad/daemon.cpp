@@ -19,7 +19,7 @@ using server::StartFailure;
 
 // The server takes its names last, with the store open and the default rules written. So a daemon
 // that finds another one at work leaves before that. Of two that start at the same moment one is
-// refused the store, and has neither read nor written anything there.
+// refused the store: it may have made or checked an empty one, and has read and written no setting.
 void RefuseToBeTheSecond() {
   const char* const name = tevra::interfaces::ISecurityProvider::kDestination;
   if (tevra::msgbus::MsgBus().HasServer(name)) {
@@ -48,10 +48,11 @@ Ending EndingFor(StartFailure::Cause cause) {
     case StartFailure::kStore:
       return {"the store is unusable", kStoreUnusable};
     case StartFailure::kInUse:
-      return {"the store is in use", kBusUnavailable};
-    default:
-      return {"the bus is not available", kBusUnavailable};
+      return {"the store is in use", kUnavailable};
+    case StartFailure::kBus:
+      break;
   }
+  return {"the bus is not available", kUnavailable};
 }
 
 }  // namespace

@@ -7,7 +7,7 @@ namespace vigila::daemon {
 enum ExitCode {
   kStopped = 0,
   kUsage = 2,
-  kBusUnavailable = 69,
+  kUnavailable = 69,
   kFailed = 70,
   kStoreUnusable = 74,
   kBadConfiguration = 78,

@@ -17,7 +17,7 @@ using support::RunProgram;
 using testing::AssertionResult;
 
 constexpr int kUsage = 2;
-constexpr int kBusNotAvailable = 69;
+constexpr int kUnavailable = 69;
 constexpr int kStoreUnusable = 74;
 constexpr int kConfigurationWrong = 78;
 
@@ -88,7 +88,8 @@ TEST(FirstStart, KilledAnywhereLeavesTheNextOneACleanDirectory) {
   ASSERT_EQ(device.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device.Log();
   EXPECT_TRUE(EndedWith(device.Stop(), 0));
   for (const auto& entry : std::filesystem::directory_iterator(device.SettingsDir())) {
-    EXPECT_TRUE(entry.path() == device.KeyFile() || entry.path() == device.Database())
+    EXPECT_TRUE(entry.path() == device.KeyFile() || entry.path() == device.Database() ||
+                entry.path() == device.Database() + ".lock")
         << entry.path() << " is left";
   }
 }
@@ -203,7 +204,7 @@ TEST_F(Daemon, LeavesTheNameToTheDaemonThatHasIt) {
   DaemonProcess second;
   second.Set("MsgBus", "runtime_dir", device_.RuntimeDir());
   EXPECT_EQ(second.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
-  EXPECT_TRUE(EndedWith(second.Finish(), kBusNotAvailable));
+  EXPECT_TRUE(EndedWith(second.Finish(), kUnavailable));
   EXPECT_FALSE(std::filesystem::exists(second.Database())) << "it has no business there";
   EXPECT_TRUE(EndedWith(device_.Ctl({"status"}), 0)) << "the first one must not notice";
 }
@@ -215,7 +216,7 @@ TEST_F(Daemon, LeavesTheStoreToTheDaemonThatHasItOnAnotherBus) {
   second.Set("Settings", "directory", device_.SettingsDir());
   EXPECT_EQ(second.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
   const Finished end = second.Finish();
-  EXPECT_TRUE(EndedWith(end, kBusNotAvailable));
+  EXPECT_TRUE(EndedWith(end, kUnavailable));
   EXPECT_TRUE(Mentions(end.err, device_.Database() + " is held by another daemon"));
   EXPECT_TRUE(Mentions(device_.Ctl({"user", "list"}).out, "anna"));
   EXPECT_TRUE(EndedWith(device_.Stop(), 0));
@@ -232,14 +233,14 @@ TEST_F(Daemon, IsTheOnlyOneOfTwoThatStartAtTheSameMoment) {
     const bool first_serves = device_.AwaitReady() == DaemonProcess::Start::kReady;
     const bool second_serves = second.AwaitReady() == DaemonProcess::Start::kReady;
     ASSERT_NE(first_serves, second_serves) << device_.Log() << second.Log();
-    EXPECT_TRUE(EndedWith((first_serves ? second : device_).Finish(), kBusNotAvailable));
+    EXPECT_TRUE(EndedWith((first_serves ? second : device_).Finish(), kUnavailable));
     EXPECT_TRUE(EndedWith((first_serves ? device_ : second).Stop(), 0));
   }
 }
 
 TEST_F(Daemon, CannotServeInADirectoryThatIsAFile) {
   device_.Set("MsgBus", "runtime_dir", device_.Dir().Write("not-a-directory", ""));
-  ExpectRefusesToStart(kBusNotAvailable, "not-a-directory");
+  ExpectRefusesToStart(kUnavailable, "not-a-directory");
 }
 
 TEST_F(Daemon, NeverMakesANewKeyOverExistingPasswords) {

@@ -117,7 +117,7 @@ void ServerEnv::InitializePlatform() {
     ThrowUnlessOk(status,
                   std::string("krand_core_settings_init of ") + krand_core_settings_location());
   });
-  // Before anything is read: what a second server had in memory would be out of date.
+  // Before any setting is read: what a second server had in memory would be out of date.
   store_lock_ = std::make_unique<StoreLock>(krand_core_settings_location());
   ThrowUnlessOk(krand_core_logging_init(kLoggingIdentity, &platform_context_),
                 "krand_core_logging_init");

@@ -11,23 +11,28 @@
 
 namespace vigila::server {
 
-// The lock is on the directory. On the file it would not do: whoever closes a descriptor of an
-// SQLite file gives up the locks that SQLite has on it.
-StoreLock::StoreLock(const std::string& store)
-    : directory_(
-          open(store.substr(0, store.rfind('/') + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (directory_ >= 0 && flock(directory_, LOCK_EX | LOCK_NB) == 0) return;
+// Neither on the directory, which anybody could lock who may read it, nor on the store: whoever
+// closes a descriptor of an SQLite file gives up the locks that SQLite has on it. Opened for
+// reading only, so that a lock file that is there also opens on a file system that takes no writes.
+StoreLock::StoreLock(const std::string& store) : owner_(getpid()) {
+  if (store.empty()) return;
+  const std::string path = store + ".lock";
+  file_ = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (file_ >= 0 && flock(file_, LOCK_EX | LOCK_NB) == 0) return;
   const int error = errno;
-  if (directory_ >= 0) close(directory_);
+  if (file_ >= 0) close(file_);
   if (error == EWOULDBLOCK) {
     throw StartFailure(StartFailure::kInUse, (store + " is held by another daemon").c_str());
   }
   throw StartFailure(StartFailure::kStore,
-                     (store + " cannot be locked: " + std::strerror(error)).c_str());
+                     (path + " cannot be locked: " + std::strerror(error)).c_str());
 }
 
 StoreLock::~StoreLock() {
-  close(directory_);
+  if (file_ < 0) return;
+  // Said aloud, because a child's copy of the descriptor would keep the lock; and not by the child.
+  if (getpid() == owner_) flock(file_, LOCK_UN);
+  close(file_);
 }
 
 }  // namespace vigila::server

@@ -54,7 +54,7 @@ TEST_F(Daemon, SaysThatTheKeyFileIsUnusable) {
 TEST_F(Daemon, LeavesTheStoreAloneWhenAnotherOneServes) {
   tevra::msgbus::MsgBus other;
   other.StartServer("tevra.SecurityProvider");
-  EXPECT_EQ(ServeDefaults(), kBusUnavailable);
+  EXPECT_EQ(ServeDefaults(), kUnavailable);
   EXPECT_EQ(OnlyLine(),
             "Cannot start, the bus is not available: tevra.SecurityProvider is served by another "
             "daemon");
@@ -63,9 +63,9 @@ TEST_F(Daemon, LeavesTheStoreAloneWhenAnotherOneServes) {
 
 TEST_F(Daemon, SaysThatTheStoreIsInUse) {
   const std::string file = platform.SettingsDir() + "/vigila.db";
-  const int other = open(platform.SettingsDir().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int other = open((file + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
-  EXPECT_EQ(ServeDefaults(), kBusUnavailable);
+  EXPECT_EQ(ServeDefaults(), kUnavailable);
   EXPECT_EQ(OnlyLine(),
             "Cannot start, the store is in use: " + file + " is held by another daemon");
   close(other);
@@ -74,7 +74,7 @@ TEST_F(Daemon, SaysThatTheStoreIsInUse) {
 TEST_F(Daemon, SaysThatTheBusIsNotAvailable) {
   tevra::msgbus::MsgBus other;
   other.StartServer("krand.target.permission");
-  EXPECT_EQ(ServeDefaults(), kBusUnavailable);
+  EXPECT_EQ(ServeDefaults(), kUnavailable);
   EXPECT_NE(OnlyLine().find("Cannot start, the bus is not available: "), std::string::npos);
 }
 

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,9 +45,47 @@ TEST_F(StoresLock, IsGivenToOneAtATime) {
   ExpectRefused(store, StartFailure::kInUse, store + " is held by another daemon");
 }
 
-TEST_F(StoresLock, LeavesNothingBehind) {
+TEST_F(StoresLock, IsAFileThatOnlyTheDaemonMayReadAndThatStays) {
   { const StoreLock lock(store); }
-  EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
+  struct stat status = {};
+  ASSERT_EQ(lstat((store + ".lock").c_str(), &status), 0);
+  EXPECT_TRUE(S_ISREG(status.st_mode));
+  EXPECT_EQ(status.st_mode & 07777u, 0600u);
+  EXPECT_FALSE(std::filesystem::exists(store));
+  const StoreLock lock(store);
+  struct stat again = {};
+  ASSERT_EQ(lstat((store + ".lock").c_str(), &again), 0);
+  EXPECT_EQ(again.st_ino, status.st_ino);
+}
+
+TEST_F(StoresLock, IsNotForThoseWhoMayOnlyReadTheDirectory) {
+  const int directory = open(dir.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(flock(directory, LOCK_EX | LOCK_NB), 0);
+  { const StoreLock lock(store); }
+  close(directory);
+}
+
+TEST_F(StoresLock, IsNotKeptByACopyThatForkMade) {
+  auto lock = std::make_unique<StoreLock>(store);
+  const pid_t child = fork();
+  if (child == 0) {
+    for (;;) pause();
+  }
+  lock.reset();
+  { const StoreLock next(store); }
+  ASSERT_EQ(kill(child, SIGKILL), 0);
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+}
+
+TEST_F(StoresLock, IsNotGivenUpByAChildThatEnds) {
+  auto lock = std::make_unique<StoreLock>(store);
+  const pid_t child = fork();
+  if (child == 0) {
+    lock.reset();
+    _exit(0);
+  }
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  ExpectRefused(store, StartFailure::kInUse, store + " is held by another daemon");
 }
 
 TEST_F(StoresLock, GoesWithAProcessThatIsKilled) {
@@ -67,18 +107,28 @@ TEST_F(StoresLock, GoesWithAProcessThatIsKilled) {
   close(locked[1]);
 }
 
-TEST_F(StoresLock, IsNotThatOfAnotherDirectory) {
+TEST_F(StoresLock, IsNotThatOfAnotherStore) {
   const support::TempDir other;
   const StoreLock lock(store);
-  const StoreLock others(other.File("vigila.db"));
+  const StoreLock beside(dir.File("other.db"));
+  const StoreLock elsewhere(other.File("vigila.db"));
+}
+
+TEST_F(StoresLock, IsNoneWhereTheSettingsAreInNoFile) {
+  const StoreLock lock("");
+  const StoreLock another("");
 }
 
 TEST_F(StoresLock, SaysWhyThereCanBeNone) {
   const std::string nowhere = dir.File("nowhere/vigila.db");
   ExpectRefused(nowhere, StartFailure::kStore,
-                nowhere + " cannot be locked: No such file or directory");
+                nowhere + ".lock cannot be locked: No such file or directory");
   const std::string in_a_file = dir.Write("file", "") + "/vigila.db";
-  ExpectRefused(in_a_file, StartFailure::kStore, in_a_file + " cannot be locked: Not a directory");
+  ExpectRefused(in_a_file, StartFailure::kStore,
+                in_a_file + ".lock cannot be locked: Not a directory");
+  std::filesystem::create_symlink(dir.File("file"), store + ".lock");
+  ExpectRefused(store, StartFailure::kStore,
+                store + ".lock cannot be locked: Too many levels of symbolic links");
 }
 
 }  // namespace
