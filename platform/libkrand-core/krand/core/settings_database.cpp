@@ -101,7 +101,7 @@ SettingsDatabase::SettingsDatabase(const std::string& path, int busy_timeout_ms)
   // FULL flushes the log once at every commit: an acknowledged write outlives a power cut.
   Execute("PRAGMA synchronous=FULL");
   // In KiB. The readers keep what they have read, so little is kept of it here; the pages of one
-  // change stay together until there are more of them.
+  // change stay together until they are more than 256.
   Execute("PRAGMA cache_size=-64");
   Execute("PRAGMA cache_spill=-256");
   CheckContents();
