@@ -9,8 +9,8 @@ namespace vigila::server {
 
 // Keeps a settings store to one server, whichever bus the others are on: a server holds the
 // accounts in memory and would not see what another one writes. Held until the end of its life or
-// of the process, however that ends; a child of fork does not give it up, and keeps it only beyond a
-// process that was killed. The lock is on a file of its own, named as the store with ".lock"
+// of the process, however that ends; a child of fork does not give it up, and keeps it only beyond
+// a process that was killed. The lock is on a file of its own, named as the store with ".lock"
 // appended, which stays: one that was deleted could be held by two. Other programs may open the
 // store.
 class StoreLock final {
