@@ -93,6 +93,10 @@ bool UserMap::Impl::OpenKey() {
   }
 }
 
+bool UserMap::Impl::LacksKey(const MyUser& user) {
+  return !user.password.empty() && !AtRestCipher::IsOpen();
+}
+
 std::optional<SecretText> UserMap::Impl::Decrypt(const std::string& stored) {
   if (stored.empty() || !OpenKey()) return std::nullopt;
   std::optional<SecretText> clear = AtRestCipher::Decrypt(stored);

@@ -163,6 +163,9 @@ class UserMap::Impl final {
   static std::string Escape(const std::string& text);
   // A key that cannot be opened is logged.
   static bool OpenKey();
+  // Nothing is known of a stored password, right after it was to be decrypted, because the key
+  // cannot be used.
+  static bool LacksKey(const MyUser& user);
   // The clear text of a stored one; nothing when there is none, the empty one included.
   static std::optional<SecretText> Decrypt(const std::string& stored);
   // Throws when the text cannot be encrypted.

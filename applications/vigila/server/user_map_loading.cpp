@@ -5,7 +5,6 @@
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
 #include "tevra/osa/exception.h"
-#include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
 
@@ -162,8 +161,8 @@ void UserMap::Impl::EnforceAtLoad(MyUser& user, uint32_t now) const {
     user.dirty = true;
   }
   const std::optional<SecretText> password = Decrypt(user.password);
-  // Without its key nothing is known of a password, and the key may be back tomorrow.
-  if (!user.password.empty() && !AtRestCipher::IsOpen()) return;
+  // The key may be back tomorrow.
+  if (LacksKey(user)) return;
   // Deliberate: no password, and one that the key does not open, are too short as well. They match
   // nothing, and an expired account may be given a new password at any time.
   if (CheckLength(password.has_value() ? password->Size() : 0) != kOk) {

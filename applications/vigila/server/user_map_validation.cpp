@@ -1,7 +1,6 @@
 #include <limits>
 
 #include "tevra/osa/exception.h"
-#include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
 
@@ -58,7 +57,7 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
 }
 
 int UserMap::Impl::RefuseWrongPassword(Users::value_type& entry) {
-  if (!AtRestCipher::IsOpen()) {
+  if (LacksKey(entry.second)) {
     logger_->Notice("Authentication Failed: The password of local user '%s' cannot be checked.",
                     entry.first.c_str());
     return kWrongPassword;
@@ -73,9 +72,9 @@ int UserMap::Impl::RefuseWrongPassword(Users::value_type& entry) {
 }
 
 bool UserMap::Impl::HandleWrongPassword(Users::value_type& entry) {
-  // Without its key nothing is known of a password: the right one would lock the account for good.
-  if (!policy_enforced_ || !AtRestCipher::IsOpen()) return false;
   MyUser& user = entry.second;
+  // The right password would lock the account for good.
+  if (!policy_enforced_ || LacksKey(user)) return false;
   const uint32_t now = Now();
   // Deliberate: the last second of the period is still inside, and within a series the time stays
   // that of its first failure.

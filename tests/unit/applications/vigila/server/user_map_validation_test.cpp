@@ -510,6 +510,21 @@ TEST_F(WithPolicy, CountsNothingWhileTheKeyIsLost) {
   EXPECT_EQ(0, Logon("alice", "secret"));
 }
 
+// There is nothing that a key could tell.
+TEST_F(WithPolicy, CountsForAnAccountWithoutAPasswordWithoutAKeyToo) {
+  settings_.PutJson("user.none", "{\"Groups\":8}");
+  RestartWithPolicy();
+  Store().Size();
+  AtRestCipher::Close();
+  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
+  log_.Clear();
+  EXPECT_EQ(18, FailAndWait("none"));
+  EXPECT_EQ(Texts{"Authentication Failed: Incorrect password specified for local user 'none'."},
+            Notices());
+  EXPECT_EQ(18, FailAndWait("none"));
+  EXPECT_EQ(16, Logon("none", "wrong"));
+}
+
 TEST_F(WithPolicy, WritesOnceForEachCountedLogon) {
   Store().Size();
   const unsigned long writes = krand_core_settings_write_count();
