@@ -1,20 +1,16 @@
-// The line of this file would stand in every journal entry and say nothing.
-#define SD_JOURNAL_SUPPRESS_LOCATION
-
 #include "tevra/core/default_sink.h"
 
+#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
-#include <systemd/sd-journal.h>
+#include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 
 #include "tevra/core/platform_config.h"
 #include "tevra/core/utf8.h"
+#include "tevra/osa/descriptor.h"
 
 namespace tevra::core {
 namespace {
@@ -43,26 +39,17 @@ std::string Identifier() {
   }
 }
 
+// Deliberate: not by sd_journal_sendv, which waits for as long as the journal does not read, and
+// which reports success when there is no journal. No field holds a line's end: they are escaped.
 bool WriteToJournal(Logger::Level level, const std::string& logger, const std::string& text) {
-  // sd_journal_sendv reports success when there is no socket, and the line would be lost.
-  if (access(kJournalSocket, W_OK) != 0) return false;
-  std::string fields[] = {"PRIORITY=" + std::to_string(static_cast<int>(level)), "MESSAGE=" + text,
-                          "SYSLOG_IDENTIFIER=" + DefaultSink::Escape(Identifier()),
-                          "VIGILA_LOGGER=" + logger};
-  iovec parts[std::size(fields)];
-  for (size_t i = 0; i < std::size(fields); ++i) parts[i] = {fields[i].data(), fields[i].size()};
-  return sd_journal_sendv(parts, static_cast<int>(std::size(parts))) == 0;
-}
-
-void WriteToStandardError(const std::string& line) {
-  // One write: lines of several processes that share the stream do not mix.
-  size_t done = 0;
-  while (done < line.size()) {
-    const ssize_t written = write(STDERR_FILENO, line.data() + done, line.size() - done);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    done += static_cast<size_t>(written);
-  }
+  static constexpr sockaddr_un kJournal = {AF_UNIX, "/run/systemd/journal/socket"};
+  const std::string fields = "PRIORITY=" + std::to_string(static_cast<int>(level)) +
+                             "\nMESSAGE=" + text +
+                             "\nSYSLOG_IDENTIFIER=" + DefaultSink::Escape(Identifier()) +
+                             "\nVIGILA_LOGGER=" + logger + "\n";
+  const osa::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  return sendto(socket.get(), fields.data(), fields.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                reinterpret_cast<const sockaddr*>(&kJournal), sizeof kJournal) >= 0;
 }
 
 }  // namespace
@@ -114,14 +101,21 @@ bool DefaultSink::IsJournalStream(const char* stream, int fd) {
 }
 
 void DefaultSink::Write(Logger::Level level, const std::string& logger, const std::string& text) {
-  const std::string safe_logger = Escape(logger);
-  const std::string safe_text = Escape(text);
+  if (lost_ > 0) {
+    const std::string report = std::to_string(lost_) + (lost_ == 1 ? " line lost" : " lines lost");
+    if (Deliver(Logger::kWarning, "Logger", report)) lost_ = 0;
+  }
+  // While earlier lines are missing without a word about them, none may follow.
+  if (lost_ > 0 || !Deliver(level, Escape(logger), Escape(text))) ++lost_;
+}
+
+bool DefaultSink::Deliver(Logger::Level level, const std::string& logger, const std::string& text) {
   // Asked for each line: standard error may be given another target while the process runs.
   if (IsJournalStream(getenv("JOURNAL_STREAM"), STDERR_FILENO) &&
-      WriteToJournal(level, safe_logger, safe_text)) {
-    return;
+      WriteToJournal(level, logger, text)) {
+    return true;
   }
-  WriteToStandardError(std::string(LevelName(level)) + " " + safe_logger + ": " + safe_text + "\n");
+  return standard_error_.Write(std::string(LevelName(level)) + " " + logger + ": " + text);
 }
 
 }  // namespace tevra::core

@@ -1,20 +1,19 @@
 #include "tevra/core/logger.h"
 
-#include <pthread.h>
-
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 
 #include "tevra/core/default_sink.h"
 #include "tevra/core/platform_config.h"
+#include "tevra/osa/held_cancellation.h"
+#include "tevra/osa/process_generation.h"
 
 namespace tevra::core {
 namespace {
@@ -23,47 +22,40 @@ constexpr size_t kMaxText = 4 * 1024 * 1024;
 constexpr char kCut[] = " (cut)";
 constexpr int kUnknown = 0;
 
-// A Level, or kUnknown until somebody asks. Outside Shared, for the one load of IsEnabled.
+// A Level, or kUnknown until someone asks.
 std::atomic<int> g_level{kUnknown};
 std::atomic<bool> g_level_is_set{false};
 
-// Never destroyed: objects with static storage may log while they are torn down.
-struct Shared {
-  std::mutex registry_mutex;
-  std::map<std::string, std::unique_ptr<Logger>> loggers;
+// The list of all loggers. It only grows, and without a lock: a child of fork, and a thread that
+// runs on while the process ends, find it whole.
+std::atomic<Logger*> g_loggers{nullptr};
 
-  std::mutex sink_mutex;  // held during Write
-  Logger::Sink* sink = nullptr;
+std::atomic<Logger::Sink*> g_sink{nullptr};  // null: the default
+
+// Serves one process; a child of fork makes another, for the mutex of its parent may be held by a
+// thread that the child does not have. Never destroyed: objects with static storage may log while
+// they are torn down, and other threads while the process ends.
+struct Outlet {
+  const osa::ProcessGeneration process;
+  std::mutex mutex;  // held during Write
   DefaultSink default_sink;
 };
 
-Shared& TheShared();
-
-// A child of fork that inherited a mutex from a thread that was just logging could never log.
-void BeforeFork() {
-  TheShared().registry_mutex.lock();
-  TheShared().sink_mutex.lock();
-}
-
-void AfterFork() {
-  TheShared().sink_mutex.unlock();
-  TheShared().registry_mutex.unlock();
-}
-
-Shared& TheShared() {
-  static Shared* const shared = [] {
-    auto* made = new Shared;
-    pthread_atfork(BeforeFork, AfterFork, AfterFork);
-    return made;
-  }();
-  return *shared;
+Outlet& TheOutlet() {
+  static std::atomic<Outlet*> latest{nullptr};
+  Outlet* outlet = latest.load(std::memory_order_acquire);
+  if (outlet != nullptr && !outlet->process.IsInherited()) return *outlet;
+  auto made = std::make_unique<Outlet>();
+  if (latest.compare_exchange_strong(outlet, made.get())) return *made.release();
+  return *outlet;
 }
 
 void Deliver(Logger::Level level, const std::string& logger, const std::string& text) {
-  Shared& shared = TheShared();
-  const std::lock_guard<std::mutex> lock(shared.sink_mutex);
-  Logger::Sink* const sink = shared.sink != nullptr ? shared.sink : &shared.default_sink;
-  sink->Write(level, logger, text);
+  const osa::HeldCancellation held;
+  Outlet& outlet = TheOutlet();
+  const std::lock_guard<std::mutex> lock(outlet.mutex);
+  Logger::Sink* const own = g_sink.load();
+  (own != nullptr ? *own : outlet.default_sink).Write(level, logger, text);
 }
 
 std::optional<Logger::Level> LevelFromText(const std::string& text) {
@@ -133,18 +125,27 @@ std::string Format(const char* format, va_list arguments) {
 }  // namespace
 
 Logger* Logger::GetLogger(const std::string& name) {
-  Shared& shared = TheShared();
-  const std::lock_guard<std::mutex> lock(shared.registry_mutex);
-  std::unique_ptr<Logger>& logger = shared.loggers[name];
-  if (!logger) logger.reset(new Logger(name));
-  return logger.get();
+  std::unique_ptr<Logger> made;
+  Logger* first = g_loggers.load(std::memory_order_acquire);
+  for (;;) {
+    for (Logger* logger = first; logger != nullptr; logger = logger->next_) {
+      if (logger->name_ == name) return logger;
+    }
+    if (!made) made.reset(new Logger(name));
+    made->next_ = first;
+    if (g_loggers.compare_exchange_weak(first, made.get(), std::memory_order_acq_rel)) {
+      return made.release();
+    }
+  }
 }
 
 std::vector<std::string> Logger::Names() {
-  Shared& shared = TheShared();
-  const std::lock_guard<std::mutex> lock(shared.registry_mutex);
   std::vector<std::string> names;
-  for (const auto& [name, logger] : shared.loggers) names.push_back(name);
+  for (const Logger* logger = g_loggers.load(std::memory_order_acquire); logger != nullptr;
+       logger = logger->next_) {
+    names.push_back(logger->name_);
+  }
+  std::sort(names.begin(), names.end());
   return names;
 }
 
@@ -163,11 +164,9 @@ bool Logger::IsEnabled(Level level) {
 }
 
 Logger::Sink* Logger::SetSink(Sink* sink) {
-  Shared& shared = TheShared();
-  const std::lock_guard<std::mutex> lock(shared.sink_mutex);
-  Sink* const previous = shared.sink;
-  shared.sink = sink;
-  return previous;
+  // The previous sink writes nothing any more once it is handed back.
+  const std::lock_guard<std::mutex> lock(TheOutlet().mutex);
+  return g_sink.exchange(sink);
 }
 
 void Logger::UseConfiguredLevel() {
@@ -183,7 +182,7 @@ void Logger::LogV(Level level, const char* format, va_list arguments) {
   if (!IsEnabled(level)) return;
   try {
     Deliver(level, name_, Format(format, arguments));
-  } catch (const std::exception&) {
+  } catch (...) {
     // No memory for the line. The caller's work is worth more than its report.
   }
 }

@@ -11,17 +11,19 @@ class PlatformConfig;
 // One named source of log lines. GetLogger hands out one object per name, alive until the process
 // ends. Any thread may log. A line below the level in force costs one atomic load: nothing is
 // formatted. Texts are printf formats; user text is always an argument, never the format. Logging
-// never throws.
+// never throws, waits for no reader, and goes on in a child of fork, whatever other threads of the
+// parent were logging.
 //
-// Without a sink of somebody's own, lines go to the journal when standard error is connected to it,
+// Without a sink of someone's own, lines go to the journal when standard error is connected to it,
 // else to standard error as "notice UserMap: text". There, every byte that is neither printable nor
-// part of UTF-8 text, and the backslash, is written as \x0a: nobody forges a line.
+// part of UTF-8 text, and the backslash, is written as \x0a: no one forges a line.
 class Logger {
  public:
   // Numbers are syslog's: the smaller, the more urgent.
   enum Level { kError = 3, kWarning = 4, kNotice = 5, kInformation = 6, kDebug = 7 };
 
-  // Where lines go. Write may be called from any thread, one call at a time.
+  // Where lines go. Write may be called from any thread, one call at a time, and must not wait for
+  // anyone: every thread that logs waits for it.
   class Sink {
    public:
     virtual ~Sink() = default;
@@ -29,7 +31,7 @@ class Logger {
   };
 
   static Logger* GetLogger(const std::string& name);
-  // Every name that somebody has asked for, in order.
+  // Every name that someone has asked for, in order.
   static std::vector<std::string> Names();
 
   // Level in force for every logger. Until SetLevel it is TEVRA_LOG_LEVEL's, else [Logging]
@@ -66,6 +68,7 @@ class Logger {
   static void ForgetConfiguredLevel();
 
   const std::string name_;
+  Logger* next_ = nullptr;  // in the list of all loggers; constant once it is in
 };
 
 }  // namespace tevra::core

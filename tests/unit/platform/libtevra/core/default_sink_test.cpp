@@ -1,24 +1,31 @@
 #include "tevra/core/default_sink.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <string>
 
 #include "support/platform_fixture.h"
+#include "tevra/osa/descriptor.h"
 
 namespace {
 
 using tevra::core::DefaultSink;
 using tevra::core::Logger;
+using tevra::osa::Descriptor;
 
 std::string StreamOf(int fd) {
   struct stat status;
@@ -32,7 +39,7 @@ TEST(DefaultSink, LeavesPrintableTextAlone) {
   EXPECT_EQ(DefaultSink::Escape(""), "");
 }
 
-TEST(DefaultSink, EscapesEveryControlByteSoThatNobodyForgesALine) {
+TEST(DefaultSink, EscapesEveryControlByteSoThatNoOneForgesALine) {
   EXPECT_EQ(DefaultSink::Escape("a\nnotice UserMap: b"), "a\\x0anotice UserMap: b");
   EXPECT_EQ(DefaultSink::Escape("\r\t\x1b[2J\x7f"), "\\x0d\\x09\\x1b[2J\\x7f");
   EXPECT_EQ(DefaultSink::Escape(std::string("\0", 1)), "\\x00");
@@ -102,6 +109,153 @@ TEST(DefaultSink, SurvivesAClosedStandardError) {
       ::testing::ExitedWithCode(0), "");
 }
 
+// Both ends of something that standard error is put on. The writing end is this process's standard
+// error while the object lives.
+class OwnStandardError {
+ public:
+  explicit OwnStandardError(std::array<int, 2> ends)
+      : reader_(ends[0]), writer_(ends[1]), before_(dup(STDERR_FILENO)) {
+    unsetenv("JOURNAL_STREAM");
+    dup2(writer_.get(), STDERR_FILENO);
+  }
+  ~OwnStandardError() { dup2(before_.get(), STDERR_FILENO); }
+
+  // Until not a byte is taken any more.
+  void Fill() {
+    fcntl(writer_.get(), F_SETFL, O_NONBLOCK);
+    while (write(writer_.get(), "x", 1) == 1) continue;
+    fcntl(writer_.get(), F_SETFL, 0);
+  }
+  std::string Drain() {
+    fcntl(reader_.get(), F_SETFL, O_NONBLOCK);
+    std::string all;
+    std::array<char, 65536> some;
+    ssize_t count = 0;
+    while ((count = read(reader_.get(), some.data(), some.size())) > 0) {
+      all.append(some.data(), static_cast<size_t>(count));
+    }
+    return all;
+  }
+  void CloseReader() { reader_.Reset(); }
+
+ private:
+  Descriptor reader_;
+  const Descriptor writer_;
+  const Descriptor before_;
+};
+
+std::array<int, 2> NewPipe() {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  return ends;
+}
+
+std::array<int, 2> NewSocketPair() {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  return ends;
+}
+
+class DefaultSinkWithoutAReader : public testing::TestWithParam<std::array<int, 2> (*)()> {
+ protected:
+  OwnStandardError stderr_{GetParam()()};
+  DefaultSink sink_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Any, DefaultSinkWithoutAReader, testing::Values(NewPipe, NewSocketPair));
+
+// A sink that waited would keep these tests from ending.
+TEST_P(DefaultSinkWithoutAReader, DropsWhatDoesNotFitAndSaysHowMuch) {
+  stderr_.Fill();
+  for (int i = 0; i < 3; ++i) sink_.Write(Logger::kError, "V", "lost");
+  stderr_.Drain();
+  sink_.Write(Logger::kNotice, "V", "first");
+  sink_.Write(Logger::kNotice, "V", "second");
+  EXPECT_EQ(stderr_.Drain(), "warning Logger: 3 lines lost\nnotice V: first\nnotice V: second\n");
+}
+
+TEST_P(DefaultSinkWithoutAReader, CountsOnWhileNothingIsTaken) {
+  stderr_.Fill();
+  sink_.Write(Logger::kError, "V", "lost");
+  stderr_.Drain();
+  stderr_.Fill();
+  sink_.Write(Logger::kError, "V", "lost too");
+  stderr_.Drain();
+  sink_.Write(Logger::kNotice, "V", "x");
+  EXPECT_EQ(stderr_.Drain(), "warning Logger: 2 lines lost\nnotice V: x\n");
+}
+
+TEST_P(DefaultSinkWithoutAReader, EndsALineThatWasCutBeforeTheNext) {
+  sink_.Write(Logger::kNotice, "V", std::string(4 << 20, 'x'));
+  const std::string cut = stderr_.Drain();
+  EXPECT_LT(cut.size(), size_t{4 << 20});
+  EXPECT_EQ(cut.find_first_not_of('x', sizeof "notice V: " - 1), std::string::npos);
+  sink_.Write(Logger::kNotice, "V", "y");
+  EXPECT_EQ(stderr_.Drain(), "\nwarning Logger: 1 line lost\nnotice V: y\n");
+}
+
+TEST_P(DefaultSinkWithoutAReader, DoesNotDieOfAReaderThatHasGone) {
+  signal(SIGPIPE, SIG_DFL);
+  stderr_.CloseReader();
+  sink_.Write(Logger::kError, "V", "lost");
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  OwnStandardError successor(GetParam()());
+  sink_.Write(Logger::kNotice, "V", "x");
+  EXPECT_EQ(successor.Drain(), "warning Logger: 1 line lost\nnotice V: x\n");
+}
+
+TEST_P(DefaultSinkWithoutAReader, LeavesASignalOfSomeoneElsePending) {
+  sigset_t pipe_signal, before, pending;
+  sigemptyset(&pipe_signal);
+  sigaddset(&pipe_signal, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_signal, &before);
+  pthread_kill(pthread_self(), SIGPIPE);
+  stderr_.CloseReader();
+  sink_.Write(Logger::kError, "V", "lost");
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
+  int taken = 0;
+  sigwait(&pipe_signal, &taken);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST_P(DefaultSinkWithoutAReader, LeavesTheStreamBlockingForOtherProcesses) {
+  sink_.Write(Logger::kNotice, "V", "x");
+  EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST(DefaultSink, DropsWhatDoesNotFitWhenNoDescriptorIsLeft) {
+  OwnStandardError own(NewPipe());
+  own.Fill();
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{3, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  DefaultSink sink;
+  sink.Write(Logger::kError, "V", "lost");
+  own.Drain();
+  sink.Write(Logger::kNotice, "V", "x");
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(own.Drain(), "warning Logger: 1 line lost\nnotice V: x\n");
+}
+
+TEST(DefaultSink, AppendsToAFileWhereOthersHaveWritten) {
+  std::array<char, 32> path = {"/tmp/default-sink-XXXXXX"};
+  Descriptor file(mkstemp(path.data()));
+  ASSERT_TRUE(file);
+  unlink(path.data());
+  ASSERT_EQ(write(file.get(), "before\n", 7), 7);
+  const Descriptor stderr_before(dup(STDERR_FILENO));
+  dup2(file.get(), STDERR_FILENO);
+  DefaultSink().Write(Logger::kNotice, "V", "x");
+  dup2(stderr_before.get(), STDERR_FILENO);
+  std::array<char, 64> all{};
+  ASSERT_GT(pread(file.get(), all.data(), all.size() - 1, 0), 0);
+  EXPECT_STREQ(all.data(), "before\nnotice V: x\n");
+}
+
 // Puts a socket of ours in the journal's place, in a mount namespace of this process alone. -1
 // where the system does not allow it.
 int OpenOwnJournal() {
@@ -131,6 +285,22 @@ constexpr int kNotAllowed = 77;
             : 1);
 }
 
+// A journal that reads nothing. Exits with 0 when the line it has no room for is on standard error.
+[[noreturn]] void LogIntoAFullJournal() {
+  const Descriptor journal(OpenOwnJournal());
+  if (!journal) _exit(kNotAllowed);
+  alarm(20);
+  OwnStandardError own(NewPipe());
+  setenv("JOURNAL_STREAM", StreamOf(STDERR_FILENO).c_str(), 1);
+  DefaultSink sink;
+  std::string got;
+  for (int i = 0; i < 10000 && got.empty(); ++i) {
+    sink.Write(Logger::kNotice, "UserMap", "x");
+    got = own.Drain();
+  }
+  _exit(got == "notice UserMap: x\n" ? 0 : 1);
+}
+
 int ExitCodeOf(void (*child_main)()) {
   const pid_t child = fork();
   if (child == 0) {
@@ -146,6 +316,12 @@ TEST(DefaultSink, SendsFieldsToTheJournal) {
   support::PlatformFixture fixture;
   fixture.Set("Logging", "identifier", "camera");
   const int code = ExitCodeOf([] { LogIntoOwnJournal(); });
+  if (code == kNotAllowed) GTEST_SKIP() << "no mount namespace here";
+  EXPECT_EQ(code, 0);
+}
+
+TEST(DefaultSink, DoesNotWaitForAJournalThatDoesNotRead) {
+  const int code = ExitCodeOf([] { LogIntoAFullJournal(); });
   if (code == kNotAllowed) GTEST_SKIP() << "no mount namespace here";
   EXPECT_EQ(code, 0);
 }
