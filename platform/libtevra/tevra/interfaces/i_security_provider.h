@@ -14,12 +14,16 @@ class IMsgBus;
 
 namespace tevra::interfaces {
 
+template <typename Value>
+class ListenerList;
+
 // The security service's contract, shared by the server's provider and the clients' proxy. The
 // order of the virtual operations, destructor first, is the contract; so are the signatures.
 //
-// Listeners hear of changes that make earlier answers stale. The list and its mutex live here; a
-// listener runs with the mutex held and must not add or remove listeners. A child of fork has the
-// same listeners, and a mutex of its own.
+// Listeners hear of changes that make earlier answers stale. The list and its mutex live here.
+// Contract: listeners run with the mutex held, so that none is called any more once its removal has
+// returned; one that adds, removes or calls listeners gets a tevra::osa::Exception. A child of fork
+// must not use what it inherited: there, listeners are neither called nor added.
 class ISecurityProvider {
  public:
   // One bit per group. A test for "at least group G" uses the mask of G and all stronger groups.
@@ -83,8 +87,8 @@ class ISecurityProvider {
   void AddChangeListener(std::unique_ptr<core::IVoidDelegate1<bool>> listener);
   // Removes (and destroys) every listener whose target is `target`.
   void RemoveChangeListeners(void* target);
-  // Calls every listener with `value`, holding the listener mutex. What a listener throws is logged
-  // and keeps no other from hearing.
+  // Calls every listener with `value`, holding the listener mutex. Whatever a listener throws is
+  // logged and keeps no other from hearing.
   void FireChangeListeners(bool value);
 
   // The bus-side server of a provider; destroying it ends the service.
@@ -105,8 +109,7 @@ class ISecurityProvider {
   static IServer* CreateServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
 
  private:
-  class Listeners;
-  const std::unique_ptr<Listeners> listeners_;
+  const std::unique_ptr<ListenerList<bool>> listeners_;
 };
 
 }  // namespace tevra::interfaces

@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdarg>
 #include <new>
 #include <string>
@@ -144,39 +141,6 @@ TEST(Logger, SurvivesASinkThatThrows) {
   } throwing;
   Logger::Sink* const previous = Logger::SetSink(&throwing);
   EXPECT_NO_THROW(Logger::GetLogger("V")->Error("x"));
-  Logger::SetSink(previous);
-}
-
-TEST(Logger, LogsInAChildForkedWhileAnotherThreadLogged) {
-  class SlowSink final : public Logger::Sink {
-   public:
-    void Write(Logger::Level, const std::string& logger, const std::string&) override {
-      if (logger == "Child") return;
-      // Long enough that a fork nearly always meets it.
-      for (int i = 0; i < 2000; ++i) seen_ += std::to_string(i).size();
-    }
-
-   private:
-    size_t seen_ = 0;
-  } sink;
-  Logger::Sink* const previous = Logger::SetSink(&sink);
-  std::atomic<bool> stop = false;
-  std::thread logging([&stop] {
-    while (!stop) Logger::GetLogger("Parent")->Error("busy");
-  });
-  for (int i = 0; i < 30; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(10);
-      Logger::GetLogger("Child")->Error("here");
-      _exit(0);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-  }
-  stop = true;
-  logging.join();
   Logger::SetSink(previous);
 }
 
