@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "tevra/core/hexadecimal.h"
 #include "vigila-gateway/group_names.h"
 #include "vigila-gateway/web_service.h"
 
@@ -40,8 +41,7 @@ std::string HeaderText(const std::string& name) {
       text.push_back(c);
     } else {
       text.push_back('%');
-      text.push_back("0123456789ABCDEF"[byte >> 4]);
-      text.push_back("0123456789ABCDEF"[byte & 15]);
+      tevra::core::AppendHexadecimal(c, text, tevra::core::LetterCase::kUpper);
     }
   }
   return text;

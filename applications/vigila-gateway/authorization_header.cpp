@@ -5,10 +5,13 @@
 #include <optional>
 #include <utility>
 
+#include "utilc/base64.h"
 #include "vigila-gateway/http_message.h"
 
 namespace vigila::gateway {
 namespace {
+
+using tevra::core::SecretText;
 
 using Parameters = std::map<std::string, std::string>;  // names in lower case
 
@@ -149,45 +152,10 @@ AuthorizationHeader DigestFrom(const Parameters& parameters) {
   return answer;
 }
 
-int Base64Value(char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  return c == '/' ? 63 : -1;
-}
-
-std::optional<SecretText> DecodeBase64(std::string_view text) {
-  if (text.size() % 4 != 0) return std::nullopt;
-  for (int padding = 0; padding < 2 && text.ends_with('='); ++padding) text.remove_suffix(1);
-  std::string decoded;
-  // Growing would leave copies behind.
-  decoded.reserve(text.size());
-  unsigned bits = 0;
-  int count = 0;
-  for (const char c : text) {
-    const int value = Base64Value(c);
-    if (value < 0) {
-      WipeText(decoded);
-      return std::nullopt;
-    }
-    bits = (bits << 6 | static_cast<unsigned>(value)) & 0xffffff;
-    count += 6;
-    if (count >= 8) {
-      count -= 8;
-      decoded.push_back(static_cast<char>(bits >> count & 0xff));
-    }
-  }
-  // One spelling per value: what the padding stands for is zero.
-  const bool canonical = (bits & ((1u << count) - 1)) == 0;
-  SecretText secret(std::move(decoded));
-  return canonical ? std::optional(std::move(secret)) : std::nullopt;
-}
-
 AuthorizationHeader BasicFrom(std::string_view credentials) {
-  const std::optional<SecretText> pair = DecodeBase64(credentials);
-  if (!pair) return UnusableAnswer::kMalformed;
-  const std::string& text = pair->Text();
+  SecretText pair(credentials.size());
+  pair.Shorten(base64_decode(credentials.data(), credentials.size(), pair.Data(), pair.Size()));
+  const std::string& text = pair.Text();
   const size_t colon = text.find(':');
   if (colon == std::string::npos) return UnusableAnswer::kMalformed;
   return BasicAnswer{text.substr(0, colon), SecretText(text.substr(colon + 1))};

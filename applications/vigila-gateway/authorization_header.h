@@ -6,7 +6,7 @@
 #include <string_view>
 #include <variant>
 
-#include "vigila-gateway/secret_text.h"
+#include "tevra/core/secret_text.h"
 
 namespace vigila::gateway {
 
@@ -28,7 +28,7 @@ struct DigestAnswer {
 
 struct BasicAnswer {
   std::string username;
-  SecretText password;
+  tevra::core::SecretText password;
 };
 
 enum class UnusableAnswer {

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "tevra/core/hexadecimal.h"
+
 namespace vigila::gateway {
 
 std::string RequestDigest(std::string_view method, std::string_view uri) {
@@ -13,12 +15,7 @@ std::string RequestDigest(std::string_view method, std::string_view uri) {
   if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr) != 1) {
     throw std::runtime_error("OpenSSL offers no MD5");
   }
-  std::string hex;
-  for (unsigned int i = 0; i < length; ++i) {
-    hex.push_back("0123456789abcdef"[digest[i] >> 4]);
-    hex.push_back("0123456789abcdef"[digest[i] & 15]);
-  }
-  return hex;
+  return tevra::core::Hexadecimal({reinterpret_cast<const char*>(digest), length});
 }
 
 }  // namespace vigila::gateway

@@ -3,8 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "vigila-gateway/secret_text.h"
-
+#include "tevra/core/secret_text.h"
 namespace vigila::gateway {
 namespace {
 
@@ -32,7 +31,7 @@ class Gateway::Exchange final : public HttpExchange {
   // They may hold passwords, which must not outlive their use.
   ~Exchange() override {
     for (auto& [name, value] : request_.headers) {
-      if (EqualIgnoringCase(name, "Authorization")) WipeText(value);
+      if (EqualIgnoringCase(name, "Authorization")) tevra::core::Wipe(value);
     }
   }
 

@@ -2,14 +2,14 @@
 
 #include <cstdio>
 
-#include "vigila-gateway/utf8.h"
+#include "tevra/core/utf8.h"
 
 namespace vigila::gateway {
 
 std::string JsonText(std::string_view text) {
   std::string quoted = "\"";
   while (!text.empty()) {
-    const size_t length = Utf8SequenceLength(text);
+    const size_t length = tevra::core::Utf8SequenceLength(text);
     const char c = text.front();
     if (length == 0) {
       quoted.append("\\ufffd");

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "vigila-gateway/utf8.h"
+#include "tevra/core/utf8.h"
 
 namespace vigila::gateway {
 namespace {
@@ -80,7 +80,7 @@ std::optional<RequestTarget> ParseRequestTarget(std::string_view target) {
   if (!local) return std::nullopt;
   const size_t question = std::min(local->find('?'), local->size());
   const std::optional<std::string> path = PercentDecode(local->substr(0, question));
-  if (!path || !IsUtf8(*path) || std::any_of(path->begin(), path->end(), IsControl)) {
+  if (!path || !tevra::core::IsUtf8(*path) || std::any_of(path->begin(), path->end(), IsControl)) {
     return std::nullopt;
   }
   const std::string_view query =

@@ -13,6 +13,8 @@
 namespace vigila::gateway {
 namespace {
 
+using tevra::osa::Descriptor;
+
 struct MediaType {
   std::string_view suffix;
   const char* type;
@@ -37,17 +39,18 @@ const char* TypeOf(std::string_view path) {
   return "application/octet-stream";
 }
 
-int OpenDirectory(const std::string& directory) {
-  const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) throw std::system_error(errno, std::generic_category(), directory);
-  return fd;
+Descriptor OpenDirectory(const std::string& directory) {
+  Descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) throw std::system_error(errno, std::generic_category(), directory);
+  return opened;
 }
 
-int OpenBeneath(int directory, const std::string& path) {
+Descriptor OpenBeneath(const Descriptor& directory, const std::string& path) {
   open_how how = {};
   how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  return static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof(how)));
+  return Descriptor(
+      static_cast<int>(syscall(SYS_openat2, directory.get(), path.c_str(), &how, sizeof(how))));
 }
 
 bool ReadAll(int fd, std::string& content) {
@@ -69,28 +72,18 @@ bool ReadAll(int fd, std::string& content) {
 
 StaticFiles::StaticFiles(const std::string& directory) : directory_(OpenDirectory(directory)) {}
 
-StaticFiles::~StaticFiles() {
-  close(directory_);
-}
-
 std::optional<HttpResponse> StaticFiles::Read(const std::string& path) const {
-  const int fd = OpenBeneath(directory_, path.substr(1));
-  if (fd < 0) return std::nullopt;
+  const Descriptor file = OpenBeneath(directory_, path.substr(1));
   HttpResponse response;
-  const bool whole = ReadAll(fd, response.body);
-  close(fd);
-  if (!whole) return std::nullopt;
+  if (!file || !ReadAll(file.get(), response.body)) return std::nullopt;
   response.headers = {{"Content-Type", TypeOf(path)}, {"X-Content-Type-Options", "nosniff"}};
   return response;
 }
 
 bool StaticFiles::Has(const std::string& path) const {
-  const int fd = OpenBeneath(directory_, path.substr(1));
-  if (fd < 0) return false;
+  const Descriptor file = OpenBeneath(directory_, path.substr(1));
   struct stat status = {};
-  const bool regular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-  close(fd);
-  return regular;
+  return file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace vigila::gateway

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "tevra/osa/descriptor.h"
 #include "vigila-gateway/http_message.h"
 
 namespace vigila::gateway {
@@ -16,16 +17,13 @@ class StaticFiles final {
 
   // Throws std::system_error when the directory cannot be opened.
   explicit StaticFiles(const std::string& directory);
-  ~StaticFiles();
-  StaticFiles(const StaticFiles&) = delete;
-  StaticFiles& operator=(const StaticFiles&) = delete;
 
   // The file at a canonical path; nothing when there is none that may be served.
   std::optional<HttpResponse> Read(const std::string& path) const;
   bool Has(const std::string& path) const;
 
  private:
-  const int directory_;
+  const tevra::osa::Descriptor directory_;
 };
 
 }  // namespace vigila::gateway

@@ -17,13 +17,15 @@
 namespace vigilactl {
 namespace {
 
+using tevra::core::SecretText;
+
 struct PassphraseOptions {
   std::string alias;
   bool password_stdin = false;
 };
 
 ExitCode AddPassphrase(Invocation& invocation, const PassphraseOptions& options) {
-  const Secret phrase =
+  const SecretText phrase =
       ReadSecret(options.password_stdin ? SecretSource::kStandardInput : SecretSource::kTerminal,
                  "passphrase " + Printable(options.alias), true);
   const std::string id = invocation.Provider().AddPassphrase(phrase.Text(), options.alias);
@@ -57,7 +59,7 @@ ExitCode ListPassphrases(Invocation& invocation) {
 }
 
 ExitCode ShowPassphrase(Invocation& invocation, const std::string& id) {
-  const Secret phrase(invocation.Provider().GetPassphrase(id));
+  const SecretText phrase(invocation.Provider().GetPassphrase(id));
   json::Object object;
   object["ID"] = json::String(id);
   if (phrase.Text().empty()) return invocation.Refuse(object, "There is no such passphrase.");
@@ -65,7 +67,7 @@ ExitCode ShowPassphrase(Invocation& invocation, const std::string& id) {
   object["PhraseBase64"] = json::String(krand::lib::Base64::Encode(phrase.Text()));
   // A pipe gets the bytes as they are, a terminal only what it may show.
   const bool terminal = isatty(STDOUT_FILENO) == 1;
-  const Secret shown((terminal ? Printable(phrase.Text()) : phrase.Text()) + "\n");
+  const SecretText shown((terminal ? Printable(phrase.Text()) : phrase.Text()) + "\n");
   return invocation.Answer(object, shown.Text());
 }
 

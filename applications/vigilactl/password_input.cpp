@@ -8,10 +8,13 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "tevra/osa/descriptor.h"
 #include "vigilactl/exit_code.h"
 
 namespace vigilactl {
 namespace {
+
+using tevra::core::SecretText;
 
 volatile sig_atomic_t caught_signal = 0;
 
@@ -61,20 +64,6 @@ class SilentTerminal final {
   struct sigaction before_[std::size(kSignals)] = {};
 };
 
-class FileDescriptor final {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  ~FileDescriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  int Get() const { return fd_; }
-
- private:
-  const int fd_;
-};
-
 void WriteText(int fd, const std::string& text) {
   size_t done = 0;
   while (done < text.size()) {
@@ -98,7 +87,7 @@ LineEnd ReadLine(int fd, const sigset_t& waiting_mask, std::string& line) {
   return LineEnd::kEndOfFile;
 }
 
-Secret AskOnce(int terminal, const std::string& question) {
+SecretText AskOnce(int terminal, const std::string& question) {
   while (true) {
     std::string line;
     line.reserve(4096);  // a terminal line is no longer; growth would leave copies behind
@@ -110,7 +99,7 @@ Secret AskOnce(int terminal, const std::string& question) {
       end = ReadLine(terminal, silent.MaskBefore(), line);
       WriteText(terminal, "\n");
     }
-    Secret answer(std::move(line));
+    SecretText answer(std::move(line));
     if (end == LineEnd::kComplete) return answer;
     if (end == LineEnd::kEndOfFile) throw UsageError("no answer at the terminal");
     // Stopped or ended now, with the terminal in order; asked again when continued.
@@ -118,19 +107,19 @@ Secret AskOnce(int terminal, const std::string& question) {
   }
 }
 
-Secret AskTerminal(const std::string& what, bool confirm) {
-  const FileDescriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
-  if (terminal.Get() < 0) {
+SecretText AskTerminal(const std::string& what, bool confirm) {
+  const tevra::osa::Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+  if (!terminal) {
     throw UsageError("there is no terminal to ask for the " + what + ": use --password-stdin");
   }
-  Secret first = AskOnce(terminal.Get(), "The " + what + ": ");
+  SecretText first = AskOnce(terminal.get(), "The " + what + ": ");
   if (!confirm) return first;
-  const Secret second = AskOnce(terminal.Get(), "The " + what + " again: ");
+  const SecretText second = AskOnce(terminal.get(), "The " + what + " again: ");
   if (first.Text() != second.Text()) throw UsageError("the two answers differ");
   return first;
 }
 
-Secret ReadStandardInput(const std::string& what) {
+SecretText ReadStandardInput(const std::string& what) {
   std::string text;
   char buffer[65536];
   while (true) {
@@ -143,12 +132,12 @@ Secret ReadStandardInput(const std::string& what) {
   }
   explicit_bzero(buffer, sizeof(buffer));
   if (!text.empty() && text.back() == '\n') text.pop_back();
-  return Secret(std::move(text));
+  return SecretText(std::move(text));
 }
 
 }  // namespace
 
-Secret ReadSecret(SecretSource source, const std::string& what, bool confirm) {
+SecretText ReadSecret(SecretSource source, const std::string& what, bool confirm) {
   return source == SecretSource::kStandardInput ? ReadStandardInput(what)
                                                 : AskTerminal(what, confirm);
 }

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "vigilactl/secret.h"
+#include "tevra/core/secret_text.h"
 
 namespace vigilactl {
 
@@ -17,7 +17,7 @@ enum class SecretSource { kTerminal, kStandardInput };
 // before afterwards, also when a signal ends or stops the program meanwhile. From standard input:
 // everything up to the end of file, less one line break at the end. Throws UsageError when there is
 // no terminal, no input, or the two answers differ.
-Secret ReadSecret(SecretSource source, const std::string& what, bool confirm);
+tevra::core::SecretText ReadSecret(SecretSource source, const std::string& what, bool confirm);
 
 }  // namespace vigilactl
 

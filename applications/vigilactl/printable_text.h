@@ -7,8 +7,6 @@
 
 namespace vigilactl {
 
-bool IsUtf8(std::string_view text);
-
 // The text as a terminal may show it: bytes that are not UTF-8, control characters and the
 // characters that reorder or hide text become "\xNN" per byte. A name must not steer the terminal
 // of the administrator who lists it.

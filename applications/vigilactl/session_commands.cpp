@@ -12,6 +12,8 @@
 namespace vigilactl {
 namespace {
 
+using tevra::core::SecretText;
+
 using krand::lib::Base64;
 
 struct LoginOptions {
@@ -21,10 +23,10 @@ struct LoginOptions {
 };
 
 ExitCode Login(Invocation& invocation, const LoginOptions& options) {
-  const Secret password =
+  const SecretText password =
       ReadSecret(options.password_stdin ? SecretSource::kStandardInput : SecretSource::kTerminal,
                  "password of " + Printable(options.name), false);
-  const Secret encoded(Base64::Encode(password.Text()));
+  const SecretText encoded(Base64::Encode(password.Text()));
   const std::string answer = invocation.Provider().Authenticate(
       options.reuse, Base64::Encode(options.name), encoded.Text());
   json::Object object;

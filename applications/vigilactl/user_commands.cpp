@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "json/writer.h"
+#include "tevra/core/utf8.h"
 #include "vigilactl/account_listing.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/groups.h"
@@ -16,6 +17,8 @@
 namespace vigilactl {
 namespace {
 
+using tevra::core::SecretText;
+
 struct UserOptions {
   std::string name;
   std::vector<std::string> names;
@@ -26,13 +29,13 @@ struct UserOptions {
 
 // Accounts travel in a JSON document, and JSON is UTF-8.
 void RequireUtf8(const std::string& text, const char* what) {
-  if (!IsUtf8(text)) {
+  if (!tevra::core::IsUtf8(text)) {
     throw UsageError(std::string("the ") + what + " is not UTF-8, and an account's must be");
   }
 }
 
 // The request for one account; a null password keeps the present one.
-std::string AccountDocument(const std::string& name, uint32_t group, const Secret* password) {
+std::string AccountDocument(const std::string& name, uint32_t group, const SecretText* password) {
   json::Object entry;
   entry["Name"] = json::String(name);
   if (password != nullptr) entry["Password"] = json::String(password->Text());
@@ -46,8 +49,8 @@ std::string AccountDocument(const std::string& name, uint32_t group, const Secre
   return text.str();
 }
 
-Secret ReadNewPassword(const UserOptions& options) {
-  Secret password =
+SecretText ReadNewPassword(const UserOptions& options) {
+  SecretText password =
       ReadSecret(options.password_stdin ? SecretSource::kStandardInput : SecretSource::kTerminal,
                  "new password of " + Printable(options.name), true);
   RequireUtf8(password.Text(), "password");
@@ -80,7 +83,7 @@ ExitCode ListUsers(Invocation& invocation) {
 ExitCode AddUser(Invocation& invocation, const UserOptions& options) {
   RequireUtf8(options.name, "name");
   const uint32_t group = ParseGroup(options.group);
-  const Secret password = ReadNewPassword(options);
+  const SecretText password = ReadNewPassword(options);
   const int code = invocation.Provider().AddUsers(AccountDocument(options.name, group, &password));
   json::Object object;
   object["Name"] = json::String(options.name);
@@ -107,8 +110,8 @@ ExitCode ModifyUser(Invocation& invocation, const UserOptions& options) {
     throw UsageError("nothing to change: give --group, --password or --password-stdin");
   }
   if (!options.group.empty()) ParseGroup(options.group);
-  std::unique_ptr<Secret> password;
-  if (with_password) password = std::make_unique<Secret>(ReadNewPassword(options));
+  std::unique_ptr<SecretText> password;
+  if (with_password) password = std::make_unique<SecretText>(ReadNewPassword(options));
   const uint32_t group = GroupForChange(invocation, options);
   const int code =
       invocation.Provider().ModifyUsers(AccountDocument(options.name, group, password.get()));

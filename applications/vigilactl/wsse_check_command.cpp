@@ -22,6 +22,8 @@
 namespace vigilactl {
 namespace {
 
+using tevra::core::SecretText;
+
 using krand::lib::Base64;
 using tevra::crypto::GCryptDigest;
 using vigila::client::VigilaXml;
@@ -179,7 +181,7 @@ bool DigestMatches(const VigilaXml& reader, const std::string& password) {
 }
 
 void CheckPassword(const VigilaXml& reader, Reasons& reasons) {
-  const Secret password = ReadSecret(SecretSource::kStandardInput, "password", false);
+  const SecretText password = ReadSecret(SecretSource::kStandardInput, "password", false);
   if (reader.Password() == nullptr || reader.Nonce() == nullptr || reader.Created() == nullptr) {
     return;
   }

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "tevra/core/hexadecimal.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using vigila::gateway::ParseRequestTarget;
   const auto target = ParseRequestTarget({reinterpret_cast<const char*>(data), size});
@@ -18,8 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (path.ends_with("/.") || path.ends_with("/..")) std::abort();
   std::string written;
   for (const char c : path) {
-    const auto byte = static_cast<unsigned char>(c);
-    written.append({'%', "0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]});
+    written.push_back('%');
+    tevra::core::AppendHexadecimal(c, written);
   }
   // The first slash makes it a path and not another form of target.
   written.replace(0, 3, "/");

@@ -3,8 +3,8 @@
 #include <typeinfo>
 
 #include "krand/base64/base64.h"
+#include "tevra/core/secret_text.h"
 #include "tevra/interfaces/i_security_provider.h"
-#include "vigila/client/wipe.h"
 
 namespace vigila::client {
 
@@ -16,12 +16,12 @@ AuthenticateCommand::AuthenticateCommand(const std::string& username, const std:
     : username_(username), password_(password), reuse_(reuse) {}
 
 AuthenticateCommand::~AuthenticateCommand() {
-  Wipe(password_);
+  tevra::core::Wipe(password_);
 }
 
 void AuthenticateCommand::Execute(ISecurityProvider* provider) {
   std::string password64 = Base64::Encode(password_);
-  const ScopedWipe wipe(password64);
+  const tevra::core::ScopedWipe wipe(password64);
   token_ = provider->Authenticate(reuse_, Base64::Encode(username_), password64);
 }
 
@@ -74,7 +74,7 @@ AuthenticateWsseCommand::AuthenticateWsseCommand(const std::string& username,
       reuse_(reuse) {}
 
 AuthenticateWsseCommand::~AuthenticateWsseCommand() {
-  Wipe(password_digest_);
+  tevra::core::Wipe(password_digest_);
 }
 
 void AuthenticateWsseCommand::Execute(ISecurityProvider* provider) {

@@ -2,11 +2,11 @@
 #include <initializer_list>
 #include <string>
 
+#include "tevra/core/secret_text.h"
 #include "vigila/client/vigila.h"
 #include "vigila/client/vigila_client.h"
-#include "vigila/client/wipe.h"
 
-using vigila::client::ScopedWipe;
+using tevra::core::ScopedWipe;
 using vigila::client::VigilaClient;
 
 namespace {

@@ -1,7 +1,7 @@
 #include "vigila/model/user.h"
 
-#include <openssl/crypto.h>
-
+#include "tevra/core/hexadecimal.h"
+#include "tevra/core/secret_text.h"
 #include "tevra/crypto/gcrypt_digest.h"
 #include "tevra/crypto/gcrypt_init.h"
 
@@ -42,8 +42,7 @@ bool User::CompareHA1(const std::string& digest) const {
   // Deliberate: the anonymous account has no secret, so every digest is its own.
   if (name_ == kAnonymousUsername) return true;
   // In constant time: whoever holds the digest can log on with it, as with the password.
-  return digest.size() == digest_.size() &&
-         CRYPTO_memcmp(digest.data(), digest_.data(), digest.size()) == 0;
+  return tevra::core::EqualInConstantTime(digest_, digest);
 }
 
 std::string User::MD5sum(const std::string& text) {
@@ -53,14 +52,7 @@ std::string User::MD5sum(const std::string& text) {
 }
 
 std::string User::ToHex(const unsigned char* bytes, unsigned long length) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(2 * length);
-  for (unsigned long i = 0; i < length; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 15];
-  }
-  return text;
+  return tevra::core::Hexadecimal({reinterpret_cast<const char*>(bytes), length});
 }
 
 }  // namespace vigila::model

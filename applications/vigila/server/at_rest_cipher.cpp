@@ -21,6 +21,7 @@ namespace vigila::server {
 
 namespace {
 
+using tevra::core::SecretText;
 using tevra::osa::Exception;
 using tevra::osa::MutexAutoLock;
 
@@ -93,21 +94,6 @@ void UseOaep(EVP_PKEY_CTX* context, int status, const std::string& path) {
   }
 }
 
-// Every line break would be a second spelling of the same value.
-std::string EncodeLine(const std::string& bytes) {
-  const std::unique_ptr<BIO, decltype(&BIO_free_all)> chain(
-      BIO_push(BIO_new(BIO_f_base64()), BIO_new(BIO_s_mem())), BIO_free_all);
-  BIO_set_flags(chain.get(), BIO_FLAGS_BASE64_NO_NL);
-  if (BIO_write(chain.get(), bytes.data(), static_cast<int>(bytes.size())) !=
-          static_cast<int>(bytes.size()) ||
-      BIO_flush(chain.get()) != 1) {
-    return {};
-  }
-  BUF_MEM* memory = nullptr;
-  BIO_get_mem_ptr(chain.get(), &memory);
-  return std::string(memory->data, memory->length);
-}
-
 std::optional<std::string> EncryptLocked(State& state, std::string_view clear)
     TEVRA_REQUIRES(state.mutex) {
   std::string bytes;
@@ -126,9 +112,7 @@ std::optional<std::string> EncryptLocked(State& state, std::string_view clear)
     }
     bytes += block;
   } while (!clear.empty());
-  std::string line = EncodeLine(bytes);
-  if (line.empty()) return std::nullopt;
-  return line;
+  return krand::lib::Base64::Encode(bytes);
 }
 
 std::optional<SecretText> DecryptLocked(State& state, const std::string& stored)

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "vigila/server/secret_text.h"
+#include "tevra/core/secret_text.h"
 
 namespace vigila::server {
 
@@ -45,7 +45,7 @@ class AtRestCipher {
   static std::optional<std::string> Encrypt(std::string_view clear);
   // The clear text of an at-rest form. Nothing when no key is open or the text is not one that this
   // key made.
-  static std::optional<SecretText> Decrypt(const std::string& stored);
+  static std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
   // Takes the time of one decryption, so that a refusal that needs none is no faster.
   static void BurnDecryption();
 };

@@ -18,6 +18,7 @@ namespace vigila::server {
 
 namespace {
 
+using tevra::core::SecretText;
 using tevra::osa::Exception;
 
 constexpr uint64_t kMagic = 0x564947494c414b31;

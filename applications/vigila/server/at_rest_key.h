@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "tevra/core/secret_text.h"
 #include "vigila/server/key_file.h"
-#include "vigila/server/secret_text.h"
 
 namespace vigila::server {
 
@@ -38,10 +38,10 @@ class AtRestKey final {
   Pointer Build() const;
 
  private:
-  AtRestKey(const std::string& path, std::unique_ptr<SecretText> bytes);
+  AtRestKey(const std::string& path, std::unique_ptr<tevra::core::SecretText> bytes);
 
   const std::string path_;
-  const std::unique_ptr<const SecretText> bytes_;
+  const std::unique_ptr<const tevra::core::SecretText> bytes_;
 };
 
 }  // namespace vigila::server

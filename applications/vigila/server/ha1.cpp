@@ -1,7 +1,7 @@
 #include "vigila/server/ha1.h"
 
+#include "tevra/core/secret_text.h"
 #include "vigila/model/user.h"
-#include "vigila/server/wipe_on_exit.h"
 
 namespace vigila::server {
 namespace {
@@ -12,7 +12,7 @@ constexpr std::string_view kRealm = "Varno";
 
 std::string MakeHA1(std::string_view name, std::string_view password) {
   std::string text;
-  const WipeOnExit wipe(text);
+  const tevra::core::ScopedWipe wipe(text);
   // Once, or growing would leave copies of the password behind.
   text.reserve(name.size() + kRealm.size() + password.size() + 2);
   text.append(name).append(":").append(kRealm).append(":").append(password);

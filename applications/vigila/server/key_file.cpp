@@ -12,31 +12,20 @@
 #include <filesystem>
 #include <string_view>
 
+#include "tevra/osa/descriptor.h"
 #include "tevra/osa/exception.h"
 
 namespace vigila::server {
 
 namespace {
 
+using tevra::core::SecretText;
+using tevra::osa::Descriptor;
 using tevra::osa::Exception;
 
 // Behind a key file's name while it is being written; not a name that a backup would have.
 constexpr std::string_view kUnfinished = ".unfinished-";
 constexpr std::string_view kPlaceholder = "XXXXXX";
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int Get() const { return fd_; }
-
- private:
-  const int fd_;
-};
 
 [[noreturn]] void ThrowSystemError(const std::string& path, const char* what) {
   throw Exception("key file %s: %s: %s", path.c_str(), what, std::strerror(errno));
@@ -84,7 +73,7 @@ void RemoveRemains(const std::string& path) {
     if (!name.starts_with(prefix) || name.size() != prefix.size() + kPlaceholder.size()) continue;
     const std::string remains = entry->path().string();
     const Descriptor file(open(remains.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (file.Get() >= 0 && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) unlink(remains.c_str());
+    if (file.get() >= 0 && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(remains.c_str());
   }
 }
 
@@ -95,9 +84,9 @@ class UnfinishedFile final {
       : path_(path),
         name_(path + std::string(kUnfinished) + std::string(kPlaceholder)),
         file_(mkostemp(name_.data(), O_CLOEXEC)) {
-    if (file_.Get() < 0) ThrowSystemError(path_, "cannot be made");
+    if (file_.get() < 0) ThrowSystemError(path_, "cannot be made");
     // Should somebody take it for remains before this, the move fails.
-    flock(file_.Get(), LOCK_EX | LOCK_NB);
+    flock(file_.get(), LOCK_EX | LOCK_NB);
   }
   ~UnfinishedFile() {
     if (!moved_) unlink(name_.c_str());
@@ -105,7 +94,7 @@ class UnfinishedFile final {
   UnfinishedFile(const UnfinishedFile&) = delete;
   UnfinishedFile& operator=(const UnfinishedFile&) = delete;
 
-  int Get() const { return file_.Get(); }
+  int Get() const { return file_.get(); }
 
   // Never over an existing file: two processes that both found none must end with one key. File
   // systems that cannot promise that get a plain rename. False when there is a file.
@@ -129,7 +118,7 @@ class UnfinishedFile final {
 
 void FlushDirectory(const std::string& path) {
   const Descriptor directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directory.Get() < 0 || fsync(directory.Get()) != 0) {
+  if (directory.get() < 0 || fsync(directory.get()) != 0) {
     ThrowSystemError(path, "its directory cannot be flushed");
   }
 }
@@ -139,12 +128,12 @@ void FlushDirectory(const std::string& path) {
 std::unique_ptr<SecretText> KeyFile::Read(const std::string& path, Kind kind, size_t minimum,
                                           size_t maximum) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (file.Get() < 0) {
+  if (file.get() < 0) {
     if (errno == ENOENT) return nullptr;
     ThrowSystemError(path, "cannot be opened");
   }
   struct stat status {};
-  if (fstat(file.Get(), &status) != 0) ThrowSystemError(path, "cannot be examined");
+  if (fstat(file.get(), &status) != 0) ThrowSystemError(path, "cannot be examined");
   CheckAccess(path, kind, status);
   if (status.st_size < static_cast<off_t>(minimum) ||
       status.st_size > static_cast<off_t>(maximum)) {
@@ -154,7 +143,7 @@ std::unique_ptr<SecretText> KeyFile::Read(const std::string& path, Kind kind, si
   auto bytes = std::make_unique<SecretText>(static_cast<size_t>(status.st_size));
   size_t length = 0;
   while (length < bytes->Size()) {
-    const ssize_t n = read(file.Get(), bytes->Data() + length, bytes->Size() - length);
+    const ssize_t n = read(file.get(), bytes->Data() + length, bytes->Size() - length);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) ThrowSystemError(path, "cannot be read");
     if (n == 0) throw Exception("key file %s: damaged, it ends early", path.c_str());

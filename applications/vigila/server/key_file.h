@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "vigila/server/secret_text.h"
+#include "tevra/core/secret_text.h"
 
 namespace vigila::server {
 
@@ -19,14 +19,14 @@ class KeyFile {
 
   // Null when there is no such file; throws when it is there and cannot be trusted, or has fewer or
   // more bytes than given.
-  static std::unique_ptr<SecretText> Read(const std::string& path, Kind kind, size_t minimum,
-                                          size_t maximum);
+  static std::unique_ptr<tevra::core::SecretText> Read(const std::string& path, Kind kind,
+                                                       size_t minimum, size_t maximum);
 
   // False when there is a file; throws when none could be made.
   static bool CanBeMade(const std::string& path);
   // Makes the file, durable when the call returns. False, with nothing changed, when a file of that
   // name has come to be in the meantime.
-  static bool Make(const std::string& path, const SecretText& bytes);
+  static bool Make(const std::string& path, const tevra::core::SecretText& bytes);
 };
 
 }  // namespace vigila::server

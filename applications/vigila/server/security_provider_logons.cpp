@@ -1,17 +1,16 @@
-#include <openssl/crypto.h>
 #include <openssl/sha.h>
 
 #include <cstdlib>
 #include <exception>
 
 #include "krand/base64/base64.h"
+#include "tevra/core/secret_text.h"
 #include "utilc/uuid.h"
 #include "vigila/server/ha1.h"
 #include "vigila/server/logon_refusals.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/session_manager.h"
-#include "vigila/server/wipe_on_exit.h"
 
 namespace vigila::server {
 namespace {
@@ -32,10 +31,6 @@ std::string ExpectedResponse(const std::string& ha1, const std::string& nonce,
     text.append(":").append(nc).append(":").append(cnonce).append(":").append(qop);
   }
   return User::MD5sum(text.append(":").append(ha2));
-}
-
-bool EqualInConstantTime(const std::string& left, const std::string& right) {
-  return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
 }
 
 // What the cache remembers of a nonce: the nonce, or for one longer than any client's a piece of it
@@ -62,7 +57,7 @@ std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64
   const std::string name = krand::lib::Base64::Decode(user64);
   if (name == User::kAnonymousUsername) return kNoToken;
   std::string password = krand::lib::Base64::Decode(password64);
-  const WipeOnExit wipe(password);
+  const tevra::core::ScopedWipe wipe(password);
   const std::string ha1 = MakeHA1(name, password);
 
   // Deliberate: a session that may be shared is found before the store is asked. That its digest
@@ -107,7 +102,7 @@ std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& us
   const std::string expected = ExpectedResponse(
       sess ? User::MD5sum(ha1 + ":" + nonce + ":" + cnonce) : ha1, nonce, qop, cnonce, nc, ha2);
   // Deliberate: byte for byte, so that upper-case digits do not match.
-  if (!EqualInConstantTime(response, expected)) return kNoToken;
+  if (!tevra::core::EqualInConstantTime(expected, response)) return kNoToken;
   // Deliberate: only now the nonce, so that a wrong response never uses up a count.
   if (nonces_.CheckNonceAndCount(NonceKey(nonce), nc)) return kExpired;
 

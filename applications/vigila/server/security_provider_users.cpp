@@ -5,8 +5,8 @@
 
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
+#include "tevra/core/secret_text.h"
 #include "vigila/server/security_provider.h"
-#include "vigila/server/wipe_on_exit.h"
 
 namespace vigila::server {
 namespace {
@@ -134,7 +134,7 @@ int ProcessEntry(const json::UnknownElement& entry, bool add, const UserMap& sto
   std::string name;
   if (!ReadText(FindMember(entry, "Name"), name)) return SecurityProvider::kMalformed;
   std::string password;
-  const WipeOnExit wipe(password);
+  const tevra::core::ScopedWipe wipe(password);
   int code = SecurityProvider::kApplied;
   if (add) {
     code = CheckNewName(name, store, changes);

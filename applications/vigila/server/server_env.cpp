@@ -3,12 +3,12 @@
 #include <boost/make_shared.hpp>
 #include <vector>
 
+#include "krand/base64/base64.h"
 #include "krand/core/krand_api_exception.h"
 #include "krand/interfaces/permission_target.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 #include "tevra/osa/mutex.h"
-#include "utilc/base64.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/check/fake_msg_bus.h"
 #include "vigila/server/at_rest_cipher.h"
@@ -142,15 +142,11 @@ void ServerEnv::ConfigureKeyFile(const std::string& path) {
 }
 
 std::string ServerEnv::Base64Encode(const std::string& data) {
-  std::string text(base64_encode_len(data.size()), '\0');
-  text.resize(base64_encode(data.data(), data.size(), text.data(), text.size()));
-  return text;
+  return krand::lib::Base64::Encode(data);
 }
 
 std::string ServerEnv::Base64Decode(const std::string& text) {
-  std::string data(text.size(), '\0');
-  data.resize(base64_decode(text.data(), text.size(), data.data(), data.size()));
-  return data;
+  return krand::lib::Base64::Decode(text);
 }
 
 }  // namespace vigila::server

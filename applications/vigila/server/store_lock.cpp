@@ -17,10 +17,9 @@ namespace vigila::server {
 StoreLock::StoreLock(const std::string& store) : owner_(getpid()) {
   if (store.empty()) return;
   const std::string path = store + ".lock";
-  file_ = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (file_ >= 0 && flock(file_, LOCK_EX | LOCK_NB) == 0) return;
+  file_.Reset(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (file_ && flock(file_.get(), LOCK_EX | LOCK_NB) == 0) return;
   const int error = errno;
-  if (file_ >= 0) close(file_);
   if (error == EWOULDBLOCK) {
     throw StartFailure(StartFailure::kInUse, (store + " is held by another daemon").c_str());
   }
@@ -29,10 +28,9 @@ StoreLock::StoreLock(const std::string& store) : owner_(getpid()) {
 }
 
 StoreLock::~StoreLock() {
-  if (file_ < 0) return;
-  // Said aloud, because a child's copy of the descriptor would keep the lock; and not by the child.
-  if (getpid() == owner_) flock(file_, LOCK_UN);
-  close(file_);
+  // Unlocked explicitly, because a copy of the descriptor in a child of fork would keep the lock;
+  // the child itself must not unlock it.
+  if (file_ && getpid() == owner_) flock(file_.get(), LOCK_UN);
 }
 
 }  // namespace vigila::server

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "tevra/osa/descriptor.h"
+
 namespace vigila::server {
 
 // Keeps a settings store to one server, whichever bus the others are on: a server holds the
@@ -25,7 +27,7 @@ class StoreLock final {
 
  private:
   const pid_t owner_;
-  int file_ = -1;
+  tevra::osa::Descriptor file_;
 };
 
 }  // namespace vigila::server

@@ -7,6 +7,8 @@
 
 namespace vigila::server {
 
+using tevra::core::SecretText;
+
 // A merge as it will be, worked out on a copy. Until it is written nobody sees anything of it.
 struct UserMap::Impl::MergePlan {
   Users users;
@@ -36,7 +38,7 @@ void UserMap::Impl::Set(const std::string& name, const std::string& password, Gr
   MyUser& user = users_[name];
   // Deliberate: the last word on a name counts, as if the earlier one had not been said.
   if (user.group == ISecurityProvider::kAdministrators) --administrator_count_;
-  SecretText::WipeString(user.password);
+  tevra::core::Wipe(user.password);
   user = MyUser();
   user.dirty = true;
   user.password = password;

@@ -1,4 +1,3 @@
-#include <openssl/crypto.h>
 #include <openssl/sha.h>
 
 #include <algorithm>
@@ -10,6 +9,8 @@
 namespace vigila::server {
 
 namespace {
+
+using tevra::core::SecretText;
 
 // Deliberate: a stored text of this length is taken for a digest that somebody put there, and no
 // clear password can be had from it.
@@ -29,7 +30,7 @@ bool IsDigestOf(const std::string& digest, std::string_view nonce, std::string_v
   const SecretText text = Join(nonce, created, password.View());
   SecretText expected(size_t{SHA_DIGEST_LENGTH});
   SHA1(text.Data(), text.Size(), expected.Data());
-  return expected.Equals(digest);
+  return tevra::core::EqualInConstantTime(expected.View(), digest);
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include "vigila/server/user_map_impl.h"
 
+#include "tevra/core/hexadecimal.h"
 #include "tevra/osa/exception.h"
 #include "vigila/server/at_rest_cipher.h"
 
 namespace vigila::server {
+
+using tevra::core::SecretText;
 
 UserMap::Impl::Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions)
     : time_source_(time_source),
@@ -16,7 +19,7 @@ UserMap::Impl::~Impl() {
   nobody_.reset();
   permission_table_.clear();
   if (!IsChangeSet()) return;
-  for (auto& [name, user] : users_) SecretText::WipeString(user.password);
+  for (auto& [name, user] : users_) tevra::core::Wipe(user.password);
 }
 
 uint32_t UserMap::Impl::Now() const {
@@ -27,14 +30,11 @@ uint32_t UserMap::Impl::Now() const {
 }
 
 std::string UserMap::Impl::Escape(const std::string& text) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string escaped;
   for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20) {
+    if (static_cast<unsigned char>(c) < 0x20) {
       escaped += "\\u00";
-      escaped += kDigits[byte >> 4];
-      escaped += kDigits[byte & 15];
+      tevra::core::AppendHexadecimal(c, escaped);
       continue;
     }
     if (c == '"' || c == '\\') escaped += '\\';
@@ -118,7 +118,7 @@ bool UserMap::Impl::Matches(const std::string& stored, std::string_view clear) {
     return false;
   }
   const std::optional<SecretText> password = Decrypt(stored);
-  return password.has_value() && password->Equals(clear);
+  return password.has_value() && tevra::core::EqualInConstantTime(password->View(), clear);
 }
 
 // Whoever measures the answer must not learn which names exist, nor while the key cannot be used.

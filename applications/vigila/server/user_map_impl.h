@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "tevra/core/logger.h"
+#include "tevra/core/secret_text.h"
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
-#include "vigila/server/secret_text.h"
 #include "vigila/server/user_map.h"
 
 namespace vigila::server {
@@ -154,7 +154,7 @@ class UserMap::Impl final {
 
   static void PlanEntry(MergePlan& plan, const std::string& name, const MyUser& wanted);
   static void PlanPassword(MergePlan& plan, const std::string& name, MyUser& user,
-                           const SecretText& password, Group group);
+                           const tevra::core::SecretText& password, Group group);
   static void PlanGroup(MergePlan& plan, const std::string& name, MyUser& user, Group group);
   void WritePlan(const MergePlan& plan) const;
   void AdoptPlan(MergePlan& plan) TEVRA_REQUIRES(mutex_);
@@ -167,7 +167,7 @@ class UserMap::Impl final {
   // cannot be used.
   static bool LacksKey(const MyUser& user);
   // The clear text of a stored one; nothing when there is none, the empty one included.
-  static std::optional<SecretText> Decrypt(const std::string& stored);
+  static std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
   // Throws when the text cannot be encrypted.
   static std::string Encrypt(std::string_view clear);
   // Always at the price of one decryption.

@@ -12,6 +12,8 @@ namespace vigila::server {
 
 namespace {
 
+using tevra::core::SecretText;
+
 struct Permission {
   const char* uuid;
   uint32_t groups;

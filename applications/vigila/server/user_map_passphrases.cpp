@@ -13,6 +13,8 @@ namespace vigila::server {
 
 namespace {
 
+using tevra::core::SecretText;
+
 constexpr char kIdentifierFormat[] =
     "%02hhx%02hhx%02hhx%02hhx-%02hhx%02hhx-%02hhx%02hhx-%02hhx%02hhx-"
     "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx";

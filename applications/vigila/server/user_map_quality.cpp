@@ -10,6 +10,8 @@ namespace vigila::server {
 
 namespace {
 
+using tevra::core::SecretText;
+
 // Deliberate: the commas are symbols too; they stand between all the others. "." takes no line
 // break, so what a pattern asks for must stand in one line.
 constexpr char kThreeDigits[] = "(.*[0-9].*[0-9].*[0-9])";
@@ -83,7 +85,8 @@ int UserMap::Impl::CheckRepetition(int block_length, const std::string& text) co
 bool UserMap::Impl::MatchOldPassword(const std::string& name, const std::string& proposed) const {
   for (const std::string& stored : ReadHistory(name)) {
     const std::optional<SecretText> password = Decrypt(stored);
-    if (password.has_value() && password->Equals(proposed)) return true;
+    if (password.has_value() && tevra::core::EqualInConstantTime(password->View(), proposed))
+      return true;
   }
   return false;
 }

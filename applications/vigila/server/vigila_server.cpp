@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "tevra/core/logger.h"
+#include "tevra/osa/descriptor.h"
 #include "tevra/osa/exception.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
@@ -52,20 +53,19 @@ class StopSignals final {
   int Close();
 
  private:
-  int ends_[2];
-  bool open_ = true;
+  tevra::osa::Descriptor read_end_;
+  tevra::osa::Descriptor write_end_;
 };
 
 StopSignals::StopSignals() {
-  if (pipe2(ends_, O_CLOEXEC) != 0) throw tevra::osa::Exception("pipe failed");
-  if (ends_[0] >= FD_SETSIZE) {
-    // select cannot watch it.
-    close(ends_[0]);
-    close(ends_[1]);
-    throw tevra::osa::Exception("pipe failed");
-  }
-  fcntl(ends_[1], F_SETFL, O_NONBLOCK);
-  stop_write_end = ends_[1];
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw tevra::osa::Exception("pipe failed");
+  read_end_.Reset(ends[0]);
+  write_end_.Reset(ends[1]);
+  // select cannot watch it.
+  if (read_end_.get() >= FD_SETSIZE) throw tevra::osa::Exception("pipe failed");
+  fcntl(write_end_.get(), F_SETFL, O_NONBLOCK);
+  stop_write_end = write_end_.get();
   // Deliberate: SIGINT first; whoever traces the start expects to see it before SIGTERM.
   std::signal(SIGINT, RequestStop);
   std::signal(SIGTERM, RequestStop);
@@ -76,21 +76,20 @@ void StopSignals::Wait() const {
   do {
     fd_set readable;
     FD_ZERO(&readable);
-    FD_SET(ends_[0], &readable);
-    result = select(ends_[0] + 1, &readable, nullptr, nullptr, nullptr);
+    FD_SET(read_end_.get(), &readable);
+    result = select(read_end_.get() + 1, &readable, nullptr, nullptr, nullptr);
   } while (result == 0);
   // Deliberate: -1 ends the wait as well, for a signal that interrupts it (EINTR) is a stop signal.
   // The pipe is never read: whoever waits later in this run must find it readable.
 }
 
 int StopSignals::Close() {
-  if (!open_) return 0;
-  open_ = false;
+  if (!write_end_) return 0;
   std::signal(SIGINT, SIG_DFL);
   std::signal(SIGTERM, SIG_DFL);
   stop_write_end = -1;
-  close(ends_[0]);
-  return close(ends_[1]);
+  read_end_.Reset();
+  return close(write_end_.Release());
 }
 
 }  // namespace

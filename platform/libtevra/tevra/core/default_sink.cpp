@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "tevra/core/hexadecimal.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/core/utf8.h"
 #include "tevra/osa/descriptor.h"
@@ -21,14 +22,13 @@ constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
 // Bytes of the printable character at the start of `text`; 0 when there is none, as for control
 // bytes, the C1 controls that terminals obey (U+0080 to U+009F) and what is not UTF-8.
 size_t PrintableLength(std::string_view text) {
-  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
   const size_t length = Utf8SequenceLength(text);
-  if (length == 1) return byte(0) >= 0x20 && byte(0) != 0x7f && byte(0) != '\\' ? 1 : 0;
-  const bool control = length == 2 && byte(0) == 0xc2 && byte(1) < 0xa0;
-  // U+2028 and U+2029 separate lines for some readers.
-  const bool separator =
-      length == 3 && byte(0) == 0xe2 && byte(1) == 0x80 && (byte(2) == 0xa8 || byte(2) == 0xa9);
-  return control || separator ? 0 : length;
+  if (length == 0) return 0;
+  const uint32_t code = Utf8CodePoint(text.substr(0, length));
+  const bool control = code < 0x20 || (code >= 0x7f && code < 0xa0);
+  // Some readers of a log begin a new line at U+2028 and U+2029.
+  const bool separator = code == 0x2028 || code == 0x2029;
+  return control || separator || code == '\\' ? 0 : length;
 }
 
 std::string Identifier() {
@@ -71,7 +71,6 @@ const char* DefaultSink::LevelName(Logger::Level level) {
 }
 
 std::string DefaultSink::Escape(std::string_view text) {
-  static constexpr char kHex[] = "0123456789abcdef";
   std::string escaped;
   escaped.reserve(text.size());
   while (!text.empty()) {
@@ -81,8 +80,8 @@ std::string DefaultSink::Escape(std::string_view text) {
       text.remove_prefix(printable);
       continue;
     }
-    const unsigned char byte = static_cast<unsigned char>(text.front());
-    escaped.append({'\\', 'x', kHex[byte >> 4], kHex[byte & 15]});
+    escaped.append("\\x");
+    AppendHexadecimal(text.front(), escaped);
     text.remove_prefix(1);
   }
   return escaped;

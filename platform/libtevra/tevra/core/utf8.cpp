@@ -42,4 +42,21 @@ size_t Utf8SequenceLength(std::string_view text) {
   return 0;
 }
 
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t length = Utf8SequenceLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+uint32_t Utf8CodePoint(std::string_view sequence) {
+  uint32_t code = static_cast<unsigned char>(sequence[0]);
+  if (sequence.size() > 1) code &= 0x7fU >> sequence.size();
+  for (const char c : sequence.substr(1))
+    code = code << 6 | (static_cast<unsigned char>(c) & 0x3fU);
+  return code;
+}
+
 }  // namespace tevra::core

@@ -5,24 +5,6 @@
 namespace vigilactl {
 namespace {
 
-TEST(IsUtf8, TakesWhatTheEncodingAllows) {
-  EXPECT_TRUE(IsUtf8(""));
-  EXPECT_TRUE(IsUtf8("plain"));
-  EXPECT_TRUE(IsUtf8(std::string(1, '\0')));
-  EXPECT_TRUE(IsUtf8("\x7f\xc2\x80\xdf\xbf"));
-  EXPECT_TRUE(IsUtf8("\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf"));
-  EXPECT_TRUE(IsUtf8("\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"));
-}
-
-TEST(IsUtf8, RefusesWhatItDoesNot) {
-  for (const char* text :
-       {"\x80", "\xbf", "\xc0\x80", "\xc1\xbf", "\xc2", "\xc2 ", "\xe0\x9f\xbf", "\xe0\xa0",
-        "\xed\xa0\x80", "\xed\xbf\xbf", "\xf0\x8f\xbf\xbf", "\xf0\x90\x80", "\xf4\x90\x80\x80",
-        "\xf5\x80\x80\x80", "\xff", "a\xfe", "\xe2\x82\xac\x80"}) {
-    EXPECT_FALSE(IsUtf8(text)) << testing::PrintToString(text);
-  }
-}
-
 TEST(Printable, LeavesTextAlone) {
   EXPECT_EQ(Printable("anna b. \"#/\\~"), "anna b. \"#/\\~");
   EXPECT_EQ(Printable("\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"),

@@ -82,7 +82,7 @@ class AtRestCipherTest : public testing::Test {
   static std::string RoundTrip(std::string_view clear) {
     const std::optional<std::string> stored = AtRestCipher::Encrypt(clear);
     if (!stored.has_value()) return "not encrypted";
-    const std::optional<SecretText> again = AtRestCipher::Decrypt(*stored);
+    const std::optional<tevra::core::SecretText> again = AtRestCipher::Decrypt(*stored);
     return again.has_value() ? std::string(again->View()) : "not decrypted";
   }
 

@@ -48,5 +48,26 @@ TEST(Utf8SequenceLength, IsNoneForACharacterCutShortOrBroken) {
   }
 }
 
+TEST(IsUtf8, TakesNothingButWellFormedSequences) {
+  for (const auto text : {""sv, "plain"sv, "\0"sv, "\x7f\xc2\x80\xdf\xbf"sv,
+                          "\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf"sv}) {
+    EXPECT_TRUE(IsUtf8(text)) << testing::PrintToString(text);
+  }
+  // A decoder that is less strict would read "/" or "." in some of them.
+  for (const char* text : {"\x80", "\xc0\x80", "\xc0\xaf", "\xc0\xae", "\xc2", "\xc2 ",
+                           "\xe0\x80\xaf", "\xe0\xa0", "\xed\xa0\x80", "\xf0\x80\x80\xaf",
+                           "\xf0\x90\x80", "\xf5\x80\x80\x80", "\xff", "\xe2\x82\xac\x80"}) {
+    EXPECT_FALSE(IsUtf8(text)) << testing::PrintToString(text);
+    EXPECT_FALSE(IsUtf8("a" + std::string(text) + "b")) << testing::PrintToString(text);
+  }
+}
+
+TEST(Utf8CodePoint, IsTheCharacterOfTheSequence) {
+  EXPECT_EQ(Utf8CodePoint("a"), 0x61u);
+  EXPECT_EQ(Utf8CodePoint("\xc2\x9b"), 0x9bu);
+  EXPECT_EQ(Utf8CodePoint("\xe2\x82\xac"), 0x20acu);
+  EXPECT_EQ(Utf8CodePoint("\xf4\x8f\xbf\xbf"), 0x10ffffu);
+}
+
 }  // namespace
 }  // namespace tevra::core

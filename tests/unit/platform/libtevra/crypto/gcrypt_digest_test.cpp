@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "tevra/core/hexadecimal.h"
 #include "tevra/crypto/gcrypt_init.h"
 #include "tevra/osa/exception.h"
 
@@ -17,10 +18,7 @@ using tevra::crypto::GCryptInit;
 using tevra::crypto::MD5;
 
 std::string Hex(const unsigned char* bytes, size_t size) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (size_t i = 0; i < size; ++i) text.append({kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]});
-  return text;
+  return tevra::core::Hexadecimal({reinterpret_cast<const char*>(bytes), size});
 }
 
 std::string DigestOf(GCryptDigest::Algorithm algorithm, const std::string& text) {
