@@ -10,7 +10,6 @@
 
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
-#include "vigila/client/fork_guard.h"
 #include "vigila/client/key_ptr_wrapper.h"
 
 namespace vigila::client {
@@ -121,7 +120,6 @@ class Cache {
   uint64_t generation_ TEVRA_GUARDED_BY(mutex_) = 0;
   Counter hits_{0};
   Counter misses_{0};
-  const ForkGuard guard_{mutex_};
 };
 
 }  // namespace vigila::client

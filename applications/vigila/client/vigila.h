@@ -12,8 +12,13 @@
  * is longer is never accepted from the server.
  *
  * Threads: any thread may call any function with the same client at the same time, except
- * vigila_close, which must be the last call and the only one under way. A child of fork may go on
- * using the client: it asks anew, over a connection of its own.
+ * vigila_close, which must be the last call and the only one under way. A thread may be cancelled
+ * (pthread_cancel) in a call that waits for the server. Threads may go on calling while the process
+ * ends by exit(); the client need not be closed before.
+ *
+ * Processes: a client belongs to the process that opened it. In a child of fork every call answers
+ * no at once, with one log line; a client that the child opens works. Either process may close its
+ * copy. After exec nothing of the client is left open.
  *
  * Failures: a truth value is 1 or 0. A null argument where none is allowed, and a length of 0, give
  * 0, and no buffer is touched. An unreachable server gives 0 and empty answers; no call waits

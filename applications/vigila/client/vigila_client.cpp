@@ -6,7 +6,9 @@ namespace vigila::client {
 
 VigilaClient::VigilaClient() : impl_(Impl::Make()) {}
 
-VigilaClient::~VigilaClient() = default;
+VigilaClient::~VigilaClient() {
+  if (impl_->IsInherited()) static_cast<void>(impl_.release());
+}
 
 bool VigilaClient::Authenticate(const std::string& username, const std::string& password,
                                 const std::string& mode, std::string& token) const {

@@ -13,8 +13,12 @@ namespace vigila::client {
 // IsAuthenticated, IsProtected) are answered from memory for 1.5 seconds after they were last
 // asked, and until the server announces a change or goes away.
 //
-// Any thread may call any operation at the same time. A child of fork may go on using the client:
-// it asks anew, over a connection of its own. Destroy the client only when no call is under way.
+// Any thread may call any operation at the same time, may be cancelled in it (pthread_cancel), and
+// may go on calling while the process ends by exit(). Destroy the client only when no call is under
+// way.
+//
+// A client belongs to the process that opened it. In a child of fork every call answers no at once,
+// with one log line; a client that the child opens works. Either process may destroy its copy.
 //
 // Operations never throw for a refusal or an unreachable server: the answer is then false or empty,
 // and no call waits longer than the bus's deadline. The constructor throws tevra::osa::Exception
@@ -77,7 +81,7 @@ class __attribute__((visibility("default"))) VigilaClient {
   Counts GetCounts() const;
 
  private:
-  const std::unique_ptr<Impl> impl_;
+  std::unique_ptr<Impl> impl_;  // constant until the end
 };
 
 }  // namespace vigila::client

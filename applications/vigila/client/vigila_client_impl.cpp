@@ -1,5 +1,7 @@
 #include "vigila/client/vigila_client_impl.h"
 
+#include <cxxabi.h>
+
 #include <utility>
 
 #include "vigila/client/monotonic_time_source.h"
@@ -231,8 +233,12 @@ template <typename T, typename MakeCommand, typename IsKept>
 VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
                                                      const typename T::Key& question,
                                                      MakeCommand make, IsKept is_kept) {
-  FlushCachesOfTheParent();
   Reply<T> reply{};
+  // No change ever reaches a child of fork, so it must not begin with the parent's answers.
+  if (IsInherited()) {
+    ReportFailure();
+    return reply;
+  }
   reply.cached = cache.FindLive(question, reply.answer);
   if (reply.cached) return reply;
 
@@ -246,26 +252,24 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
 }
 
 void VigilaClient::Impl::RunCommand(Command& command) {
+  if (IsInherited()) return ReportFailure();
   try {
     command.Execute(provider_.get());
+  } catch (const abi::__forced_unwind&) {
+    throw;  // the thread is cancelled, which no handler may stop
   } catch (...) {
-    failures_.fetch_add(1, std::memory_order_relaxed);
-    logger_->Error("could not connect to vigila");
+    ReportFailure();
   }
+}
+
+void VigilaClient::Impl::ReportFailure() {
+  failures_.fetch_add(1, std::memory_order_relaxed);
+  logger_->Error("could not connect to vigila");
 }
 
 void VigilaClient::Impl::Subscribe() {
   using Listener = tevra::core::VoidObjectMethodDelegate1<Impl, void (Impl::*)(bool), bool>;
   provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::FlushCaches));
-}
-
-// A child of fork hears of no change before it has connected by a call of its own, so it must not
-// begin with the parent's answers: renewed by hits, they would never be asked for again.
-void VigilaClient::Impl::FlushCachesOfTheParent() {
-  const uint64_t generation = ForkGuard::Generation();
-  if (fork_generation_.load(std::memory_order_acquire) == generation) return;
-  FlushCaches(true);
-  fork_generation_.store(generation, std::memory_order_release);
 }
 
 bool VigilaClient::Impl::ReportLogon(const std::string& username, const std::string& token,

@@ -12,6 +12,7 @@
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/msg_bus.h"
+#include "tevra/osa/process_generation.h"
 #include "tevra/osa/time.h"
 #include "vigila/client/access_commands.h"
 #include "vigila/client/authenticate_commands.h"
@@ -63,6 +64,10 @@ class VigilaClient::Impl final {
   // Empties the four caches, one after the other; the argument plays no part.
   void FlushCaches(bool);
 
+  // In a child of fork the parent's client answers no to everything, and must not be destroyed:
+  // another thread may have held any of its locks.
+  bool IsInherited() const { return process_.IsInherited(); }
+
  private:
   // An answer, and whether it came out of a cache.
   template <typename T>
@@ -77,8 +82,8 @@ class VigilaClient::Impl final {
   Reply<T> Ask(Cache<T>& cache, const typename T::Key& question, MakeCommand make, IsKept is_kept);
   // Lets the server answer. Whatever goes wrong leaves one line and the initial answer.
   void RunCommand(Command& command);
+  void ReportFailure();
   void Subscribe();
-  void FlushCachesOfTheParent();
   bool ReportLogon(const std::string& username, const std::string& token, bool success);
 
   Cache<AuthenticateCommand> authenticate_cache_;
@@ -88,9 +93,8 @@ class VigilaClient::Impl final {
   std::optional<tevra::msgbus::MsgBus> bus_;
   std::unique_ptr<Provider> provider_;
   tevra::core::Logger* const logger_;
+  const tevra::osa::ProcessGeneration process_;
   std::atomic<uint64_t> failures_{0};
-  // The process, counted in forks, that the caches were filled in.
-  std::atomic<uint64_t> fork_generation_{ForkGuard::Generation()};
 };
 
 }  // namespace vigila::client

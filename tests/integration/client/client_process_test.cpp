@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <functional>
@@ -118,24 +116,6 @@ TEST_F(AClient, AnswersAtOnceWhileTheDaemonIsDeadAndWorksWithTheNextOne) {
   LogOn();
   EXPECT_TRUE(BecomesFalse([this] { return !client_->IsProtected("/inject.cgi"); }))
       << "the guess outlived the daemon's return";
-}
-
-TEST_F(AClient, WorksInAChildOfForkOverConnectionsOfItsOwn) {
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(60);
-    bool good = client_->Authorize(token_, kPath) && client_->GetCredentials(token_) == "view";
-    // What others change is heard of in the child as well.
-    good = good && client_->Logout(token_) && GrantEnds();
-    client_.reset();
-    _exit(good ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_TRUE(GrantEnds()) << "the child ended the session";
-  LogOn();
 }
 
 TEST_F(AClient, BringsEveryByteOfANameAPasswordAndADigest) {

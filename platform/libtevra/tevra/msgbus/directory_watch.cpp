@@ -26,7 +26,7 @@ DirectoryWatch::DirectoryWatch(DispatchThread& dispatch, std::string directory,
 
 void DirectoryWatch::Start() {
   if (inotify_) return;
-  inotify_ = BusFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  inotify_ = osa::Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   if (!inotify_) {
     core::Logger::GetLogger("MsgBus")->Warning("no inotify for %s: %s", directory_.c_str(),
                                                strerror(errno));

@@ -25,7 +25,7 @@ class DirectoryWatch final {
   DispatchThread& dispatch_;
   const std::string directory_;
   const DispatchThread::Task changed_;
-  BusFd inotify_;
+  osa::Descriptor inotify_;
   int armed_ = -1;         // the kernel's number for what is watched
   bool complete_ = false;  // the directory itself is watched, not one above it
 };

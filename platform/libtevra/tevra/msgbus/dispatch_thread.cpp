@@ -45,8 +45,8 @@ void DispatchThread::Start() {
   if (started_) return;
   const std::lock_guard<std::mutex> lock(mutex_);
   if (started_) return;
-  BusFd epoll(epoll_create1(EPOLL_CLOEXEC));
-  BusFd wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  osa::Descriptor epoll(epoll_create1(EPOLL_CLOEXEC));
+  osa::Descriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   epoll_event event{EPOLLIN, {.u64 = kWakeId}};
   if (!epoll || !wake || epoll_ctl(epoll.get(), EPOLL_CTL_ADD, wake.get(), &event) != 0) {
     throw osa::Exception("message bus: no event loop: %s", strerror(errno));
@@ -140,9 +140,9 @@ void DispatchThread::Cancel(Id timer) {
 
 void DispatchThread::Loop() {
   thread_id_ = std::this_thread::get_id();
-  const uint64_t generation = ForkRegistry::Generation();
   std::array<epoll_event, 64> events;
-  while (!quit_ && generation == ForkRegistry::Generation()) {
+  // A handler that forks returns here in the child as well.
+  while (!quit_ && !process_.IsInherited()) {
     const int count =
         epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), NextTimeoutMs());
     for (int i = 0; i < count; ++i) {

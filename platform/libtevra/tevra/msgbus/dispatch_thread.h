@@ -12,7 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "tevra/msgbus/fork_registry.h"
+#include "tevra/osa/descriptor.h"
+#include "tevra/osa/process_generation.h"
 
 namespace tevra::msgbus {
 
@@ -63,8 +64,9 @@ class DispatchThread final {
   int NextTimeoutMs() const;
   void Wake();
 
-  BusFd epoll_;  // constant once started
-  BusFd wake_;
+  const osa::ProcessGeneration process_;
+  osa::Descriptor epoll_;  // constant once started
+  osa::Descriptor wake_;
   std::atomic<bool> started_{false};
   std::atomic<bool> quit_{false};
   std::thread thread_;

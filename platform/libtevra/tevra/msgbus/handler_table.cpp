@@ -1,11 +1,8 @@
 #include "tevra/msgbus/handler_table.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace tevra::msgbus {
-
-HandlerTable::HandlerTable(Handlers handlers) : handlers_(std::move(handlers)) {}
 
 void HandlerTable::Register(const std::string& interface_name, const std::string& message_name,
                             IMessageHandler* handler) {
@@ -44,11 +41,6 @@ bool HandlerTable::Run(IMsgBus& bus, MsgBusMsg& message) {
   } finish{*this};
   handler->HandleMessage(bus, message);
   return true;
-}
-
-HandlerTable::Handlers HandlerTable::Copy() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return handlers_;
 }
 
 }  // namespace tevra::msgbus

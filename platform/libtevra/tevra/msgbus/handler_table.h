@@ -7,7 +7,6 @@
 #include <string>
 #include <thread>
 
-#include "tevra/msgbus/fork_registry.h"
 #include "tevra/msgbus/i_msg_bus.h"
 
 namespace tevra::msgbus {
@@ -16,11 +15,6 @@ namespace tevra::msgbus {
 // is held meanwhile.
 class HandlerTable final {
  public:
-  using Handlers = std::map<std::string, IMessageHandler*>;  // by interface, "#", name
-
-  HandlerTable() : HandlerTable(Handlers()) {}
-  explicit HandlerTable(Handlers handlers);
-
   // Replaces the handler that held the same interface and name.
   void Register(const std::string& interface_name, const std::string& message_name,
                 IMessageHandler* handler);
@@ -30,18 +24,14 @@ class HandlerTable final {
   // Runs the message's handler; false when there is none. What the handler throws passes through.
   bool Run(IMsgBus& bus, MsgBusMsg& message);
 
-  Handlers Copy() const;
-
  private:
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::condition_variable idle_;
   // Guarded by mutex_.
-  Handlers handlers_;
-  std::string key_;  // of the message at hand; kept for its memory
+  std::map<std::string, IMessageHandler*> handlers_;  // by interface, "#", name
+  std::string key_;                                   // of the message at hand; kept for its memory
   const IMessageHandler* running_ = nullptr;
   std::thread::id runner_;
-
-  const ForkRegistry::HeldOverFork held_over_fork_{mutex_};
 };
 
 }  // namespace tevra::msgbus

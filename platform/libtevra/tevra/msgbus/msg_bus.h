@@ -17,7 +17,10 @@ namespace tevra::msgbus {
 //
 // Promises: handlers run one at a time on this bus's one dispatch thread; SendMsgWaitForReply runs
 // from any number of threads at once and never waits past its deadline; a dead peer fails the call
-// at once and the next call reconnects; a child after fork opens its own connections.
+// at once and the next call reconnects.
+//
+// A bus belongs to the process that made it: in a child of fork it throws tevra::osa::Exception at
+// once, or does nothing where there is nothing to report, and touches nothing of the parent's.
 class MsgBus : public IMsgBus {
  public:
   MsgBus();
@@ -41,12 +44,15 @@ class MsgBus : public IMsgBus {
   void UnregisterMessageHandler(IMessageHandler* handler) override;
   void WatchDestination(const std::string& name) override;
 
-  // Whether anybody, of any user, serves the destination now. Throws tevra::osa::Exception when the
+  // Whether anyone, of any user, serves the destination now. Throws tevra::osa::Exception when the
   // broker cannot be asked.
   bool HasServer(const std::string& name);
 
  private:
   class Impl;
+
+  Impl& Own() const;
+
   std::unique_ptr<Impl> impl_;
 };
 

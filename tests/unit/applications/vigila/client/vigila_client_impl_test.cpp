@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -417,26 +415,6 @@ TEST_F(VigilaClientImplTest, LeavesTheProxyAloneWhenItKeepsTheListener) {
   impl_.reset();
   EXPECT_EQ(proxies_, 1);
   delete proxy;
-}
-
-TEST_F(VigilaClientImplTest, AsksAnewInAChildOfFork) {
-  EXPECT_TRUE(impl_->Authorize("t", "/p"));
-  const pid_t child = fork();
-  if (child == 0) {
-    proxy_->flag = false;
-    const bool first = impl_->Authorize("t", "/p");
-    proxy_->flag = true;
-    const bool second = impl_->Authorize("t", "/p");
-    proxy_->flag = false;
-    const bool third = impl_->Authorize("t", "/p");
-    _exit(!first && second && third ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0) << "the parent's grant was given, or the child's own was not kept";
-  proxy_->ForgetCalls();
-  EXPECT_TRUE(impl_->Authorize("t", "/p"));
-  EXPECT_THAT(proxy_->Calls(), IsEmpty()) << "the parent keeps its answers";
 }
 
 TEST_F(VigilaClientImplTest, CountsWhatBecameOfTheQuestions) {

@@ -427,31 +427,5 @@ TEST_F(BrokerTransportTest, AnswersArgumentsOfForeignTypesWithAnError) {
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "no failure");
 }
 
-TEST_F(BrokerTransportTest, WorksInAChildAfterForkAndStaysWholeInTheParent) {
-  if (kUnderThreadSanitizer) GTEST_SKIP() << "the sanitizer allows no threads after fork";
-  const auto server = EchoServer();
-  EventLog log;
-  FunctionHandler note([&log](IMsgBus&, MsgBusMsg& message) { log.Add(message.GetName()); });
-  auto client = Watcher(note);
-  EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
-  ASSERT_TRUE(log.WaitFor(1));
-  for (int i = 0; i < 3; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);
-      bool good = FailureOf(*client, Request("Echo")) == "no failure";
-      good = log.WaitFor(2) && good;
-      client.reset();
-      _exit(good ? 0 : 1);
-    }
-    EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-  }
-  client.reset();
-}
-
 }  // namespace
 }  // namespace tevra::msgbus
