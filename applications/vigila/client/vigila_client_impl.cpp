@@ -22,13 +22,14 @@ constexpr const char* kDisabled = "DISABLED";
 constexpr const char* kNoDigest = "NODIGEST";
 constexpr const char* kExpired = "_EXPIRED";
 
+// Neither of the two is ever destroyed: threads may call while the process ends.
 VigilaClient::Impl::Maker& MakerInForce() {
-  static VigilaClient::Impl::Maker maker;
+  static auto& maker = *new VigilaClient::Impl::Maker;
   return maker;
 }
 
 const ITimeSource& TheMonotonicClock() {
-  static const MonotonicTimeSource clock;
+  static const auto& clock = *new MonotonicTimeSource;
   return clock;
 }
 
