@@ -78,8 +78,7 @@ Verdict AuthFace::DecideEnvelope(const AccessQuestion& question, const WsseEnvel
       verdict.outcome = Verdict::kMalformed;
       break;
     case WsseEnvelope::kNoLogon:
-      verdict.nonce = service_.GetNonce();
-      verdict.outcome = verdict.nonce.empty() ? Verdict::kUnavailable : Verdict::kLogonNeeded;
+      verdict = authenticator_.Challenge();
       break;
     case WsseEnvelope::kLogon:
       verdict = authenticator_.DecideWsse(question.source, envelope.Logon(),

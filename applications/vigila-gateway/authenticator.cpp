@@ -19,6 +19,18 @@ Verdict Plain(Verdict::Outcome outcome) {
   return verdict;
 }
 
+Verdict Throttled(std::chrono::seconds wait) {
+  Verdict verdict = Plain(Verdict::kThrottled);
+  verdict.retry_after = wait;
+  return verdict;
+}
+
+Verdict ChallengeWith(std::string nonce) {
+  Verdict verdict = Plain(nonce.empty() ? Verdict::kUnavailable : Verdict::kLogonNeeded);
+  verdict.nonce = std::move(nonce);
+  return verdict;
+}
+
 // The client signed the resource that it asks for, in whatever spelling. Some leave the query out:
 // their answer holds for the path, which is all that access is decided by.
 bool SignsTheTarget(const DigestAnswer& answer, const RequestTarget& target) {
@@ -36,11 +48,7 @@ Verdict Authenticator::Decide(const AccessQuestion& question) {
   }
   const SessionCookie cookie = FindSessionCookie(question.cookies);
   if (!cookie.present && question.authorizations.empty()) return Challenge();
-  if (const auto wait = throttle_.MustWait(question.source)) {
-    Verdict verdict = Plain(Verdict::kThrottled);
-    verdict.retry_after = *wait;
-    return verdict;
-  }
+  if (const auto wait = throttle_.MustWait(question.source)) return Throttled(*wait);
   return DecideByCookie(question, cookie);
 }
 
@@ -98,7 +106,7 @@ Verdict Authenticator::DecideByDigest(const AccessQuestion& question, const Dige
   logon.response = answer.response;
   const std::string token = service_.LogOnWithDigest(logon);
   // The response was right, only its nonce is not: no failure, and no new question to the user.
-  if (token == kStaleNonce) return Challenge(true);
+  if (token == kStaleNonce) return ChallengeAgain(question.source);
   return AfterLogon(question.source, answer.username, token, {question.target.path});
 }
 
@@ -109,12 +117,19 @@ Verdict Authenticator::DecideByBasic(const AccessQuestion& question, const Basic
 
 Verdict Authenticator::DecideWsse(const std::string& source, const WsseLogon& logon,
                                   const std::vector<std::string>& paths) {
-  if (const auto wait = throttle_.MustWait(source)) {
-    Verdict verdict = Plain(Verdict::kThrottled);
-    verdict.retry_after = *wait;
-    return verdict;
+  if (const auto wait = throttle_.MustWait(source)) return Throttled(*wait);
+  switch (used_tokens_.Take(logon)) {
+    case UsedTokens::Standing::kUsed:
+      throttle_.Failed(source);
+      return Challenge();
+    case UsedTokens::Standing::kCannotTell:
+      return Plain(Verdict::kUnavailable);
+    case UsedTokens::Standing::kNew:
+      break;
   }
-  return AfterLogon(source, logon.username, service_.LogOnWithWsse(logon), paths);
+  const std::string token = service_.LogOnWithWsse(logon);
+  used_tokens_.Settle(logon, IsSessionToken(token));
+  return AfterLogon(source, logon.username, token, paths);
 }
 
 Verdict Authenticator::AfterLogon(const std::string& source, const std::string& user,
@@ -154,11 +169,14 @@ Verdict Authenticator::LogOut(const AccessQuestion& question) {
   return verdict;
 }
 
-Verdict Authenticator::Challenge(bool stale) {
-  Verdict verdict = Plain(Verdict::kLogonNeeded);
-  verdict.nonce = service_.GetNonce();
-  verdict.stale = stale;
-  if (verdict.nonce.empty()) verdict.outcome = Verdict::kUnavailable;
+Verdict Authenticator::Challenge() {
+  return ChallengeWith(nonces_.Shared());
+}
+
+Verdict Authenticator::ChallengeAgain(const std::string& source) {
+  if (const auto wait = nonces_.MustWait(source)) return Throttled(*wait);
+  Verdict verdict = ChallengeWith(nonces_.Own(source));
+  verdict.stale = true;
   return verdict;
 }
 

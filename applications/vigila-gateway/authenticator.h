@@ -8,9 +8,11 @@
 
 #include "vigila-gateway/auth_service.h"
 #include "vigila-gateway/authorization_header.h"
+#include "vigila-gateway/challenge_nonces.h"
 #include "vigila-gateway/cookie.h"
 #include "vigila-gateway/request_path.h"
 #include "vigila-gateway/throttle.h"
+#include "vigila-gateway/used_tokens.h"
 
 namespace vigila::gateway {
 
@@ -30,7 +32,7 @@ struct Verdict {
     kRefused,      // the user is known and may not
     kMalformed,    // the credentials cannot be read, or are for another resource
     kThrottled,    // too many failures from this source
-    kUnavailable,  // the service gave no answer
+    kUnavailable,  // the service gave no answer, or it is not to be trusted
   };
 
   Outcome outcome = kUnavailable;
@@ -52,9 +54,14 @@ class Authenticator final {
     bool basic = false;
   };
 
-  // The service and the throttle must outlive the authenticator.
-  Authenticator(AuthService& service, Throttle& throttle, const Options& options)
-      : service_(service), throttle_(throttle), options_(options) {}
+  // All but the options must outlive the authenticator.
+  Authenticator(AuthService& service, Throttle& throttle, ChallengeNonces& nonces,
+                UsedTokens& used_tokens, const Options& options)
+      : service_(service),
+        throttle_(throttle),
+        nonces_(nonces),
+        used_tokens_(used_tokens),
+        options_(options) {}
 
   Verdict Decide(const AccessQuestion& question);
   // Adds the user to a session's grant. A session that has ended since is asked to log on again: a
@@ -65,6 +72,8 @@ class Authenticator final {
                      const std::vector<std::string>& paths);
   // Ends the session of the request's cookie. Granted when none is left.
   Verdict LogOut(const AccessQuestion& question);
+  // For whoever brings no credentials, or wrong ones.
+  Verdict Challenge();
 
  private:
   Verdict DecideByCookie(const AccessQuestion& question, const SessionCookie& cookie);
@@ -73,12 +82,15 @@ class Authenticator final {
   Verdict DecideByBasic(const AccessQuestion& question, const BasicAnswer& answer);
   Verdict AfterLogon(const std::string& source, const std::string& user, const std::string& token,
                      const std::vector<std::string>& paths);
-  Verdict Challenge(bool stale = false);
+  // For whoever gave the right answer to a nonce that is spent.
+  Verdict ChallengeAgain(const std::string& source);
   // What a refusal is worth: that, or no answer at all.
   Verdict RefusedOrUnavailable(const std::string& user, const std::string& token);
 
   AuthService& service_;
   Throttle& throttle_;
+  ChallengeNonces& nonces_;
+  UsedTokens& used_tokens_;
   const Options options_;
 };
 

@@ -102,7 +102,9 @@ Gateway::Gateway(AuthService& service, Metrics& metrics, std::unique_ptr<StaticF
       response_options_{options.secure_cookie, options.basic},
       proxies_(options.trusted_proxies),
       throttle_(options.throttle, &std::chrono::steady_clock::now),
-      authenticator_(service_, throttle_, {options.basic}),
+      nonces_(service_, &std::chrono::steady_clock::now),
+      used_tokens_({}, {}),
+      authenticator_(service_, throttle_, nonces_, used_tokens_, {options.basic}),
       auth_face_(service_, authenticator_, proxies_, response_options_),
       site_(std::move(files)),
       web_service_(options.device_name, &std::chrono::system_clock::now) {}

@@ -8,11 +8,13 @@
 #include "vigila-gateway/access_log.h"
 #include "vigila-gateway/auth_face.h"
 #include "vigila-gateway/authenticator.h"
+#include "vigila-gateway/challenge_nonces.h"
 #include "vigila-gateway/http_server.h"
 #include "vigila-gateway/metrics.h"
 #include "vigila-gateway/site.h"
 #include "vigila-gateway/throttle.h"
 #include "vigila-gateway/trusted_proxies.h"
+#include "vigila-gateway/used_tokens.h"
 #include "vigila-gateway/verdict_response.h"
 #include "vigila-gateway/web_service.h"
 
@@ -54,6 +56,8 @@ class Gateway final : public HttpApplication {
   const ResponseOptions response_options_;
   const TrustedProxies proxies_;
   Throttle throttle_;
+  ChallengeNonces nonces_;
+  UsedTokens used_tokens_;
   Authenticator authenticator_;
   AuthFace auth_face_;
   const Site site_;

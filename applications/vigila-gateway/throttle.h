@@ -26,7 +26,7 @@ class Throttle final {
 
   struct Limits {
     size_t burst = 20;
-    std::chrono::seconds recovery{6};
+    std::chrono::milliseconds recovery{6000};
     size_t sources = 4096;
   };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/gateway_process.h"
+#include "support/http_connection.h"
 
 namespace {
 
@@ -106,6 +107,57 @@ TEST_F(AWebServiceDoor, RefusesAReplayAndAStaleTime) {
               std::string::npos)
         << off;
   }
+}
+
+class AWebServiceConnection {
+ public:
+  explicit AWebServiceConnection(const std::string& host_and_port) : connection_(host_and_port) {}
+  std::string StatusOf(const std::string& envelope) {
+    const std::string answer = connection_.Ask(
+        std::string("POST /onvif/device HTTP/1.1\r\nHost: x\r\nContent-Type: ") + kSoap12 +
+        "\r\nContent-Length: " + std::to_string(envelope.size()) + "\r\n\r\n" + envelope);
+    return answer.size() < 12 ? "none" : answer.substr(9, 3);
+  }
+  // Asks so many times without credentials; true when all were refused.
+  bool RefusesStrangers(int count) {
+    constexpr int kAtOnce = 50;
+    bool refused = true;
+    for (int sent = 0; sent < count; sent += kAtOnce) {
+      for (int i = 0; i < kAtOnce; ++i) {
+        connection_.Send("GET /jpeg/1 HTTP/1.1\r\nHost: x\r\n\r\n");
+      }
+      for (int i = 0; i < kAtOnce; ++i) refused &= connection_.Receive().find(" 401 ") == 8;
+    }
+    return refused;
+  }
+
+ private:
+  support::HttpConnection connection_;
+};
+
+TEST_F(AWebServiceDoor, RefusesAReplayHoweverManyHaveComeSince) {
+  Start();
+  AWebServiceConnection connection(fixture_.gateway.HostAndPort());
+  const std::string envelope = Envelope("view", "view's secret");
+  EXPECT_EQ(connection.StatusOf(envelope), "200");
+  EXPECT_TRUE(connection.RefusesStrangers(10000));
+  EXPECT_EQ(connection.StatusOf(envelope), "400");
+  // Twice as many as the service remembers.
+  for (int i = 0; i < 2000; ++i) {
+    ASSERT_EQ(connection.StatusOf(Envelope("admin", "admin's secret")), "200") << i;
+  }
+  EXPECT_EQ(connection.StatusOf(envelope), "400");
+  EXPECT_EQ(connection.StatusOf(Envelope("view", "view's secret")), "200");
+}
+
+TEST_F(AWebServiceDoor, RefusesAReplayAfterARestartOfTheService) {
+  Start();
+  const std::string envelope = Envelope("view", "view's secret");
+  EXPECT_EQ(StatusOf(Post(envelope)), "200");
+  fixture_.device.Stop(SIGKILL);
+  ASSERT_EQ(fixture_.device.LaunchAndAwaitReady(), support::DaemonProcess::Start::kReady);
+  EXPECT_EQ(StatusOf(Post(envelope)), "400");
+  EXPECT_EQ(StatusOf(Post(Envelope("view", "view's secret"))), "200");
 }
 
 TEST_F(AWebServiceDoor, TakesEnvelopesInChunksAndRefusesTheMalformedAndTheLarge) {

@@ -15,9 +15,11 @@ namespace {
 using std::chrono::seconds;
 using vigila::gateway::AccessQuestion;
 using vigila::gateway::Authenticator;
+using vigila::gateway::ChallengeNonces;
 using vigila::gateway::ParseRequestTarget;
 using vigila::gateway::RequestDigest;
 using vigila::gateway::Throttle;
+using vigila::gateway::UsedTokens;
 using vigila::gateway::Verdict;
 using vigila::gateway::WsseLogon;
 
@@ -61,7 +63,9 @@ class AnAuthenticator : public testing::Test {
   FakeAuthService service_;
   Throttle::Clock::time_point now_{seconds(1000)};
   Throttle throttle_{{3, seconds(10), 16}, [this] { return now_; }};
-  Authenticator authenticator_{service_, throttle_, {}};
+  ChallengeNonces nonces_{service_, [this] { return now_; }};
+  UsedTokens used_tokens_{{4, 4}, {}};
+  Authenticator authenticator_{service_, throttle_, nonces_, used_tokens_, {}};
   std::string cookie_;
   std::string header_;
 };
@@ -93,12 +97,25 @@ TEST_F(AnAuthenticator, DoesNotCountAnUnreachableServiceAsAFailedLogon) {
   EXPECT_EQ(throttle_.MustWait("10.0.0.1"), std::nullopt);
 }
 
-TEST_F(AnAuthenticator, ChallengesWithAFreshNonceWhoeverBringsNothing) {
+TEST_F(AnAuthenticator, ChallengesWhoeverBringsNothingWithTheNonceOfTheSecond) {
   const Verdict verdict = Decide(About("/jpeg/1"));
   EXPECT_EQ(verdict.outcome, Verdict::kLogonNeeded);
   EXPECT_EQ(verdict.nonce, "nonce1");
   EXPECT_FALSE(verdict.stale);
+  EXPECT_EQ(Decide(About("/jpeg/1")).nonce, "nonce1");
+  now_ += seconds(1);
   EXPECT_EQ(Decide(About("/jpeg/1")).nonce, "nonce2");
+}
+
+TEST_F(AnAuthenticator, GivesNoStrangerANonceOfHisOwn) {
+  AccessQuestion broken = About("/jpeg/1");
+  broken.authorizations = {"Negotiate"};
+  AccessQuestion ended = WithCookie("/jpeg/1", kOtherToken);
+  EXPECT_EQ(Decide(ended).nonce, "nonce1");
+  EXPECT_EQ(Decide(broken).nonce, "nonce1");
+  EXPECT_EQ(Decide(WithDigest("/jpeg/1", "/jpeg/1")).nonce, "nonce1");
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d", "n", "c"}, {"/x"}).nonce, "nonce1");
+  EXPECT_EQ(service_.nonces, 1);
 }
 
 TEST_F(AnAuthenticator, GrantsALivingSessionWhatItsUserMay) {
@@ -274,6 +291,29 @@ TEST_F(AnAuthenticator, CallsANonceStaleExactlyWhenTheServiceDoes) {
   EXPECT_FALSE(Decide(WithDigest("/jpeg/1", "/jpeg/1")).stale);
 }
 
+TEST_F(AnAuthenticator, GivesEveryRightButStaleAnswerANonceOfItsOwn) {
+  EXPECT_EQ(Decide(About("/jpeg/1")).nonce, "nonce1");
+  service_.logon_answer = "_EXPIRED";
+  EXPECT_EQ(Decide(WithDigest("/jpeg/1", "/jpeg/1")).nonce, "nonce2");
+  EXPECT_EQ(Decide(WithDigest("/jpeg/1", "/jpeg/1")).nonce, "nonce3");
+  EXPECT_EQ(Decide(About("/jpeg/1")).nonce, "nonce1");
+}
+
+TEST_F(AnAuthenticator, PutsOffWhoeverComesWithStaleAnswersWithoutEnd) {
+  service_.logon_answer = "_EXPIRED";
+  Verdict verdict;
+  int challenges = 0;
+  while (verdict.outcome != Verdict::kThrottled && challenges < 10000) {
+    verdict = Decide(WithDigest("/jpeg/1", "/jpeg/1"));
+    ++challenges;
+  }
+  EXPECT_EQ(verdict.retry_after, seconds(1));
+  EXPECT_EQ(service_.nonces, 256);
+  // It is not shut out: what is no stale answer is judged as ever.
+  service_.logon_answer = kToken;
+  EXPECT_EQ(OutcomeOf(WithDigest("/jpeg/1", "/jpeg/1")), Verdict::kGranted);
+}
+
 TEST_F(AnAuthenticator, DoesNotCountAStaleNonceAsAFailure) {
   service_.logon_answer = "_EXPIRED";
   for (int i = 0; i < 10; ++i) {
@@ -340,7 +380,7 @@ TEST_F(AnAuthenticator, LooksAtNoPasswordUnlessBasicIsSwitchedOn) {
   EXPECT_EQ(OutcomeOf(question), Verdict::kLogonNeeded);
   EXPECT_TRUE(service_.passwords.empty());
 
-  Authenticator basic(service_, throttle_, {true});
+  Authenticator basic(service_, throttle_, nonces_, used_tokens_, {true});
   service_.logon_answer = kToken;
   EXPECT_EQ(basic.Decide(question).outcome, Verdict::kGranted);
   ASSERT_EQ(service_.passwords.size(), 1u);
@@ -349,7 +389,7 @@ TEST_F(AnAuthenticator, LooksAtNoPasswordUnlessBasicIsSwitchedOn) {
 }
 
 TEST_F(AnAuthenticator, NeverCallsAnExpiredPasswordAStaleNonce) {
-  Authenticator basic(service_, throttle_, {true});
+  Authenticator basic(service_, throttle_, nonces_, used_tokens_, {true});
   service_.logon_answer = "_EXPIRED";
   AccessQuestion question = About("/jpeg/1");
   question.authorizations = {"Basic dmlldzpw"};
@@ -378,15 +418,60 @@ TEST_F(AnAuthenticator, AsksForEveryPathOfAWebService) {
   service_.logon_answer = kToken;
   service_.access["/onvif/*"] = {"view"};
   const std::vector<std::string> paths = {"/onvif/*", "/onvif/device"};
-  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d", "n", "c"}, paths).outcome,
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d1", "n", "c"}, paths).outcome,
             Verdict::kGranted);
   service_.access["/onvif/device"] = {"admin"};
-  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d", "n", "c"}, paths).outcome,
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d2", "n", "c"}, paths).outcome,
             Verdict::kRefused);
   service_.access["/onvif/*"] = {"admin"};
   service_.access.erase("/onvif/device");
-  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d", "n", "c"}, paths).outcome,
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "d3", "n", "c"}, paths).outcome,
             Verdict::kRefused);
+}
+
+TEST_F(AnAuthenticator, TakesAnAcceptedUsernameTokenOnceWhateverTheServiceRemembers) {
+  service_.logon_answer = kToken;
+  const WsseLogon logon = {"view", "d", "n", "c"};
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kGranted);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kLogonNeeded);
+  }
+  EXPECT_EQ(service_.wsse.size(), 1u);
+  // A replay is a failed logon like any other.
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kThrottled);
+}
+
+TEST_F(AnAuthenticator, RemembersATokenAlsoWhenItsUserMayNot) {
+  service_.logon_answer = kToken;
+  service_.access["/x"] = {"admin"};
+  const WsseLogon logon = {"view", "d", "n", "c"};
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kRefused);
+  service_.access["/x"] = {"view"};
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kLogonNeeded);
+}
+
+TEST_F(AnAuthenticator, RemembersNoTokenThatTheServiceDidNotAccept) {
+  const WsseLogon logon = {"view", "d", "n", "c"};
+  service_.reachable = false;
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kUnavailable);
+  service_.reachable = true;
+  for (const char* word : {"NO_TOKEN", "_EXPIRED"}) {
+    service_.logon_answer = word;
+    EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kLogonNeeded);
+  }
+  service_.logon_answer = kToken;
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kGranted);
+}
+
+TEST_F(AnAuthenticator, GrantsNoTokenThatItCouldNotRemember) {
+  service_.logon_answer = kToken;
+  for (int i = 0; i < 4; ++i) {
+    const WsseLogon logon = {"view", std::to_string(i), "n", "c"};
+    EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", logon, {"/x"}).outcome, Verdict::kGranted);
+  }
+  EXPECT_EQ(authenticator_.DecideWsse("10.0.0.1", {"view", "4", "n", "c"}, {"/x"}).outcome,
+            Verdict::kUnavailable);
+  EXPECT_EQ(service_.wsse.size(), 4u);
 }
 
 TEST_F(AnAuthenticator, ThrottlesWebServiceLogonsAsTheOthers) {

@@ -11,18 +11,19 @@
 #include "vigila-gateway/session_token.h"
 
 // A service in memory: sessions, protected paths and who may reach them, and the answer to the next
-// logon. Unreachable, it answers as the client library does then: false and empty.
-class FakeAuthService final : public vigila::gateway::AuthService {
+// logon. Unreachable, it answers as the client library does then, false and empty, and counts it.
+class FakeAuthService : public vigila::gateway::AuthService {
  public:
   bool IsProtected(const std::string& path) override {
     ++questions;
-    return (reachable || granted_from_memory) && access.count(path) != 0;
+    if (granted_from_memory) return access.count(path) != 0;
+    return Answers() && access.count(path) != 0;
   }
   bool Authorize(const std::string& token, const std::string& path) override {
     ++questions;
     authorized.emplace_back(token, path);
     if (granted_from_memory) return true;
-    if (!reachable) return false;
+    if (!Answers()) return false;
     const auto found = access.find(path);
     if (found == access.end()) return true;
     const auto session = sessions.find(token);
@@ -41,20 +42,20 @@ class FakeAuthService final : public vigila::gateway::AuthService {
     return Answer();
   }
   bool Logout(const std::string& token) override {
-    if (!reachable) return false;
+    if (!Answers()) return false;
     sessions.erase(token);
     return true;
   }
   std::string GetNonce() override {
-    if (!reachable) return "";
+    if (!Answers()) return "";
     return "nonce" + std::to_string(++nonces);
   }
   std::string GetUser(const std::string& token) override {
     const auto session = sessions.find(token);
-    return reachable && session != sessions.end() ? session->second : "";
+    return Answers() && session != sessions.end() ? session->second : "";
   }
   std::vector<std::string> GetPermissions(const std::string&) override {
-    return reachable ? permissions : std::vector<std::string>();
+    return Answers() ? permissions : std::vector<std::string>();
   }
 
   bool IsReachable() override { return reachable; }
@@ -76,7 +77,11 @@ class FakeAuthService final : public vigila::gateway::AuthService {
   std::vector<vigila::gateway::WsseLogon> wsse;
 
  private:
-  std::string Answer() const { return reachable ? logon_answer : ""; }
+  bool Answers() {
+    if (!reachable) ++counts.failures;
+    return reachable;
+  }
+  std::string Answer() { return Answers() ? logon_answer : ""; }
 };
 
 #endif  // VIGILA_GATEWAY_FAKE_AUTH_SERVICE_H_

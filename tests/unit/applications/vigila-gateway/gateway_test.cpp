@@ -272,9 +272,11 @@ class AGatewayAskedAboutAnEnvelope : public AGateway {
   static std::string Envelope(const std::string& token) {
     return "<Envelope><Header><Security>" + token + "</Security></Header><Body/></Envelope>";
   }
+  // Another one each time.
   static std::string Token() {
-    return "<UsernameToken><Username>view</Username><Password>d</Password><Nonce>n</Nonce>"
-           "<Created>c</Created></UsernameToken>";
+    static int made = 0;
+    return "<UsernameToken><Username>view</Username><Password>d" + std::to_string(++made) +
+           "</Password><Nonce>n</Nonce><Created>c</Created></UsernameToken>";
   }
   HttpResponse AskAbout(const std::string& envelope, const std::string& uri = "/onvif/device",
                         const std::string& peer = "127.0.0.1") {
@@ -286,6 +288,14 @@ class AGatewayAskedAboutAnEnvelope : public AGateway {
     return exchange->Answer(Body::kComplete);
   }
 };
+
+TEST_F(AGatewayAskedAboutAnEnvelope, GrantsTheSameLogonOnce) {
+  service_.logon_answer = kToken;
+  const std::string envelope = Envelope(Token());
+  EXPECT_EQ(AskAbout(envelope).status, 200);
+  EXPECT_EQ(AskAbout(envelope).status, 401);
+  EXPECT_EQ(service_.wsse.size(), 1u);
+}
 
 TEST_F(AGatewayAskedAboutAnEnvelope, NamesTheUserWhoseLogonIsInIt) {
   service_.access["/onvif/*"] = {"view"};

@@ -15,11 +15,13 @@ namespace {
 using std::chrono::seconds;
 using vigila::gateway::Authenticator;
 using vigila::gateway::Body;
+using vigila::gateway::ChallengeNonces;
 using vigila::gateway::HttpResponse;
 using vigila::gateway::IsSoapMediaType;
 using vigila::gateway::SoapVersion;
 using vigila::gateway::SoapVersionOf;
 using vigila::gateway::Throttle;
+using vigila::gateway::UsedTokens;
 using vigila::gateway::WebService;
 using vigila::gateway::WebServiceCall;
 
@@ -45,7 +47,9 @@ class AWebService : public testing::Test {
   }
   HttpResponse Call(const std::string& envelope, SoapVersion version = SoapVersion::k12,
                     size_t piece = std::string::npos, Body body = Body::kComplete) {
-    WebServiceCall call(web_service_, authenticator_, "10.0.0.1", "/onvif/device", version);
+    UsedTokens used_tokens({}, {});  // no call knows of those before it
+    Authenticator authenticator(service_, throttle_, nonces_, used_tokens, {});
+    WebServiceCall call(web_service_, authenticator, "10.0.0.1", "/onvif/device", version);
     for (size_t at = 0; at < envelope.size(); at += std::min(piece, envelope.size())) {
       call.Receive(std::string_view(envelope).substr(at, piece));
     }
@@ -54,7 +58,7 @@ class AWebService : public testing::Test {
 
   FakeAuthService service_;
   Throttle throttle_{{3, seconds(10), 16}, [] { return Throttle::Clock::time_point(seconds(1)); }};
-  Authenticator authenticator_{service_, throttle_, {}};
+  ChallengeNonces nonces_{service_, [] { return Throttle::Clock::time_point(seconds(1)); }};
   WebService web_service_{
       "A & B <1>", [] { return std::chrono::system_clock::time_point(seconds(1767323045)); }};
 };
@@ -233,7 +237,8 @@ TEST_F(AWebService, RefusesEveryResultOfALogonThatIsNoSession) {
   for (const char* answer : {"NO_TOKEN", "DISABLED", "_EXPIRED", "NODIGEST"}) {
     service_.logon_answer = answer;
     Throttle throttle{{100, seconds(10), 16}, [] { return Throttle::Clock::time_point(); }};
-    Authenticator authenticator{service_, throttle, {}};
+    UsedTokens used_tokens({}, {});
+    Authenticator authenticator{service_, throttle, nonces_, used_tokens, {}};
     WebServiceCall call(web_service_, authenticator, "10.0.0.1", "/onvif/device", SoapVersion::k11);
     call.Receive(Envelope(UsernameToken()));
     const HttpResponse response = call.Answer(Body::kComplete);
