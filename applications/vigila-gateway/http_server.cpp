@@ -116,14 +116,23 @@ class HttpServerCallbacks final {
   // The path is decoded once, by request_path: not here as well.
   static size_t LeaveEscapes(void*, MHD_Connection*, char* text) { return std::strlen(text); }
 
+  // Asked before the connection becomes one.
+  static MHD_Result OnAccept(void* self, const sockaddr* address, socklen_t) {
+    const auto* server = static_cast<HttpServer*>(self);
+    const std::string peer = AddressText(address);
+    return server->proxies_.Names(peer) || server->bound_.Admits(peer) ? MHD_YES : MHD_NO;
+  }
+
   static void OnConnection(void* self, MHD_Connection* connection, void**,
                            MHD_ConnectionNotificationCode code) {
     auto* server = static_cast<HttpServer*>(self);
     const int socket = SocketOf(connection);
     if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+      server->bound_.Opened(PeerAddress(connection));
       server->deadlines_.Await(socket, server->options_.arrival);
     } else {
       server->deadlines_.Forget(socket);
+      server->bound_.Closed(PeerAddress(connection));
     }
   }
 
@@ -202,17 +211,20 @@ unsigned DaemonFlags(sa_family_t family) {
 }  // namespace
 
 HttpServer::HttpServer(HttpApplication& application, const Options& options)
-    : application_(application), options_(options) {
+    : application_(application),
+      options_(options),
+      proxies_(options.proxies),
+      bound_(options.connections_per_address) {
   sockaddr_storage address = SocketAddress(options);
   daemon_ = MHD_start_daemon(
-      DaemonFlags(address.ss_family), options.port, nullptr, nullptr,
+      DaemonFlags(address.ss_family), options.port, &HttpServerCallbacks::OnAccept, this,
       &HttpServerCallbacks::OnRequest, this, MHD_OPTION_SOCK_ADDR, &address,
       MHD_OPTION_THREAD_POOL_SIZE, options.threads > 1 ? options.threads : 0u,
-      MHD_OPTION_CONNECTION_LIMIT, options.connections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
-      options.connections_per_address, MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.header_bytes,
-      MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(options.idle.count()),
-      MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_URI_LOG_CALLBACK, &HttpServerCallbacks::OnTarget,
-      nullptr, MHD_OPTION_UNESCAPE_CALLBACK, &HttpServerCallbacks::LeaveEscapes, nullptr,
+      MHD_OPTION_CONNECTION_LIMIT, options.connections, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+      options.header_bytes, MHD_OPTION_CONNECTION_TIMEOUT,
+      static_cast<unsigned>(options.idle.count()), MHD_OPTION_STRICT_FOR_CLIENT, 1,
+      MHD_OPTION_URI_LOG_CALLBACK, &HttpServerCallbacks::OnTarget, nullptr,
+      MHD_OPTION_UNESCAPE_CALLBACK, &HttpServerCallbacks::LeaveEscapes, nullptr,
       MHD_OPTION_NOTIFY_COMPLETED, &HttpServerCallbacks::OnCompleted, this,
       MHD_OPTION_NOTIFY_CONNECTION, &HttpServerCallbacks::OnConnection, this, MHD_OPTION_END);
   if (daemon_ == nullptr) {

@@ -7,9 +7,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "vigila-gateway/connection_bound.h"
 #include "vigila-gateway/http_message.h"
 #include "vigila-gateway/request_deadlines.h"
+#include "vigila-gateway/trusted_proxies.h"
 
 struct MHD_Daemon;
 
@@ -43,8 +46,10 @@ class HttpServer final {
     uint16_t port = 0;  // 0: any
     unsigned threads = 4;
     unsigned connections = 256;
-    unsigned connections_per_address = 0;  // 0: no limit of its own
-    size_t header_bytes = 32 * 1024;       // memory of one connection
+    unsigned connections_per_address = 64;  // 0: no limit of its own
+    // Through these come the connections of many: only the limit of all holds for them.
+    std::vector<std::string> proxies;
+    size_t header_bytes = 32 * 1024;  // memory of one connection
     size_t body_bytes = 1024 * 1024;
     std::chrono::seconds idle{30};
     // Within which the header of a request must have arrived, and its body after that.
@@ -67,6 +72,8 @@ class HttpServer final {
 
   HttpApplication& application_;
   const Options options_;
+  const TrustedProxies proxies_;
+  ConnectionBound bound_;
   RequestDeadlines deadlines_;
   MHD_Daemon* daemon_ = nullptr;
 };

@@ -70,8 +70,10 @@ void AddBehaviour(CLI::App& app, Options& options) {
   app.add_flag("--basic", options.gateway.basic, "Accept Basic logons: only with TLS in front");
   app.add_flag("--secure-cookie,--tls-in-front", options.gateway.secure_cookie,
                "TLS is in front: the session cookie is for TLS only");
-  app.add_option("--trusted-proxy", options.gateway.trusted_proxies,
-                 "Address of a proxy that may ask at /auth, besides this machine's")
+  app.add_option(
+         "--trusted-proxy", options.gateway.trusted_proxies,
+         "Address of a proxy that may ask at /auth, besides this machine's, and that may have "
+         "any number of connections")
       ->type_name("ADDRESS");
 }
 
@@ -83,7 +85,8 @@ void AddLimits(CLI::App& app, Options& options) {
       ->check(CLI::Range(1u, 16384u))
       ->capture_default_str();
   app.add_option("--max-connections-per-address", options.server.connections_per_address,
-                 "Connections at once of one address; 0 for no limit of its own")
+                 "Connections at once of one address, but for the trusted proxies; 0 for no limit "
+                 "of its own")
       ->capture_default_str();
   app.add_option("--max-body", options.server.body_bytes, "Bytes of a request's body")
       ->capture_default_str();
@@ -139,6 +142,7 @@ void Serve(Options options) {
   }
   Gateway gateway(service, metrics, std::move(files), options.gateway,
                   [](const AccessRecord& record) { WriteAccessLine(STDERR_FILENO, record); });
+  options.server.proxies = options.gateway.trusted_proxies;
   const HttpServer server(gateway, options.server);
   std::printf("Serving %s\n", server.Url().c_str());
   MetricsPage metrics_page(metrics, service);

@@ -45,12 +45,20 @@ Descriptor OpenDirectory(const std::string& directory) {
   return opened;
 }
 
+// Names with a dot in front are not meant to be seen: version control, passwords for other servers,
+// what an editor leaves behind.
+bool IsHidden(const std::string& path) {
+  return path.find("/.") != std::string::npos;
+}
+
+// What stands at a canonical path.
 Descriptor OpenBeneath(const Descriptor& directory, const std::string& path) {
+  if (IsHidden(path)) return Descriptor();
   open_how how = {};
   how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
   return Descriptor(
-      static_cast<int>(syscall(SYS_openat2, directory.get(), path.c_str(), &how, sizeof(how))));
+      static_cast<int>(syscall(SYS_openat2, directory.get(), path.c_str() + 1, &how, sizeof(how))));
 }
 
 bool ReadAll(int fd, std::string& content) {
@@ -73,7 +81,7 @@ bool ReadAll(int fd, std::string& content) {
 StaticFiles::StaticFiles(const std::string& directory) : directory_(OpenDirectory(directory)) {}
 
 std::optional<HttpResponse> StaticFiles::Read(const std::string& path) const {
-  const Descriptor file = OpenBeneath(directory_, path.substr(1));
+  const Descriptor file = OpenBeneath(directory_, path);
   HttpResponse response;
   if (!file || !ReadAll(file.get(), response.body)) return std::nullopt;
   response.headers = {{"Content-Type", TypeOf(path)}, {"X-Content-Type-Options", "nosniff"}};
@@ -81,7 +89,7 @@ std::optional<HttpResponse> StaticFiles::Read(const std::string& path) const {
 }
 
 bool StaticFiles::Has(const std::string& path) const {
-  const Descriptor file = OpenBeneath(directory_, path.substr(1));
+  const Descriptor file = OpenBeneath(directory_, path);
   struct stat status = {};
   return file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }

@@ -11,6 +11,7 @@
 namespace vigila::gateway {
 
 // The regular files under one directory. Links are not followed: what lies outside stays outside.
+// Nothing is served whose name, or a directory's on the way, begins with a dot.
 class StaticFiles final {
  public:
   static constexpr size_t kMaximumBytes = 16 * 1024 * 1024;

@@ -49,6 +49,10 @@ bool TrustedProxies::Trusts(std::string_view peer) const {
   return address.starts_with("127.") || address == "::1" || addresses_.count(address) != 0;
 }
 
+bool TrustedProxies::Names(std::string_view peer) const {
+  return addresses_.count(Canonical(peer)) != 0;
+}
+
 std::string TrustedProxies::SourceOf(const HttpRequest& request) const {
   if (!Trusts(request.peer)) return request.peer;
   std::string said = Canonical(request.Only("X-Real-IP"));

@@ -17,6 +17,8 @@ class TrustedProxies final {
   explicit TrustedProxies(const std::vector<std::string>& addresses);
 
   bool Trusts(std::string_view peer) const;
+  // Is it one of the addresses given?
+  bool Names(std::string_view peer) const;
   // Where the request came from: what a trusted proxy says in X-Real-IP or at the end of
   // X-Forwarded-For, else the other end of the connection.
   std::string SourceOf(const HttpRequest& request) const;

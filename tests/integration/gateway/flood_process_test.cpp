@@ -17,6 +17,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using support::Clock;
+using support::ConnectTo;
+using support::Fd;
 using support::GatewayFixture;
 using support::HttpConnection;
 using vigila::gateway::RequestDigest;
@@ -168,6 +170,64 @@ TEST_F(AGatewayUnderFlood, GivesANonceOfItsOwnForARightAnswerAndForNothingElse) 
   const std::string refused = Ask(wrong);
   EXPECT_EQ(StatusOf(refused), "401");
   EXPECT_FALSE(IsStale(refused)) << refused;
+}
+
+// Connections that have begun a request and do not go on.
+class SlowConnections {
+ public:
+  SlowConnections(const std::string& host_and_port, const char* from, int count) {
+    for (int i = 0; i < count; ++i) {
+      connections_.push_back(ConnectTo(host_and_port, from));
+      send(connections_.back().Get(), "GET /system HTTP/1.1\r\n", 22, MSG_NOSIGNAL);
+    }
+  }
+  // How many the server keeps, once it has ended `count` of them; -1 when it does not.
+  int LeftAfter(int count) const {
+    const auto until = Clock::now() + std::chrono::seconds(20);
+    while (Clock::now() < until) {
+      int ended = 0;
+      for (const Fd& connection : connections_) {
+        pollfd wait = {connection.Get(), POLLIN | POLLRDHUP, 0};
+        if (poll(&wait, 1, 0) == 1) ++ended;
+      }
+      if (ended >= count) return static_cast<int>(connections_.size()) - ended;
+    }
+    return -1;
+  }
+
+ private:
+  std::vector<Fd> connections_;
+};
+
+TEST_F(AGatewayUnderFlood, IsNotStalledByTheSlowConnectionsOfOneAddress) {
+  Start();
+  {
+    const SlowConnections slow(Where(), "127.0.0.9", 300);
+    // Each of the four threads may have let one more in.
+    EXPECT_GE(slow.LeftAfter(300 - 68), 64);
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(StatusOf(Ask(Get("/system"))), "200");
+    EXPECT_EQ(StatusOf(Ask(AnswerTo(Ask(Get(kPicture)), "view"))), "200");
+  }
+  // Once they are gone, the address is served like any other.
+  const auto until = Clock::now() + std::chrono::seconds(20);
+  std::string answer;
+  while (answer.empty() && Clock::now() < until) {
+    try {
+      answer = Ask(Get("/system"), "127.0.0.9");
+    } catch (const std::runtime_error&) {
+      // Ended before it could ask.
+    }
+  }
+  EXPECT_EQ(StatusOf(answer), "200");
+}
+
+TEST_F(AGatewayUnderFlood, BoundsNoProxyThatItWasGiven) {
+  Start({"--trusted-proxy", "127.0.0.9", "--max-connections-per-address", "10"});
+  const SlowConnections proxy(Where(), "127.0.0.9", 100);
+  const SlowConnections other(Where(), "127.0.0.8", 100);
+  EXPECT_GE(other.LeftAfter(100 - 14), 10);
+  EXPECT_EQ(proxy.LeftAfter(0), 100);
+  EXPECT_EQ(StatusOf(Ask(Get("/system"))), "200");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -169,6 +170,26 @@ TEST_F(AGatewayProcess, AnswersPipelinedRequestsInTheirOrder) {
   ASSERT_NE(third, std::string::npos) << answer;
   EXPECT_LT(first, second);
   EXPECT_LT(second, third);
+}
+
+class AGatewayProcessWithASite : public AGatewayProcess {
+ protected:
+  std::vector<std::string> Options() const override {
+    std::filesystem::create_directories(site_.File(".git"));
+    site_.Write(".git/config", "hidden");
+    site_.Write("page.html", "shown");
+    return {"--site-dir", site_.File(".")};
+  }
+  const support::TempDir site_;
+};
+
+TEST_F(AGatewayProcessWithASite, ServesNoDotFilesHoweverTheyAreWritten) {
+  EXPECT_EQ(Status({}, "/page.html"), "200");
+  for (const char* target :
+       {"/.git/config", "/%2egit/config", "/%2Egit%2fconfig", "/x/../.git/config", "//.git//config",
+        "/.%67it/config", "/.git/", "/%252egit/config"}) {
+    EXPECT_EQ(Status({}, target), "404") << target;
+  }
 }
 
 class AnImpatientGatewayProcess : public AGatewayProcess {

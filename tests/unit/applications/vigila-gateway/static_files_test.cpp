@@ -53,6 +53,24 @@ TEST_F(AStaticSite, ServesNothingElse) {
   }
 }
 
+TEST_F(AStaticSite, ServesNothingWithADotInFrontOfItsName) {
+  std::filesystem::create_directories(outside_.File("site/.git/objects"));
+  std::filesystem::create_directories(outside_.File("site/sub/.x"));
+  for (const char* file : {".htpasswd", ".git/config", ".git/objects/a", ".git/index.html",
+                           "sub/.x/y", "sub/.z", "..a", "a.b"}) {
+    outside_.Write(std::string("site/") + file, "content");
+  }
+  const StaticFiles files(outside_.File("site"));
+  for (const char* path : {"/.htpasswd", "/.git/config", "/.git/objects/a", "/.git/index.html",
+                           "/sub/.x/y", "/sub/.z", "/..a"}) {
+    EXPECT_EQ(BodyOf(path), "(none)") << path;
+    EXPECT_FALSE(files.Has(path)) << path;
+  }
+  EXPECT_EQ(BodyOf("/a.b"), "content");
+  // The directory itself may be called as its owner likes.
+  EXPECT_EQ(StaticFiles(outside_.File("site/.git")).Read("/config")->body, "content");
+}
+
 TEST_F(AStaticSite, IsNotMadeOfWhatIsNoDirectory) {
   EXPECT_THROW(StaticFiles(outside_.File("none")), std::system_error);
   EXPECT_THROW(StaticFiles(outside_.File("secret")), std::system_error);

@@ -24,6 +24,16 @@ TEST(TrustedProxies, TrustThisMachineInEverySpelling) {
   }
 }
 
+TEST(TrustedProxies, NameTheGivenAddressesAndNotThisMachine) {
+  const TrustedProxies proxies({"10.0.0.9", "127.0.0.2"});
+  for (const char* peer : {"10.0.0.9", "::ffff:10.0.0.9", "127.0.0.2"}) {
+    EXPECT_TRUE(proxies.Names(peer)) << peer;
+  }
+  for (const char* peer : {"127.0.0.1", "::1", "10.0.0.90", ""}) {
+    EXPECT_FALSE(proxies.Names(peer)) << peer;
+  }
+}
+
 TEST(TrustedProxies, TrustNobodyElseByThemselves) {
   const TrustedProxies proxies({});
   for (const char* peer : {"128.0.0.1", "10.0.0.1", "::2", "::", "0.0.0.0", "fe80::1",
