@@ -54,7 +54,7 @@ ExitCode Invocation::Run() {
 tevra::interfaces::ISecurityProvider& Invocation::Provider() {
   if (!provider_) {
     bus_ = std::make_unique<tevra::msgbus::MsgBus>();
-    provider_.reset(tevra::interfaces::ISecurityProvider::CreateClient(bus_.get()));
+    provider_.reset(tevra::interfaces::ISecurityProvider::CreateOneShotClient(bus_.get()));
   }
   return *provider_;
 }

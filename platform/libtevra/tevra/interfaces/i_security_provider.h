@@ -103,6 +103,9 @@ class ISecurityProvider {
   // tevra::osa::Exception when the server cannot be reached, refuses the caller, or answers
   // nonsense; the message says which. Any thread may call.
   static ISecurityProvider* CreateClient(msgbus::IMsgBus* bus);
+  // The same for who asks and ends: it subscribes to no change, so that the bus needs neither a
+  // connection nor a thread to listen with, and its listeners hear of nothing.
+  static ISecurityProvider* CreateOneShotClient(msgbus::IMsgBus* bus);
   // Serves `provider` on `bus` under kDestination, each operation for callers with its role only,
   // and broadcasts every change; both must outlive the server. Owned by the caller. Throws
   // tevra::osa::Exception when the bus refuses the name or the roles are misconfigured.

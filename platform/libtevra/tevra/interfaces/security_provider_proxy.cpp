@@ -34,7 +34,7 @@ constexpr int kConfiguredDeadline = -1;
 
 class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IMessageHandler {
  public:
-  explicit SecurityProviderProxy(msgbus::IMsgBus* bus);
+  SecurityProviderProxy(msgbus::IMsgBus* bus, bool listens);
   ~SecurityProviderProxy() override;
 
   std::string Authenticate(bool reuse, const std::string& user64,
@@ -138,6 +138,7 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
   static constexpr const char* kSignatureOf = nullptr;
 
   msgbus::IMsgBus* const bus_;
+  const bool listens_;
   core::Logger* const logger_;
 };
 
@@ -150,8 +151,9 @@ constexpr const char* SecurityProviderProxy::kSignatureOf<std::string> = "s";
 template <>
 constexpr const char* SecurityProviderProxy::kSignatureOf<std::vector<std::string>> = "l";
 
-SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus)
-    : bus_(bus), logger_(core::Logger::GetLogger("SecurityProviderProxy")) {
+SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus, bool listens)
+    : bus_(bus), listens_(listens), logger_(core::Logger::GetLogger("SecurityProviderProxy")) {
+  if (!listens_) return;
   try {
     bus_->RegisterMessageHandler(kChangedSignal, kInterface, this);
     bus_->RegisterMessageHandler(msgbus::IMsgBus::kDestinationAppeared,
@@ -166,7 +168,7 @@ SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus)
 }
 
 SecurityProviderProxy::~SecurityProviderProxy() {
-  Unregister();
+  if (listens_) Unregister();
 }
 
 void SecurityProviderProxy::Unregister() {
@@ -211,7 +213,11 @@ std::unique_ptr<MsgBusMsg> SecurityProviderProxy::Send(const char* operation, co
 }  // namespace
 
 ISecurityProvider* ISecurityProvider::CreateClient(msgbus::IMsgBus* bus) {
-  return new SecurityProviderProxy(bus);
+  return new SecurityProviderProxy(bus, true);
+}
+
+ISecurityProvider* ISecurityProvider::CreateOneShotClient(msgbus::IMsgBus* bus) {
+  return new SecurityProviderProxy(bus, false);
 }
 
 }  // namespace tevra::interfaces

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +16,7 @@
 #include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/bus_error.h"
+#include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 #include "vigila/check/fake_msg_bus.h"
 
@@ -113,6 +116,43 @@ TEST_F(Proxy, WatchesTheServerAndListensForChanges) {
   EXPECT_EQ(bus.handlers, (std::vector<std::string>{"tevra.interfaces.ISecurityProvider#Changed",
                                                     "tevra.msgbus.Local#DestinationAppeared",
                                                     "tevra.msgbus.Local#DestinationVanished"}));
+}
+
+TEST_F(Proxy, SubscribesToNothingForWhoOnlyAsks) {
+  ScriptedBus asked;
+  asked.answer = [](const MsgBusMsg& request) {
+    auto reply = std::make_unique<MsgBusMsg>(MsgBusMsg::ReplyTo(request));
+    reply->Append(true);
+    return reply;
+  };
+  {
+    const std::unique_ptr<ISecurityProvider> one_shot(
+        ISecurityProvider::CreateOneShotClient(&asked));
+    EXPECT_TRUE(one_shot->Authorize("token", "/path"));
+  }
+  EXPECT_TRUE(asked.watched.empty());
+  EXPECT_TRUE(asked.handlers.empty());
+  EXPECT_EQ(asked.unregistered, 0);
+}
+
+TEST(OneShotClient, CostsNoThread) {
+  const support::PlatformFixture platform;
+  const auto threads = [] {
+    using Tasks = std::filesystem::directory_iterator;
+    return std::distance(Tasks("/proc/self/task"), Tasks());
+  };
+  support::RecordingProvider provider;
+  msgbus::MsgBus serving;
+  const std::unique_ptr<ISecurityProvider::IServer> server(
+      ISecurityProvider::CreateServer(&serving, &provider));
+  serving.StartServer();
+  const auto before = threads();
+  msgbus::MsgBus bus;
+  const std::unique_ptr<ISecurityProvider> one_shot(ISecurityProvider::CreateOneShotClient(&bus));
+  EXPECT_TRUE(one_shot->Authorize("token", "/path"));
+  EXPECT_EQ(threads(), before);
+  const std::unique_ptr<ISecurityProvider> listening(ISecurityProvider::CreateClient(&bus));
+  EXPECT_EQ(threads(), before + 1);
 }
 
 TEST_F(Proxy, TakesItsRegistrationsBack) {
