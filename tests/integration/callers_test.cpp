@@ -2,25 +2,25 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <systemd/sd-bus.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "support/daemon_process.h"
+#include "support/raw_socket.h"
 
 namespace {
 
 using support::DaemonProcess;
 using support::Fd;
 using support::Finished;
+using Values = std::vector<tevra::msgbus::MsgBusMsg::Value>;
+namespace wire = tevra::msgbus::wire;
 
 constexpr uid_t kNobody = 65534;
 constexpr gid_t kServiceGroup = 61001;
 constexpr gid_t kAdminGroup = 61002;
 constexpr char kInterface[] = "tevra.interfaces.ISecurityProvider";
-constexpr char kPath[] = "/tevra/interfaces/ISecurityProvider";
 
 Fd ConnectTo(const std::string& path) {
   Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -31,54 +31,41 @@ Fd ConnectTo(const std::string& path) {
   return fd;
 }
 
-// A client that speaks D-Bus and knows nothing of the contract.
+// A client that speaks the wire and knows nothing of the contract.
 class RawClient {
  public:
-  explicit RawClient(const DaemonProcess& device) {
-    sd_bus_new(&bus_);
-    sd_bus_set_address(bus_, ("unix:path=" + device.ServiceSocket()).c_str());
-    started_ = sd_bus_start(bus_);
+  explicit RawClient(const DaemonProcess& device)
+      : socket_(support::RawSocket::ConnectTo(device.ServiceSocket())) {
+    socket_.Write(support::RawHello());
+    EXPECT_FALSE(socket_.ReadFrame().empty());
   }
-  ~RawClient() {
-    sd_bus_error_free(&error_);
-    sd_bus_close_unref(bus_);
-  }
-  RawClient(const RawClient&) = delete;
-  RawClient& operator=(const RawClient&) = delete;
 
-  sd_bus_message* NewCall(const char* interface, const char* member) {
-    sd_bus_message* message = nullptr;
-    EXPECT_GE(started_, 0) << strerror(-started_);
-    EXPECT_GE(sd_bus_message_new_method_call(bus_, &message, nullptr, kPath, interface, member), 0);
-    return message;
+  void Send(const std::string& interface, const std::string& member, const Values& values) {
+    EXPECT_TRUE(socket_.Write(support::RawCall(interface, member, values)));
   }
-  // Calls, takes the message over, and answers the name of the error; empty without one.
-  std::string Call(sd_bus_message* message) {
-    sd_bus_error_free(&error_);
-    sd_bus_message* reply = nullptr;
-    const int result = sd_bus_call(bus_, message, 10000000, &error_, &reply);
-    sd_bus_message_unref(message);
-    sd_bus_message_unref(reply);
-    if (result >= 0) return "";
-    return error_.name != nullptr ? error_.name : strerror(-result);
+  // Answers the name of the error; empty without one.
+  std::string Call(const std::string& interface, const std::string& member, const Values& values) {
+    Send(interface, member, values);
+    return ErrorOfAnswer();
   }
-  void SendAndVanish(sd_bus_message* message) {
-    sd_bus_send(bus_, message, nullptr);
-    sd_bus_flush(bus_);
-    sd_bus_message_unref(message);
-    shutdown(sd_bus_get_fd(bus_), SHUT_RDWR);
+  // Calls with values that are in no form.
+  std::string CallWith(const std::string& member, const std::string& malformed) {
+    const std::string body =
+        support::RawCall(kInterface, member).substr(wire::kLengthBytes) + malformed;
+    socket_.Write(support::RawLength(static_cast<uint32_t>(body.size())) + body);
+    return ErrorOfAnswer();
   }
-  std::string ErrorText() const { return error_.message != nullptr ? error_.message : ""; }
 
  private:
-  sd_bus* bus_ = nullptr;
-  int started_ = 0;
-  sd_bus_error error_ = SD_BUS_ERROR_NULL;
-};
+  std::string ErrorOfAnswer() {
+    const std::string body = socket_.ReadFrame();
+    const auto frame = wire::ParseBody(body);
+    if (!frame) return "no answer";
+    return frame->kind == wire::Kind::kError ? std::string(frame->member) : "";
+  }
 
-void AppendBytes(sd_bus_message* message, const std::string& bytes) {
-  ASSERT_GE(sd_bus_message_append_array(message, 'y', bytes.data(), bytes.size()), 0);
-}
+  support::RawSocket socket_;
+};
 
 class Callers : public testing::Test {
  protected:
@@ -204,45 +191,31 @@ TEST_F(Callers, MayComeAndGoAThousandTimes) {
 
 TEST_F(Callers, ThatVanishBeforeTheReplyAreForgotten) {
   Start();
-  for (int i = 0; i < 50; ++i) {
-    RawClient client(device_);
-    client.SendAndVanish(client.NewCall(kInterface, "GetUsers"));
-  }
+  for (int i = 0; i < 50; ++i) RawClient(device_).Send(kInterface, "GetUsers", {});
   ExpectStillServes();
 }
 
 TEST_F(Callers, AreToldOfAWrongSignature) {
   Start();
   RawClient client(device_);
-  sd_bus_message* number = client.NewCall(kInterface, "IsProtected");
-  sd_bus_message_append(number, "i", 7);
-  EXPECT_EQ(client.Call(number), "org.freedesktop.DBus.Error.InvalidArgs");
-  sd_bus_message* text = client.NewCall(kInterface, "IsProtected");
-  sd_bus_message_append(text, "s", "/system");
-  EXPECT_EQ(client.Call(text), "org.freedesktop.DBus.Error.InvalidArgs");
-  sd_bus_message* strange = client.NewCall(kInterface, "IsProtected");
-  sd_bus_message_append(strange, "a{sv}", 1, "key", "d", 1.5);
-  EXPECT_EQ(client.Call(strange), "org.freedesktop.DBus.Error.InvalidArgs");
-  EXPECT_EQ(client.Call(client.NewCall(kInterface, "IsProtected")),
-            "org.freedesktop.DBus.Error.InvalidArgs");
-  sd_bus_message* surplus = client.NewCall(kInterface, "IsProtected");
-  AppendBytes(surplus, "/system");
-  AppendBytes(surplus, "/system");
-  EXPECT_EQ(client.Call(surplus), "org.freedesktop.DBus.Error.InvalidArgs");
-  sd_bus_message* right = client.NewCall(kInterface, "IsProtected");
-  AppendBytes(right, "/system");
-  EXPECT_EQ(client.Call(right), "") << client.ErrorText();
+  const std::string invalid = "org.freedesktop.DBus.Error.InvalidArgs";
+  EXPECT_EQ(client.Call(kInterface, "IsProtected", {7}), invalid);
+  EXPECT_EQ(client.Call(kInterface, "IsProtected", {std::vector<std::string>{"/system"}}), invalid);
+  EXPECT_EQ(client.CallWith("IsProtected", "d12345678"), invalid);
+  EXPECT_EQ(client.Call(kInterface, "IsProtected", {}), invalid);
+  const std::string path = "/system";
+  EXPECT_EQ(client.Call(kInterface, "IsProtected", {path, path}), invalid);
+  EXPECT_EQ(client.Call(kInterface, "IsProtected", {path}), "");
   ExpectStillServes();
 }
 
 TEST_F(Callers, AreToldOfAnUnknownOperation) {
   Start();
   RawClient client(device_);
-  EXPECT_EQ(client.Call(client.NewCall(kInterface, "Frobnicate")),
+  EXPECT_EQ(client.Call(kInterface, "Frobnicate", {}), "org.freedesktop.DBus.Error.UnknownMethod");
+  EXPECT_EQ(client.Call("tevra.interfaces.Other", "IsProtected", {}),
             "org.freedesktop.DBus.Error.UnknownMethod");
-  EXPECT_EQ(client.Call(client.NewCall("tevra.interfaces.Other", "IsProtected")),
-            "org.freedesktop.DBus.Error.UnknownMethod");
-  EXPECT_EQ(client.Call(client.NewCall(kInterface, "AllowHttpDigest")),
+  EXPECT_EQ(client.Call(kInterface, "AllowHttpDigest", {}),
             "org.freedesktop.DBus.Error.NotSupported");
   ExpectStillServes();
 }
@@ -250,12 +223,8 @@ TEST_F(Callers, AreToldOfAnUnknownOperation) {
 TEST_F(Callers, MayPassAMebibyteOfArgument) {
   Start();
   RawClient client(device_);
-  sd_bus_message* path = client.NewCall(kInterface, "IsProtected");
-  AppendBytes(path, std::string(1 << 20, '/'));
-  EXPECT_EQ(client.Call(path), "") << client.ErrorText();
-  sd_bus_message* document = client.NewCall(kInterface, "AddUsers");
-  AppendBytes(document, std::string(1 << 20, '['));
-  EXPECT_EQ(client.Call(document), "") << client.ErrorText();
+  EXPECT_EQ(client.Call(kInterface, "IsProtected", {std::string(1 << 20, '/')}), "");
+  EXPECT_EQ(client.Call(kInterface, "AddUsers", {std::string(1 << 20, '[')}), "");
   ExpectStillServes();
   const Finished login =
       device_.CtlWithSecret(std::string(700000, '\xff'), {"login", "anna", "--json"});
@@ -263,15 +232,15 @@ TEST_F(Callers, MayPassAMebibyteOfArgument) {
   ExpectStillServes();
 }
 
-TEST_F(Callers, ThatSendNoDBusAreDropped) {
+TEST_F(Callers, ThatDoNotSpeakTheWireAreDropped) {
   Start();
-  const std::vector<std::string> openings = {
-      "GET / HTTP/1.1\r\n\r\n", std::string(100000, '\0'), std::string("\0AUTH \xff\xff\r\n", 10),
-      std::string("\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n\x6c\xff\xff\xff", 32)};
+  const std::vector<std::string> openings = {"GET / HTTP/1.1\r\n\r\n", std::string(100000, '\0'),
+                                             std::string("\0AUTH \xff\xff\r\n", 10),
+                                             support::RawHello() + support::RawLength(0xffffffff)};
   for (const std::string& bytes : openings) {
-    const Fd fd = ConnectTo(device_.ServiceSocket());
-    ASSERT_GE(fd.Get(), 0);
-    send(fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    support::RawSocket stranger = support::RawSocket::ConnectTo(device_.ServiceSocket());
+    stranger.Write(bytes);
+    EXPECT_TRUE(stranger.PeerCloses());
   }
   ExpectStillServes();
 }

@@ -1,5 +1,7 @@
 #include "tevra/core/utf8.h"
 
+#include <algorithm>
+
 namespace tevra::core {
 namespace {
 
@@ -57,6 +59,21 @@ uint32_t Utf8CodePoint(std::string_view sequence) {
   for (const char c : sequence.substr(1))
     code = code << 6 | (static_cast<unsigned char>(c) & 0x3fU);
   return code;
+}
+
+std::string ValidUtf8(std::string_view text) {
+  std::string valid;
+  valid.reserve(text.size());
+  while (!text.empty()) {
+    const size_t length = Utf8SequenceLength(text);
+    if (length == 0 || text.front() == '\0') {
+      valid += '?';
+    } else {
+      valid += text.substr(0, length);
+    }
+    text.remove_prefix(std::max<size_t>(length, 1));
+  }
+  return valid;
 }
 
 }  // namespace tevra::core

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace tevra::core {
@@ -14,6 +15,8 @@ size_t Utf8SequenceLength(std::string_view text);
 bool IsUtf8(std::string_view text);
 // The character of one well-formed sequence.
 uint32_t Utf8CodePoint(std::string_view sequence);
+// The text with "?" for every byte that is not UTF-8 and for zero bytes.
+std::string ValidUtf8(std::string_view text);
 
 }  // namespace tevra::core
 

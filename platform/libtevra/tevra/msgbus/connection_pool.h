@@ -4,53 +4,74 @@
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <string>
+#include <utility>
 #include <vector>
 
-#include "tevra/msgbus/bus_link.h"
+#include "tevra/msgbus/deadline.h"
+#include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
 
+// What became of a message that a connection was to carry.
+enum class Outcome {
+  kDone,
+  kNotSent,  // the connection was dead already; the peer saw nothing of the message
+  kLost,     // the connection died, or broke a rule, afterwards
+  kTimedOut,
+};
+
 // A bounded set of open connections to one place. Each is lent to one call at a time; no lock is
-// held while a call waits for its answer. Any thread.
+// held while a call waits for its answer. Any thread. `Connection` tells by IsReusable whether it
+// is fit for another call.
+template <typename Connection>
 class ConnectionPool final {
  public:
-  struct Connection {
-    std::unique_ptr<BusLink> link;
-    // On a broker: names whose owner was found trustworthy over this connection, and who it was.
-    std::map<std::string, std::string> owners;
-  };
-  using Connect = std::function<Connection(Deadline deadline)>;
+  using ConnectionPtr = std::unique_ptr<Connection>;
+  using Connect = std::function<ConnectionPtr(Deadline deadline)>;
 
   // A connection on loan. Goes back to the pool unless it was discarded; must not outlive the pool.
   class Lease final {
    public:
-    Lease(ConnectionPool& pool, Connection connection, bool is_new);
-    ~Lease();
+    Lease(ConnectionPool& pool, ConnectionPtr connection, bool is_new)
+        : pool_(pool), connection_(std::move(connection)), is_new_(is_new) {}
+    ~Lease() {
+      if (keep_ && connection_->IsReusable()) {
+        pool_.Return(std::move(connection_));
+      } else {
+        connection_.reset();
+        pool_.Forget();
+      }
+    }
     Lease(const Lease&) = delete;
     Lease& operator=(const Lease&) = delete;
 
-    BusLink& link() { return *connection_.link; }
-    Connection& connection() { return connection_; }
+    Connection* operator->() { return connection_.get(); }
     // Anything but kDone ends the connection and throws: osa::Exception with what became of the
     // message to `whom`, or for With to try again.
-    void Check(BusLink::Outcome outcome, const char* whom);
+    void Check(Outcome outcome, const char* whom) {
+      if (outcome == Outcome::kDone) return;
+      keep_ = false;
+      if (outcome == Outcome::kNotSent && !is_new_) throw WasDead();
+      if (outcome == Outcome::kTimedOut) {
+        throw osa::Exception("message bus: no answer from %s in time", whom);
+      }
+      throw osa::Exception("message bus: connection to %s lost", whom);
+    }
 
    private:
     ConnectionPool& pool_;
-    Connection connection_;
+    ConnectionPtr connection_;
     const bool is_new_;
     bool keep_ = true;
   };
 
-  ConnectionPool(size_t size, Connect connect);
+  ConnectionPool(size_t size, Connect connect) : size_(size), connect_(std::move(connect)) {}
 
-  // Lends a connection to `use`, and another one when that one had died while nobody used it.
-  // Waits for one when all are lent; throws tevra::osa::Exception at the deadline, and what
-  // connecting throws.
+  // Lends a connection to `use`, and another one when that one had died while it was idle. Waits
+  // for one when all are lent; throws tevra::osa::Exception at the deadline, and what connecting
+  // throws.
   template <typename Use>
   void With(Deadline deadline, const Use& use) {
     for (;;) {
@@ -67,17 +88,59 @@ class ConnectionPool final {
  private:
   struct WasDead {};
 
-  Lease Borrow(Deadline deadline);
-  void DiscardIdle();
-  void Return(Connection connection);
-  void Forget();
+  Lease Borrow(Deadline deadline) {
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      const bool available =
+          returned_.wait_until(lock, deadline, [this] { return !idle_.empty() || open_ < size_; });
+      if (!available) throw osa::Exception("message bus: every connection is busy");
+      if (!idle_.empty()) {
+        ConnectionPtr connection = std::move(idle_.back());
+        idle_.pop_back();
+        return Lease(*this, std::move(connection), false);
+      }
+      ++open_;
+    }
+    try {
+      return Lease(*this, connect_(deadline), true);
+    } catch (...) {
+      Forget();
+      throw;
+    }
+  }
+
+  void DiscardIdle() {
+    std::vector<ConnectionPtr> idle;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      idle.swap(idle_);
+      open_ -= idle.size();
+    }
+    returned_.notify_all();
+  }
+
+  void Return(ConnectionPtr connection) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      idle_.push_back(std::move(connection));
+    }
+    returned_.notify_one();
+  }
+
+  void Forget() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      --open_;
+    }
+    returned_.notify_one();
+  }
 
   const size_t size_;
   const Connect connect_;
   std::mutex mutex_;
   std::condition_variable returned_;
   // Guarded by mutex_.
-  std::vector<Connection> idle_;
+  std::vector<ConnectionPtr> idle_;
   size_t open_ = 0;  // idle, lent, or being connected
 };
 

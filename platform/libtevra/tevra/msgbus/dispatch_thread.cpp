@@ -122,10 +122,6 @@ void DispatchThread::Remove(Id watch) {
   watches_.erase(entry);
 }
 
-void DispatchThread::Forget(Id watch) {
-  watches_.erase(watch);
-}
-
 DispatchThread::Id DispatchThread::After(std::chrono::milliseconds delay, Task task) {
   const Id id = ++last_id_;
   timers_.emplace(Clock::now() + delay, Timer{id, std::move(task)});
@@ -141,10 +137,11 @@ void DispatchThread::Cancel(Id timer) {
 void DispatchThread::Loop() {
   thread_id_ = std::this_thread::get_id();
   std::array<epoll_event, 64> events;
+  bool more_waits = false;
   // A handler that forks returns here in the child as well.
   while (!quit_ && !process_.IsInherited()) {
-    const int count =
-        epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), NextTimeoutMs());
+    const int count = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()),
+                                 more_waits ? 0 : NextTimeoutMs());
     for (int i = 0; i < count; ++i) {
       // Copies, for the kernel packs its structure and leaves the members unaligned.
       const Id id = events[static_cast<size_t>(i)].data.u64;
@@ -161,6 +158,7 @@ void DispatchThread::Loop() {
     }
     RunPosted();
     RunTimers();
+    if (work_) Guarded([this, &more_waits] { more_waits = work_(); });
   }
 }
 

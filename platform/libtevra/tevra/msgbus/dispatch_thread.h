@@ -30,6 +30,10 @@ class DispatchThread final {
   DispatchThread(const DispatchThread&) = delete;
   DispatchThread& operator=(const DispatchThread&) = delete;
 
+  // Work that waits for its turn, done between two looks for events; it answers whether more
+  // waits. To be set before the thread starts.
+  void AfterEvents(std::function<bool()> work) { work_ = std::move(work); }
+
   // Any thread. Start does nothing the second time; the others start the thread.
   void Start();
   void Post(Task task);
@@ -43,7 +47,6 @@ class DispatchThread final {
   Id Watch(int fd, uint32_t events, Ready ready);
   void Modify(Id watch, uint32_t events);
   void Remove(Id watch);
-  void Forget(Id watch);  // removes a watch whose descriptor has been closed
   Id After(std::chrono::milliseconds delay, Task task);
   void Cancel(Id timer);
 
@@ -67,6 +70,7 @@ class DispatchThread final {
   const osa::ProcessGeneration process_;
   osa::Descriptor epoll_;  // constant once started
   osa::Descriptor wake_;
+  std::function<bool()> work_;
   std::atomic<bool> started_{false};
   std::atomic<bool> quit_{false};
   std::thread thread_;

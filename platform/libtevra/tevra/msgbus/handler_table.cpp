@@ -43,4 +43,11 @@ bool HandlerTable::Run(IMsgBus& bus, MsgBusMsg& message) {
   return true;
 }
 
+bool HandlerTable::IsDear(std::string_view interface_name, std::string_view message_name) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  key_.assign(interface_name).append("#").append(message_name);
+  const auto entry = handlers_.find(key_);
+  return entry != handlers_.end() && entry->second->IsDear();
+}
+
 }  // namespace tevra::msgbus

@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "tevra/msgbus/i_msg_bus.h"
@@ -23,6 +24,8 @@ class HandlerTable final {
   void Unregister(const IMessageHandler* handler);
   // Runs the message's handler; false when there is none. What the handler throws passes through.
   bool Run(IMsgBus& bus, MsgBusMsg& message);
+  // Whether the handler says so; false when there is none. On the thread that runs handlers.
+  bool IsDear(std::string_view interface_name, std::string_view message_name);
 
  private:
   std::mutex mutex_;

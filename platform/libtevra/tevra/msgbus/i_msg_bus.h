@@ -17,6 +17,9 @@ class IMessageHandler {
  public:
   virtual ~IMessageHandler() = default;
   virtual void HandleMessage(IMsgBus& bus, MsgBusMsg& message) = 0;
+  // Whether a call takes milliseconds rather than microseconds. Whoever waits for a cheap one is
+  // served before those who wait for a dear one. Always the same, and asked on the bus's thread.
+  virtual bool IsDear() const { return false; }
 };
 
 // A message bus. The order of the virtual operations is a contract with the platform.

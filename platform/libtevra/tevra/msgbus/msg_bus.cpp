@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "tevra/msgbus/broker_transport.h"
+#include "tevra/msgbus/broker/broker_transport.h"
 #include "tevra/msgbus/bus_config.h"
-#include "tevra/msgbus/direct_transport.h"
+#include "tevra/msgbus/direct/direct_transport.h"
 #include "tevra/msgbus/dispatch_thread.h"
 #include "tevra/msgbus/handler_table.h"
 #include "tevra/msgbus/request_dispatcher.h"
@@ -147,10 +147,11 @@ void MsgBus::StopServer() {
   if (!IsRunning()) return;
   Impl& own = Own();
   own.dispatch().Invoke([&own] {
+    // First: a client whose connection ends may look at once whether the server runs.
+    own.ChangeRegistrations([](Registrations& now) { now.running = false; });
     for (const std::string& name : own.CopyRegistrations().destinations) {
       own.transport().StopServing(name);
     }
-    own.ChangeRegistrations([](Registrations& now) { now.running = false; });
   });
 }
 

@@ -61,7 +61,7 @@ size_t WireSignatureLength(const MsgBusMsg::Value& value) {
 }  // namespace
 
 Credentials Credentials::OfThisProcess() {
-  Credentials own{geteuid(), {getegid()}};
+  Credentials own{geteuid(), {getegid()}, getpid()};
   const int count = getgroups(0, nullptr);
   if (count <= 0) return own;
   std::vector<gid_t> groups(static_cast<size_t>(count));
@@ -137,6 +137,12 @@ std::string MsgBusMsg::Signature() const {
   std::string signature;
   for (const Value& value : body_) signature += kLetters[value.index()];
   return signature;
+}
+
+size_t MsgBusMsg::Size() const {
+  constexpr size_t kFixedHeaderAndPadding = 24;
+  return kFixedHeaderAndPadding + LoadBigEndian(header_.header + kBodyLengthOffset) +
+         LoadBigEndian(header_.header + kFieldsLengthOffset);
 }
 
 const Credentials& MsgBusMsg::Sender() const {

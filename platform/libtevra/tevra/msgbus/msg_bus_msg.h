@@ -24,15 +24,15 @@ struct DBusMessage {
 struct Credentials {
   uid_t uid;
   std::vector<gid_t> groups;  // effective group and supplementary groups
+  pid_t pid = 0;              // 0 when the transport does not know it
 
   static Credentials OfThisProcess();
 };
 
 // A message without a transport: names, a typed body, the sender. Copyable, not synchronised.
 //
-// Texts are counted bytes of any value, zero included; on the wire they are byte arrays ("ay"), as
-// a D-Bus string may hold neither zero bytes nor bytes that are not UTF-8. The other body types are
-// "b", "i", "u" and "aay".
+// Texts are counted bytes of any value, zero included; on D-Bus they are byte arrays ("ay"), as a
+// string there may hold neither zero bytes nor bytes that are not UTF-8, and lists are "aay".
 class MsgBusMsg {
  public:
   enum class Type { kCall = 1, kReply = 2, kError = 3, kSignal = 4 };
@@ -64,12 +64,18 @@ class MsgBusMsg {
   const std::vector<Value>& Body() const { return body_; }
   // The body's signature in this class's own letters: b, i, u, s (counted text), l (list of texts).
   std::string Signature() const;
+  // Bytes of the message on D-Bus; no transport makes more of it.
+  size_t Size() const;
 
   const Credentials& Sender() const;
   void SetSender(const Credentials& sender) { sender_ = sender; }
   // The transport's own handle for routing a reply; opaque to everybody else.
   uint64_t RouteTag() const { return route_tag_; }
   void SetRouteTag(uint64_t tag) { route_tag_ = tag; }
+  // Of an answer: which life of the server gave it, a number that no other life has; 0 when the
+  // transport does not tell.
+  uint64_t Instance() const { return instance_; }
+  void SetInstance(uint64_t instance) { instance_ = instance; }
 
  private:
   struct Names {
@@ -91,6 +97,7 @@ class MsgBusMsg {
   std::vector<Value> body_;
   mutable std::optional<Credentials> sender_;  // empty: this process, asked for on first use
   uint64_t route_tag_ = 0;
+  uint64_t instance_ = 0;
 };
 
 }  // namespace tevra::msgbus

@@ -3,15 +3,14 @@
 #include <utility>
 
 #include "tevra/core/logger.h"
+#include "tevra/core/utf8.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
 namespace {
 
-std::string OrEmpty(const char* text) {
-  return text != nullptr ? text : "";
-}
+constexpr size_t kMaxErrorText = 900;
 
 core::Logger* Log() {
   static core::Logger* const logger = core::Logger::GetLogger("MsgBus");
@@ -23,32 +22,17 @@ core::Logger* Log() {
 RequestDispatcher::RequestDispatcher(IMsgBus& bus, HandlerTable& handlers, size_t max_message_bytes)
     : bus_(bus), handlers_(handlers), max_message_bytes_(max_message_bytes) {}
 
-bool RequestDispatcher::DispatchCall(BusLink& link, sd_bus_message* call,
-                                     const std::string& destination, const Credentials& caller) {
-  MsgBusMsg request(OrEmpty(sd_bus_message_get_interface(call)),
-                    OrEmpty(sd_bus_message_get_member(call)), destination);
-  uint64_t cookie = 0;
-  sd_bus_message_get_cookie(call, &cookie);
-  request.SetSerial(static_cast<uint32_t>(cookie));
-  request.SetSender(caller);
-  const bool expects_reply = sd_bus_message_get_expect_reply(call) > 0;
-  const MsgBusMsg answer = Answer(request, call, expects_reply);
-  if (!expects_reply) return true;
-  const MessagePtr wire = MessageCodec::EncodeAnswer(call, answer);
-  return link.Send(wire.get(), MessageCodec::WireSize(answer));
-}
-
-MsgBusMsg RequestDispatcher::Answer(MsgBusMsg& request, sd_bus_message* call, bool expects_reply) {
-  if (!MessageCodec::DecodeBody(call, max_message_bytes_, &request)) {
-    return MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
-  }
+MsgBusMsg RequestDispatcher::Answer(MsgBusMsg& request, bool expects_reply) {
   MsgBusMsg answer = RunHandler(request);
   if (answer.IsError()) {
+    // It is for people to read, and a client takes no message over the bound.
+    const std::string text = core::ValidUtf8(answer.ErrorText().substr(0, kMaxErrorText));
     Log()->Information("%s.%s: %s%s", request.GetInterface().c_str(), request.GetName().c_str(),
-                       answer.ErrorText().c_str(), expects_reply ? "" : " (no reply wanted)");
+                       text.c_str(), expects_reply ? "" : " (no reply wanted)");
+    return MsgBusMsg::ErrorTo(request, answer.ErrorName(), text);
   }
   // An answer longer than a client may take would cost it the connection.
-  if (MessageCodec::WireSize(answer) <= max_message_bytes_) return answer;
+  if (answer.Size() <= max_message_bytes_) return answer;
   return MsgBusMsg::ErrorTo(request, BusError::kFailed, "the reply is too long");
 }
 
@@ -87,16 +71,6 @@ void RequestDispatcher::SendReply(const MsgBusMsg& reply) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (current_tag_ == 0 || reply.RouteTag() != current_tag_) return;
   reply_ = reply;
-}
-
-void RequestDispatcher::DispatchSignal(sd_bus_message* signal, const Credentials& sender) {
-  MsgBusMsg message(OrEmpty(sd_bus_message_get_interface(signal)),
-                    OrEmpty(sd_bus_message_get_member(signal)), "");
-  uint64_t cookie = 0;
-  sd_bus_message_get_cookie(signal, &cookie);
-  message.SetSerial(static_cast<uint32_t>(cookie));
-  message.SetSender(sender);
-  if (MessageCodec::DecodeBody(signal, max_message_bytes_, &message)) RunListener(message);
 }
 
 void RequestDispatcher::DispatchAppearance(const std::string& destination) {

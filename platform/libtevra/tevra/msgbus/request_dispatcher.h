@@ -6,24 +6,26 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
-#include "tevra/msgbus/bus_link.h"
 #include "tevra/msgbus/handler_table.h"
 
 namespace tevra::msgbus {
 
-// Takes what a connection received to its handler, and a call's answer back. The answer leaves when
-// the handler returns; so a broadcast made by the handler is on its way before the caller knows
-// that its call is done. Runs on the dispatch thread; SendReply on any.
+// Takes a call to its handler and has its answer, which the transport sends when the handler has
+// returned; so a broadcast made by the handler is on its way before the caller knows that its call
+// is done. Runs on the dispatch thread; SendReply on any.
 class RequestDispatcher final {
  public:
   // Both must outlive the dispatcher. `bus` is what handlers get to see.
   RequestDispatcher(IMsgBus& bus, HandlerTable& handlers, size_t max_message_bytes);
 
-  // False when `link` is dead.
-  bool DispatchCall(BusLink& link, sd_bus_message* call, const std::string& destination,
-                    const Credentials& caller);
-  void DispatchSignal(sd_bus_message* signal, const Credentials& sender);
+  bool IsDear(std::string_view interface, std::string_view member) {
+    return handlers_.IsDear(interface, member);
+  }
+  // Never longer than a message may be; the text of an error is valid UTF-8.
+  MsgBusMsg Answer(MsgBusMsg& request, bool expects_reply);
+  void DispatchSignal(MsgBusMsg& signal) { RunListener(signal); }
   void DispatchAppearance(const std::string& destination);
   void DispatchVanishing(const std::string& destination);
 
@@ -31,7 +33,6 @@ class RequestDispatcher final {
   void SendReply(const MsgBusMsg& reply);
 
  private:
-  MsgBusMsg Answer(MsgBusMsg& request, sd_bus_message* call, bool expects_reply);
   MsgBusMsg RunHandler(MsgBusMsg& request);
   void DispatchLocal(const char* name, const std::string& destination);
   void RunListener(MsgBusMsg& message);

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "tevra/msgbus/bus_link.h"
+#include "tevra/msgbus/deadline.h"
 #include "tevra/msgbus/msg_bus_msg.h"
 
 namespace tevra::msgbus {

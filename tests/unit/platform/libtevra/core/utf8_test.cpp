@@ -69,5 +69,16 @@ TEST(Utf8CodePoint, IsTheCharacterOfTheSequence) {
   EXPECT_EQ(Utf8CodePoint("\xf4\x8f\xbf\xbf"), 0x10ffffu);
 }
 
+TEST(ValidUtf8, HasAQuestionMarkForEveryByteThatIsNone) {
+  EXPECT_EQ(ValidUtf8("plain \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"),
+            "plain \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80");
+  EXPECT_EQ(ValidUtf8(std::string("a\0b\xff\xc3", 5)), "a?b??");
+  EXPECT_EQ(ValidUtf8("\xc0\x80"), "??");            // overlong
+  EXPECT_EQ(ValidUtf8("\xe0\x80\x80"), "???");       // overlong
+  EXPECT_EQ(ValidUtf8("\xed\xa0\x80"), "???");       // surrogate
+  EXPECT_EQ(ValidUtf8("\xf4\x90\x80\x80"), "????");  // beyond the last code point
+  EXPECT_EQ(ValidUtf8(""), "");
+}
+
 }  // namespace
 }  // namespace tevra::core

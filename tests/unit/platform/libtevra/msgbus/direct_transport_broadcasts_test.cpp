@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <filesystem>
 #include <string>
 #include <variant>
 
 #include "direct_transport_fixture.h"
-#include "raw_socket.h"
 #include "support/event_log.h"
 #include "support/function_handler.h"
+#include "support/raw_socket.h"
 #include "tevra/msgbus/msg_bus.h"
 
 namespace tevra::msgbus {
@@ -23,10 +22,7 @@ TEST_F(DirectTransportBroadcasts, DropsAReceiverThatDoesNotReadAndNobodyElse) {
   platform_.Set("MsgBus", "max_output_bytes", "65536");
   const auto server = EchoServer();
   // A subscriber that never reads again.
-  RawSocket idle = HandshakenClient();
-  idle.Write(RawCall("tevra.msgbus.Peer", "Subscribe"));
-  pollfd answered{idle.fd(), POLLIN, 0};
-  ASSERT_EQ(poll(&answered, 1, 10000), 1);
+  RawSocket idle = GreetedClient(wire::kWantsBroadcasts);
 
   EventLog log;
   FunctionHandler note([&log](IMsgBus&, MsgBusMsg& message) { log.Add(message.GetName()); });

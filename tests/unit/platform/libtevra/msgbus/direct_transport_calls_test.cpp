@@ -10,8 +10,8 @@
 
 #include "direct_transport_fixture.h"
 #include "hostile_server.h"
-#include "raw_socket.h"
 #include "support/function_handler.h"
+#include "support/raw_socket.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 

@@ -5,22 +5,29 @@
 
 #include <string>
 
-#include "raw_socket.h"
+#include "support/raw_socket.h"
 #include "transport_fixture.h"
 
 namespace tevra::msgbus {
 
-inline constexpr const char* kHello = "AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n";
+using support::RawCall;
+using support::RawFrame;
+using support::RawHello;
+using support::RawLength;
+using support::RawSocket;
 
 // Tests of the direct transport, whose connections they also make by hand.
 class DirectTransportTest : public TransportTest {
  protected:
   std::string SocketPath() const { return platform_.RuntimeDir() + "/" + kDestination; }
-  RawSocket HandshakenClient() {
+  RawSocket GreetedClient(uint8_t flags = 0) {
     RawSocket client = RawSocket::ConnectTo(SocketPath());
-    client.Write(std::string(1, '\0') + kHello);
-    EXPECT_NE(client.ReadUntil("OK ").find("OK "), std::string::npos);
+    client.Write(RawHello(flags));
+    EXPECT_TRUE(IsWelcome(client.ReadFrame()));
     return client;
+  }
+  static bool IsWelcome(const std::string& body) {
+    return !body.empty() && body[0] == static_cast<char>(wire::Kind::kWelcome);
   }
 };
 

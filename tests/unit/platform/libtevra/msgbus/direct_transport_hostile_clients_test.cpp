@@ -1,8 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <systemd/sd-bus.h>
 
 #include <future>
 #include <memory>
@@ -10,8 +6,8 @@
 #include <vector>
 
 #include "direct_transport_fixture.h"
-#include "raw_socket.h"
 #include "support/function_handler.h"
+#include "support/raw_socket.h"
 #include "tevra/msgbus/msg_bus.h"
 
 namespace tevra::msgbus {
@@ -32,14 +28,16 @@ class HostileClientTest : public DirectTransportTest {
 };
 
 TEST_F(HostileClientTest, IsDroppedForARequestOverTheBound) {
-  RawSocket client = HandshakenClient();
-  client.Write(RawHeader((2 << 20) + 1, 16));
-  EXPECT_TRUE(client.PeerCloses());
+  for (const uint32_t length : {(2u << 20) + 1, 0xffffffffu}) {
+    RawSocket client = GreetedClient();
+    client.Write(RawLength(length));
+    EXPECT_TRUE(client.PeerCloses());
+  }
 }
 
-TEST_F(HostileClientTest, IsDroppedForARequestOverTheBoundRightBehindTheHandshake) {
+TEST_F(HostileClientTest, IsDroppedForARequestOverTheBoundRightBehindTheHello) {
   RawSocket client = RawSocket::ConnectTo(SocketPath());
-  client.Write(std::string(1, '\0') + kHello + RawHeader(100 << 20, 16));
+  client.Write(RawHello() + RawLength(0xffffffff));
   EXPECT_TRUE(client.PeerCloses());
 }
 
@@ -47,45 +45,79 @@ TEST_F(HostileClientTest, IsDroppedForGarbage) {
   RawSocket before = RawSocket::ConnectTo(SocketPath());
   before.Write("GET / HTTP/1.1\r\nHost: camera\r\n\r\n");
   EXPECT_TRUE(before.PeerCloses());
-  RawSocket after = HandshakenClient();
+  RawSocket after = GreetedClient();
   after.Write("GET / HTTP/1.1\r\nHost: camera\r\n\r\n");
   EXPECT_TRUE(after.PeerCloses());
 }
 
-TEST_F(HostileClientTest, IsDroppedForAHeaderThatLies) {
-  RawSocket client = HandshakenClient();
-  client.Write(RawHeader(0, 64) + std::string(64, '\xff'));
+TEST_F(HostileClientTest, IsDroppedForAFrameThatLies) {
+  for (const std::string& body : {std::string(64, '\xff'), std::string(1, '\0'), std::string()}) {
+    RawSocket client = GreetedClient();
+    client.Write(RawLength(static_cast<uint32_t>(body.size())));
+    client.Write(body);
+    EXPECT_TRUE(client.PeerCloses());
+  }
+  RawSocket reply = GreetedClient();
+  reply.Write(RawFrame({wire::Kind::kReply, 0, 1, {}, {}, {}}));
+  EXPECT_TRUE(reply.PeerCloses()) << "no client answers";
+}
+
+TEST_F(HostileClientTest, IsToldThatItsVersionIsNotSpokenHere) {
+  RawSocket client = RawSocket::ConnectTo(SocketPath());
+  client.Write(RawFrame({wire::Kind::kHello, 0, 2, "tevra.msgbus", {}, {}}));
+  const std::string body = client.ReadFrame();
+  const auto refusal = wire::ParseBody(body);
+  ASSERT_TRUE(refusal);
+  EXPECT_EQ(refusal->kind, wire::Kind::kRefusal);
+  EXPECT_EQ(refusal->serial, 1u);
+  EXPECT_EQ(refusal->member, "tevra.msgbus.Error.Version");
+  EXPECT_EQ(wire::ErrorText(*refusal),
+            "the client speaks version 2 of the bus, this side version 1");
   EXPECT_TRUE(client.PeerCloses());
-  RawSocket in_parts = HandshakenClient();
-  in_parts.Write(RawHeader(0, 64));
-  in_parts.Write(std::string(64, '\xff'));
-  EXPECT_TRUE(in_parts.PeerCloses());
 }
 
 TEST_F(HostileClientTest, MayWriteAByteAtATime) {
-  RawSocket client = HandshakenClient();
-  const std::string call = RawCall("org.freedesktop.DBus.Peer", "Ping");
-  for (char byte : call) ASSERT_TRUE(client.Write(std::string(1, byte)));
-  pollfd descriptor{client.fd(), POLLIN, 0};
-  ASSERT_EQ(poll(&descriptor, 1, 10000), 1);
-  char type[2] = {0, 0};
-  ASSERT_EQ(recv(client.fd(), type, 2, MSG_PEEK | MSG_WAITALL), 2);
-  EXPECT_EQ(type[1], 2);
+  RawSocket client = RawSocket::ConnectTo(SocketPath());
+  for (char byte : RawHello() + RawCall(kInterface, "Echo", {true})) {
+    ASSERT_TRUE(client.Write(std::string(1, byte)));
+  }
+  EXPECT_TRUE(IsWelcome(client.ReadFrame()));
+  const std::string body = client.ReadFrame();
+  const auto reply = wire::ParseBody(body);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->kind, wire::Kind::kReply);
+}
+
+TEST_F(HostileClientTest, MayWriteManyCallsAtOnceAndGetsAllAnswersInOrder) {
+  RawSocket client = RawSocket::ConnectTo(SocketPath());
+  std::string calls = RawHello();
+  constexpr uint32_t kCount = 1000;
+  for (uint32_t serial = 1; serial <= kCount; ++serial) {
+    calls += RawFrame({wire::Kind::kCall, 0, serial, kInterface, "Echo", {}}, {serial});
+  }
+  ASSERT_TRUE(client.Write(calls));
+  EXPECT_TRUE(IsWelcome(client.ReadFrame()));
+  for (uint32_t serial = 1; serial <= kCount; ++serial) {
+    const std::string body = client.ReadFrame();
+    const auto reply = wire::ParseBody(body);
+    ASSERT_TRUE(reply);
+    ASSERT_EQ(reply->serial, serial);
+  }
 }
 
 TEST_F(HostileClientTest, MayVanishInTheMiddleOfAnything) {
   RawSocket::ConnectTo(SocketPath());
   {
     RawSocket client = RawSocket::ConnectTo(SocketPath());
-    client.Write(std::string(1, '\0') + "AUTH");
+    client.Write(RawHello().substr(0, 9));
   }
   {
-    RawSocket client = HandshakenClient();
-    client.Write("l\1");
+    RawSocket client = GreetedClient();
+    client.Write(RawLength(100).substr(0, 2));
   }
   {
-    RawSocket client = HandshakenClient();
-    client.Write(RawHeader(1000, 64));
+    RawSocket client = GreetedClient();
+    client.Write(RawLength(1000) + "x");
   }
 }
 
@@ -99,7 +131,7 @@ TEST_F(HostileClientTest, MayVanishBeforeItsReply) {
   });
   server_->RegisterMessageHandler("Slow", kInterface, &slow);
   {
-    RawSocket impatient = HandshakenClient();
+    RawSocket impatient = GreetedClient();
     impatient.Write(RawCall(kInterface, "Slow"));
     entered.get_future().wait();
   }
@@ -108,37 +140,36 @@ TEST_F(HostileClientTest, MayVanishBeforeItsReply) {
   server_->UnregisterMessageHandler(&slow);
 }
 
-TEST_F(HostileClientTest, GetsAnErrorForArgumentsOfForeignTypes) {
-  RawSocket client = RawSocket::ConnectTo(SocketPath());
-  sd_bus* bus = nullptr;
-  ASSERT_GE(sd_bus_new(&bus), 0);
-  const int fd = fcntl(client.fd(), F_DUPFD_CLOEXEC, 3);
-  ASSERT_GE(sd_bus_set_fd(bus, fd, fd), 0);
-  ASSERT_GE(sd_bus_start(bus), 0);
-  for (int i = 0; i < 2; ++i) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-    EXPECT_LT(sd_bus_call_method(bus, nullptr, "/any/path", kInterface, "Echo", &error, nullptr,
-                                 "sd", "text", 1.5),
-              0);
-    EXPECT_STREQ(error.name, "org.freedesktop.DBus.Error.InvalidArgs");
-    sd_bus_error_free(&error);
+TEST_F(HostileClientTest, GetsAnErrorForMalformedArguments) {
+  RawSocket client = GreetedClient();
+  for (const char* values : {"x", "b\2", "i123", "s\1\0\0", "l\xff\xff\xff\x7f"}) {
+    const std::string call = RawCall(kInterface, "Echo").substr(wire::kLengthBytes) + values;
+    client.Write(RawLength(static_cast<uint32_t>(call.size())) + call);
+    const std::string body = client.ReadFrame();
+    const auto error = wire::ParseBody(body);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind, wire::Kind::kError);
+    EXPECT_EQ(error->member, "org.freedesktop.DBus.Error.InvalidArgs");
   }
-  EXPECT_GE(
-      sd_bus_call_method(bus, nullptr, "/any/path", kInterface, "Echo", nullptr, nullptr, "i", 7),
-      0);
-  sd_bus_close_unref(bus);
+  client.Write(RawCall(kInterface, "Echo", {7}));
+  const std::string body = client.ReadFrame();
+  ASSERT_TRUE(wire::ParseBody(body));
+  EXPECT_EQ(wire::ParseBody(body)->kind, wire::Kind::kReply);
 }
 
-TEST_F(DirectTransportHostileClients, DropsAClientThatNeverShakesHands) {
+TEST_F(DirectTransportHostileClients, DropsAClientThatDoesNotFinishItsHelloOrAFrame) {
   platform_.Set("MsgBus", "handshake_timeout_ms", "50");
   const auto server = EchoServer();
   auto client = NewBus();
   EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
   RawSocket silent = RawSocket::ConnectTo(SocketPath());
   RawSocket slow = RawSocket::ConnectTo(SocketPath());
-  slow.Write(std::string(1, '\0') + "AUTH");
+  slow.Write(RawHello().substr(0, 9));
+  RawSocket stuck = GreetedClient();
+  stuck.Write(RawLength(100) + "x");
   EXPECT_TRUE(silent.PeerCloses());
   EXPECT_TRUE(slow.PeerCloses());
+  EXPECT_TRUE(stuck.PeerCloses());
   EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
 }
 
@@ -147,8 +178,8 @@ TEST_F(DirectTransportHostileClients, TakesNoMoreConnectionsThanItsBoundOfOneUse
   const auto server = EchoServer();
   auto client = NewBus();
   EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
-  RawSocket second = HandshakenClient();
-  RawSocket third = HandshakenClient();
+  RawSocket second = GreetedClient();
+  RawSocket third = GreetedClient();
   RawSocket fourth = RawSocket::ConnectTo(SocketPath());
   EXPECT_TRUE(fourth.PeerCloses());
   EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
@@ -156,8 +187,8 @@ TEST_F(DirectTransportHostileClients, TakesNoMoreConnectionsThanItsBoundOfOneUse
   // A place is free again as soon as the server has seen the end.
   for (bool admitted = false; !admitted;) {
     RawSocket again = RawSocket::ConnectTo(SocketPath());
-    again.Write(std::string(1, '\0') + kHello);
-    admitted = again.ReadUntil("OK ").find("OK ") != std::string::npos;
+    again.Write(RawHello());
+    admitted = IsWelcome(again.ReadFrame());
   }
 }
 
@@ -166,7 +197,7 @@ TEST_F(DirectTransportHostileClients, TakesNoMoreConnectionsThanItsBoundOfAllUse
   const auto server = EchoServer();
   auto client = NewBus();
   EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
-  RawSocket second = HandshakenClient();
+  RawSocket second = GreetedClient();
   RawSocket third = RawSocket::ConnectTo(SocketPath());
   EXPECT_TRUE(third.PeerCloses());
   EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");

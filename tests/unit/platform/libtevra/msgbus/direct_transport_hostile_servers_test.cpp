@@ -4,52 +4,23 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "direct_transport_fixture.h"
 #include "hostile_server.h"
-#include "raw_socket.h"
+#include "support/raw_socket.h"
+#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/msg_bus.h"
 
 namespace tevra::msgbus {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 using DirectTransportHostileServers = DirectTransportTest;
-
-// The server side of sd-bus, for answers that are well-formed and wrong.
-void ServeOneCall(RawSocket& client, const std::function<void(sd_bus_message* call)>& answer) {
-  sd_bus* bus = nullptr;
-  sd_id128_t id{};
-  ASSERT_GE(sd_bus_new(&bus), 0);
-  const int fd = fcntl(client.fd(), F_DUPFD_CLOEXEC, 3);
-  ASSERT_GE(sd_bus_set_fd(bus, fd, fd), 0);
-  ASSERT_GE(sd_bus_set_server(bus, 1, id), 0);
-  ASSERT_GE(sd_bus_set_anonymous(bus, 1), 0);
-  ASSERT_GE(sd_bus_start(bus), 0);
-  for (bool answered = false;;) {
-    sd_bus_message* message = nullptr;
-    const int result = sd_bus_process(bus, &message);
-    if (result < 0) break;
-    if (message != nullptr && sd_bus_message_is_method_call(message, kInterface, nullptr) > 0) {
-      if (!answered) answer(message);
-      answered = true;
-      sd_bus_flush(bus);
-    }
-    sd_bus_message_unref(message);
-    if (result == 0 && sd_bus_wait(bus, 10000000) <= 0) break;
-  }
-  sd_bus_close_unref(bus);
-}
 
 TEST_F(DirectTransportHostileServers, RefusesAServerOfAnotherUser) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can play another user";
@@ -83,18 +54,19 @@ TEST_F(DirectTransportHostileServers, RefusesAServerOfAnotherUser) {
   close(ready[0]);
 }
 
-TEST_F(DirectTransportHostileServers, RefusesAGiantReplyAtItsHeader) {
+TEST_F(DirectTransportHostileServers, RefusesAGiantReplyAtItsLength) {
   const HostileServer giant(SocketPath(), [](RawSocket& client) {
     Welcome(client);
-    client.Write(RawHeader(100 << 20, 100) + std::string(1000, 'x'));
+    client.Write(RawLength(0xffffffff) + std::string(1000, 'x'));
     client.PeerCloses();
   });
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "message bus: connection to tevra.Test lost");
 }
 
 TEST_F(DirectTransportHostileServers, RefusesGarbage) {
-  for (const std::string& garbage : {std::string(64, '\0'), std::string("HTTP/1.1 200 OK\r\n\r\n"),
-                                     RawHeader(0, 8) + "garbage!"}) {
+  for (const std::string& garbage :
+       {std::string(64, '\0'), std::string("HTTP/1.1 200 OK\r\n\r\n"), RawLength(8) + "garbage!",
+        RawFrame({static_cast<wire::Kind>(9), 0, 1, {}, {}, {}})}) {
     std::filesystem::remove(SocketPath());
     const HostileServer server(SocketPath(), [&garbage](RawSocket& client) {
       Welcome(client);
@@ -105,59 +77,91 @@ TEST_F(DirectTransportHostileServers, RefusesGarbage) {
   }
 }
 
-TEST_F(DirectTransportHostileServers, WaitsOnlyUntilTheDeadlineForTheRestOfAHeader) {
-  const HostileServer server(SocketPath(), [](RawSocket& client) {
-    Welcome(client);
-    client.Write("l");
-    client.PeerCloses();
-  });
-  EXPECT_EQ(FailureOf(*NewBus(), Request("Echo"), 50),
-            "message bus: no answer from tevra.Test in time");
+TEST_F(DirectTransportHostileServers, WaitsOnlyUntilTheDeadlineForTheRestOfAFrame) {
+  for (const std::string& part : {RawLength(8).substr(0, 1), RawLength(8) + "1234567"}) {
+    std::filesystem::remove(SocketPath());
+    const HostileServer server(SocketPath(), [&part](RawSocket& client) {
+      Welcome(client);
+      client.Write(part);
+      client.PeerCloses();
+    });
+    EXPECT_EQ(FailureOf(*NewBus(), Request("Echo"), 50),
+              "message bus: no answer from tevra.Test in time");
+  }
 }
 
 TEST_F(DirectTransportHostileServers, RefusesAHandshakeOfNonsense) {
   const HostileServer server(SocketPath(), [](RawSocket& client) {
-    client.ReadUntil("BEGIN\r\n");
-    client.Write("NO\r\nNO\r\n");
+    client.ReadFrame();
+    client.Write(RawReply({true}));
     client.PeerCloses();
   });
-  const auto start = Clock::now();
-  EXPECT_NE(FailureOf(*NewBus(), Request("Echo")), "no failure");
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
+  EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")),
+            "message bus: tevra.Test refuses the connection: that was no welcome");
 }
 
-TEST_F(DirectTransportHostileServers, ThrowsForAReplyOfWrongType) {
+TEST_F(DirectTransportHostileServers, TellsThatAServerSpeaksAnotherVersion) {
   const HostileServer server(SocketPath(), [](RawSocket& client) {
-    ServeOneCall(client, [](sd_bus_message* call) {
-      sd_bus_reply_method_return(call, "st", "text", uint64_t{1});
-    });
+    client.ReadFrame();
+    client.Write(RawFrame({wire::Kind::kWelcome, 0, 7, "tevra.msgbus", {}, {}}));
+    client.PeerCloses();
+  });
+  EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")),
+            "message bus: tevra.Test refuses the connection: the server speaks version 7 of the "
+            "bus, this side version 1");
+}
+
+TEST_F(DirectTransportHostileServers, PassesOnWhyAServerRefusesWithoutReadingTheHello) {
+  const HostileServer server(SocketPath(), [](RawSocket& client) {
+    std::string refusal;
+    wire::AppendRefusal(&refusal, wire::kTooManyConnections, "no room \xff here");
+    client.Write(refusal);
+  });
+  EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")),
+            "message bus: tevra.Test refuses the connection: no room ? here");
+}
+
+TEST_F(DirectTransportHostileServers, AnswersThatARoleIsMissingWhereAServerSaysSo) {
+  const HostileServer server(SocketPath(), [](RawSocket& client) {
+    std::string refusal;
+    wire::AppendRefusal(&refusal, BusError::kAccessDenied, "not you");
+    client.Write(refusal);
+    client.PeerCloses();
+  });
+  auto client = NewBus();
+  const auto reply = Call(*client, Request("Echo"));
+  EXPECT_EQ(reply->ErrorName(), BusError::kAccessDenied);
+  EXPECT_EQ(reply->ErrorText(), "not you");
+  MsgBusMsg one_way = Request("Echo");
+  EXPECT_THROW(client->SendMsg(one_way), osa::Exception);
+}
+
+TEST_F(DirectTransportHostileServers, ThrowsForAReplyOfMalformedValues) {
+  const HostileServer server(SocketPath(), [](RawSocket& client) {
+    Welcome(client);
+    client.Write(RawLength(15) + RawReply({}).substr(wire::kLengthBytes) + "x");
+    client.PeerCloses();
   });
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "message bus: malformed reply from tevra.Test");
 }
 
 TEST_F(DirectTransportHostileServers, TakesTheFirstOfTwoAnswersAndNeverTheSecondForAnothers) {
   const HostileServer server(SocketPath(), [](RawSocket& client) {
-    ServeOneCall(client, [](sd_bus_message* call) {
-      sd_bus_reply_method_return(call, "b", 1);
-      sd_bus_reply_method_return(call, "b", 0);
-    });
+    Welcome(client);
+    client.Write(RawReply({true}) + RawReply({false}));
+    client.PeerCloses();
   });
   auto client = NewBus();
   const auto reply = Call(*client, Request("Echo"));
   EXPECT_EQ(reply->Body(), std::vector<MsgBusMsg::Value>{true});
-  // The second call gets no answer from this server, least of all the spare one.
-  EXPECT_EQ(FailureOf(*client, Request("Echo"), 50),
-            "message bus: no answer from tevra.Test in time");
+  // The connection with the spare answer is not used again.
+  EXPECT_EQ(Call(*client, Request("Echo"))->Body(), std::vector<MsgBusMsg::Value>{true});
 }
 
 TEST_F(DirectTransportHostileServers, IgnoresAnswersToOtherCalls) {
   const HostileServer server(SocketPath(), [](RawSocket& client) {
     Welcome(client);
-    // A reply to serial 999 without a body.
-    const std::string fields = {5, 1, 'u', 0, static_cast<char>(0xe7), 3, 0, 0};
-    std::string reply = RawHeader(0, 8) + fields;
-    reply[1] = 2;
-    client.Write(reply);
+    client.Write(RawFrame({wire::Kind::kReply, 0, 999, {}, {}, {}}));
     client.PeerCloses();
   });
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo"), 100),

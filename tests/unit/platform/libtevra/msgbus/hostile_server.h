@@ -11,10 +11,13 @@
 #include <thread>
 #include <utility>
 
-#include "raw_socket.h"
+#include "support/raw_socket.h"
 #include "transport_fixture.h"
 
 namespace tevra::msgbus {
+
+using support::RawFrame;
+using support::RawSocket;
 
 // A destination whose server does what the test says with each connection, on a thread of its own.
 class HostileServer {
@@ -53,9 +56,15 @@ class HostileServer {
 
 // Takes a client in and reads its first call.
 inline void Welcome(RawSocket& client) {
-  client.ReadUntil("BEGIN\r\n");
-  client.Write("DATA\r\nOK 0123456789abcdef0123456789abcdef\r\n");
-  client.ReadUntil(kInterface);
+  client.ReadFrame();
+  std::string welcome;
+  wire::AppendWelcome(&welcome, 0, 1, 0);
+  client.Write(welcome);
+  client.ReadFrame();
+}
+// The answer to that call.
+inline std::string RawReply(const std::vector<MsgBusMsg::Value>& values) {
+  return RawFrame({wire::Kind::kReply, 0, 1, {}, {}, {}}, values);
 }
 
 }  // namespace tevra::msgbus

@@ -97,5 +97,13 @@ TEST(MsgBusMsg, CopiesAreIndependent) {
   EXPECT_EQ(message.Serial(), 0u);
 }
 
+TEST(MsgBusMsg, CountsItsBytes) {
+  MsgBusMsg small("a.b", "C", "d.e");
+  MsgBusMsg large("a.b", "C", "d.e");
+  large.Append(std::string(1000, 'x'));
+  EXPECT_GE(small.Size(), 16u + 4 * 8);
+  EXPECT_GE(large.Size(), small.Size() + 1004);
+}
+
 }  // namespace
 }  // namespace tevra::msgbus

@@ -1,0 +1,38 @@
+#ifndef TEVRA_MSGBUS_DIRECT_OWNED_SOCKET_H_
+#define TEVRA_MSGBUS_DIRECT_OWNED_SOCKET_H_
+
+#include <sys/types.h>
+
+#include "tevra/osa/descriptor.h"
+
+namespace tevra::msgbus {
+
+// A socket in a program that may close descriptors that it did not open, as daemons do that begin
+// with closefrom(): the number then belongs to another file of the program, into which nothing may
+// be written, from which nothing may be believed, and which must not be closed here. Not
+// synchronised.
+class OwnedSocket final {
+ public:
+  OwnedSocket() = default;
+  explicit OwnedSocket(osa::Descriptor socket);
+  OwnedSocket(OwnedSocket&&) = default;
+  OwnedSocket& operator=(OwnedSocket&& other) noexcept;
+  ~OwnedSocket() { Close(); }
+
+  int get() const { return socket_.get(); }
+  explicit operator bool() const { return static_cast<bool>(socket_); }
+  // Whether the number is still this socket's.
+  bool IsIntact() const;
+  // Ends the connection also where another process holds a copy of the descriptor. A number that
+  // is no longer ours is left alone.
+  void Close();
+
+ private:
+  osa::Descriptor socket_;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_DIRECT_OWNED_SOCKET_H_

@@ -1,0 +1,55 @@
+#ifndef TEVRA_MSGBUS_REQUEST_SCHEDULER_H_
+#define TEVRA_MSGBUS_REQUEST_SCHEDULER_H_
+
+#include <array>
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "tevra/msgbus/msg_bus_msg.h"
+
+namespace tevra::msgbus {
+
+// Decides which of the waiting requests is next: cheap ones before dear ones, the callers of each
+// class in turn. So whoever asks something cheap waits for one dear request at the most, and
+// whoever asks something dear for one of each other caller. On the dispatch thread.
+class RequestScheduler final {
+ public:
+  enum Class { kCheap, kDear };
+
+  class Request {
+   public:
+    virtual ~Request() = default;
+    virtual void Run() = 0;
+  };
+
+  // Whose requests take turns with those of others. Its own run in the order in which they came.
+  class Caller {
+   public:
+    size_t Waiting() const { return waiting_[kCheap].size() + waiting_[kDear].size(); }
+
+   private:
+    friend class RequestScheduler;
+    std::array<std::deque<std::shared_ptr<Request>>, 2> waiting_;
+  };
+
+  // One caller for each process, however many connections it has.
+  std::shared_ptr<Caller> CallerOf(const Credentials& credentials);
+  void Add(const std::shared_ptr<Caller>& caller, Class cost, std::shared_ptr<Request> request);
+  // Runs the cheap requests that wait now; without any, one dear one. Answers whether more wait.
+  bool RunSome();
+
+ private:
+  void RunNext(Class cost);
+
+  // Callers with requests of the class, whose turn it is first.
+  std::array<std::deque<std::shared_ptr<Caller>>, 2> turns_;
+  std::array<size_t, 2> waiting_{};
+  std::map<std::pair<uid_t, pid_t>, std::weak_ptr<Caller>> callers_;
+};
+
+}  // namespace tevra::msgbus
+
+#endif  // TEVRA_MSGBUS_REQUEST_SCHEDULER_H_

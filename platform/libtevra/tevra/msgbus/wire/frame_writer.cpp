@@ -1,0 +1,48 @@
+#include "tevra/msgbus/wire/frame_writer.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+namespace tevra::msgbus::wire {
+namespace {
+
+// Bytes sent, none while the peer takes none; -1 on a dead connection.
+ssize_t SendSome(int socket, std::string_view bytes) {
+  for (;;) {
+    const ssize_t count = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (count >= 0) return count;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+    if (errno != EINTR) return -1;
+  }
+}
+
+}  // namespace
+
+bool FrameWriter::Send(int socket, std::string_view frames) {
+  if (PendingBytes() == 0) {
+    const ssize_t count = SendSome(socket, frames);
+    if (count < 0) return false;
+    frames.remove_prefix(static_cast<size_t>(count));
+  }
+  pending_.append(frames);
+  return true;
+}
+
+bool FrameWriter::Flush(int socket) {
+  if (PendingBytes() == 0) return true;
+  const ssize_t count = SendSome(socket, std::string_view(pending_).substr(sent_));
+  if (count < 0) return false;
+  sent_ += static_cast<size_t>(count);
+  // Once all is sent the memory is given back; until then only what lies far behind is.
+  if (sent_ == pending_.size()) {
+    std::string().swap(pending_);
+    sent_ = 0;
+  } else if (sent_ > pending_.size() / 2) {
+    pending_.erase(0, sent_);
+    sent_ = 0;
+  }
+  return true;
+}
+
+}  // namespace tevra::msgbus::wire

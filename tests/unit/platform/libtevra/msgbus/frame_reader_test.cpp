@@ -1,0 +1,91 @@
+#include "tevra/msgbus/wire/frame_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tevra/msgbus/wire/frame.h"
+
+namespace tevra::msgbus::wire {
+namespace {
+
+constexpr size_t kMaxBody = 100000;
+
+std::string FrameOf(const std::string& member, size_t bytes) {
+  std::string frame;
+  AppendFrame(&frame, {Kind::kSignal, 0, 1, {}, member, {}}, {std::string(bytes, 'x')});
+  return frame;
+}
+
+// Hands the stream over in pieces of `piece` bytes and answers the frames that were found.
+std::vector<std::string> Bodies(const std::string& stream, size_t piece) {
+  FrameReader reader(kMaxBody);
+  std::vector<std::string> bodies;
+  for (size_t at = 0; at < stream.size();) {
+    const std::span<char> space = reader.Space();
+    EXPECT_FALSE(space.empty());
+    const size_t count = std::min({piece, space.size(), stream.size() - at});
+    std::copy_n(stream.data() + at, count, space.data());
+    reader.Took(count);
+    at += count;
+    std::string_view body;
+    while (reader.Next(&body) == FrameReader::State::kFrame) bodies.emplace_back(body);
+  }
+  EXPECT_FALSE(reader.HasMore());
+  return bodies;
+}
+
+TEST(FrameReader, FindsTheSameFramesHoweverTheStreamIsCut) {
+  std::string stream;
+  std::vector<std::string> expected;
+  for (const size_t bytes : {0, 1, 4000, 5000, 90000, 3, 4096}) {
+    const std::string frame = FrameOf("m", bytes);
+    stream += frame;
+    expected.push_back(frame.substr(kLengthBytes));
+  }
+  for (const size_t piece : {1, 2, 3, 5, 100, 4096, 4097, 1 << 20}) {
+    EXPECT_EQ(Bodies(stream, piece), expected) << piece;
+  }
+}
+
+TEST(FrameReader, JudgesTheLengthBeforeTheRestHasCome) {
+  FrameReader reader(kMaxBody);
+  const std::string length = "\xa1\x86\x01";  // 100001, and one byte is missing
+  std::copy(length.begin(), length.end(), reader.Space().data());
+  reader.Took(length.size());
+  std::string_view body;
+  EXPECT_EQ(reader.Next(&body), FrameReader::State::kNeedsMore);
+  reader.Space()[0] = '\0';
+  reader.Took(1);
+  EXPECT_EQ(reader.Next(&body), FrameReader::State::kTooLong);
+}
+
+TEST(FrameReader, TakesNoMemoryForWhatHasOnlyBeenAnnounced) {
+  FrameReader reader(1 << 30);
+  const std::string length("\0\0\0\x3f", 4);
+  std::copy(length.begin(), length.end(), reader.Space().data());
+  reader.Took(length.size());
+  std::string_view body;
+  EXPECT_EQ(reader.Next(&body), FrameReader::State::kNeedsMore);
+  EXPECT_LE(reader.Space().size(), 4096u);
+}
+
+TEST(FrameReader, GivesTheMemoryOfALargeFrameBack) {
+  FrameReader reader(kMaxBody);
+  std::string stream = FrameOf("m", 90000);
+  for (size_t at = 0; at < stream.size();) {
+    const std::span<char> space = reader.Space();
+    const size_t count = std::min(space.size(), stream.size() - at);
+    std::copy_n(stream.data() + at, count, space.data());
+    reader.Took(count);
+    at += count;
+  }
+  std::string_view body;
+  EXPECT_EQ(reader.Next(&body), FrameReader::State::kFrame);
+  EXPECT_EQ(reader.Space().size(), 4096u);
+}
+
+}  // namespace
+}  // namespace tevra::msgbus::wire
