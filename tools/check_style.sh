@@ -27,6 +27,7 @@ fi
 grep -rnE '#include "vigila' platform | found 'platform/ includes applications/'
 grep -rnE '\b(sd_bus_|sqlite3_|sd_journal_|gcry_)[a-z]' --include='*.cpp' --include='*.h' applications | found 'applications/ calls what only platform/ may call'
 grep -rnE '#include "vigila/(server|model)/' applications/vigila/client applications/vigilactl applications/vigila-gateway | found 'the client half includes the server half'
+grep -rnE '#include "' applications/vigila/contract | grep -v '#include "vigila/contract/' | found 'contract/ includes another layer'
 grep -rnE '#include "vigila/(server|client|check)/' applications/vigila/model | found 'model/ includes a layer above it'
 grep -rnE '#include "vigila/(server|client|model)/' applications/vigila/check | found 'check/ includes another layer'
 grep -rnE '#include "vigila/client/' applications/vigila/server | found 'the server half includes the client half'

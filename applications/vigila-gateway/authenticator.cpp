@@ -5,13 +5,12 @@
 #include <utility>
 
 #include "vigila-gateway/digest.h"
-#include "vigila-gateway/session_token.h"
+#include "vigila/contract/result_tokens.h"
 
 namespace vigila::gateway {
 namespace {
 
 // The service's word for a right answer to a nonce that is too old or was used before.
-constexpr char kStaleNonce[] = "_EXPIRED";
 
 Verdict Plain(Verdict::Outcome outcome) {
   Verdict verdict;
@@ -43,7 +42,7 @@ bool SignsTheTarget(const DigestAnswer& answer, const RequestTarget& target) {
 
 Verdict Authenticator::Decide(const AccessQuestion& question) {
   const std::string& path = question.target.path;
-  if (!service_.IsProtected(path) && service_.Authorize(kNoToken, path)) {
+  if (!service_.IsProtected(path) && service_.Authorize(contract::kNoToken, path)) {
     return Plain(Verdict::kGranted);
   }
   const SessionCookie cookie = FindSessionCookie(question.cookies);
@@ -106,7 +105,7 @@ Verdict Authenticator::DecideByDigest(const AccessQuestion& question, const Dige
   logon.response = answer.response;
   const std::string token = service_.LogOnWithDigest(logon);
   // The response was right, only its nonce is not: no failure, and no new question to the user.
-  if (token == kStaleNonce) return ChallengeAgain(question.source);
+  if (token == contract::kExpiredToken) return ChallengeAgain(question.source);
   return AfterLogon(question.source, answer.username, token, {question.target.path});
 }
 
@@ -128,14 +127,14 @@ Verdict Authenticator::DecideWsse(const std::string& source, const WsseLogon& lo
       break;
   }
   const std::string token = service_.LogOnWithWsse(logon);
-  used_tokens_.Settle(logon, IsSessionToken(token));
+  used_tokens_.Settle(logon, contract::IsSessionToken(token));
   return AfterLogon(source, logon.username, token, paths);
 }
 
 Verdict Authenticator::AfterLogon(const std::string& source, const std::string& user,
                                   const std::string& token, const std::vector<std::string>& paths) {
   if (token.empty()) return Plain(Verdict::kUnavailable);
-  if (!IsSessionToken(token)) {
+  if (!contract::IsSessionToken(token)) {
     throttle_.Failed(source);
     return Challenge();
   }

@@ -7,6 +7,7 @@
 
 #include "utilc/base64.h"
 #include "vigila-gateway/http_message.h"
+#include "vigila/contract/limits.h"
 
 namespace vigila::gateway {
 namespace {
@@ -119,7 +120,8 @@ bool IsOurs(const Parameters& parameters) {
   const auto qop = parameters.find("qop");
   const bool offered = qop == parameters.end() || EqualIgnoringCase(qop->second, "auth");
   const auto realm = parameters.find("realm");
-  return !hashed_name && offered && (realm == parameters.end() || realm->second == kRealm);
+  return !hashed_name && offered &&
+         (realm == parameters.end() || realm->second == contract::kRealm);
 }
 
 bool IsComplete(const Parameters& parameters) {

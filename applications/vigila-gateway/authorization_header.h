@@ -10,7 +10,6 @@
 
 namespace vigila::gateway {
 
-inline constexpr char kRealm[] = "Varno";
 constexpr size_t kMaximumAuthorizationBytes = 8 * 1024;
 
 // A client's answer to a digest challenge. Which form it used (session or plain, with or without

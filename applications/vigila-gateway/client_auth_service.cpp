@@ -1,6 +1,6 @@
 #include "vigila-gateway/client_auth_service.h"
 
-#include "vigila-gateway/session_token.h"
+#include "vigila/contract/result_tokens.h"
 
 namespace vigila::gateway {
 
@@ -58,7 +58,7 @@ std::vector<std::string> ClientAuthService::GetPermissions(const std::string& to
 // counts as well: it was one just now.
 bool ClientAuthService::IsReachable() {
   const uint64_t failures = client_.GetCounts().failures;
-  client_.GetCredentials(kNoToken);
+  client_.GetCredentials(contract::kNoToken);
   return client_.GetCounts().failures == failures;
 }
 

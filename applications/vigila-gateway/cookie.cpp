@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "vigila-gateway/session_token.h"
+#include "vigila/contract/result_tokens.h"
 
 namespace vigila::gateway {
 namespace {
@@ -28,7 +28,7 @@ void TakePair(std::string_view pair, SessionCookie& cookie) {
   const std::string_view value = Unquote(Trim(pair.substr(equals + 1)));
   const bool first = !cookie.present;
   cookie.present = true;
-  if (first && IsSessionToken(value)) {
+  if (first && contract::IsSessionToken(value)) {
     cookie.token = value;
   } else if (cookie.token != value) {
     cookie.token.clear();

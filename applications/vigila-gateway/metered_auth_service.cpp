@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "vigila-gateway/session_token.h"
+#include "vigila/contract/result_tokens.h"
 
 namespace vigila::gateway {
 namespace {
@@ -10,10 +10,10 @@ namespace {
 // A refusal by the service's own word for it; what is not known is not made a label of.
 const char* ResultName(const std::string& token) {
   if (token.empty()) return "unavailable";
-  if (IsSessionToken(token)) return "success";
-  if (token == "_EXPIRED") return "expired";
-  if (token == "DISABLED") return "disabled";
-  return token == "NODIGEST" ? "nodigest" : "refused";
+  if (contract::IsSessionToken(token)) return "success";
+  if (token == contract::kExpiredToken) return "expired";
+  if (token == contract::kDisabledToken) return "disabled";
+  return token == contract::kNoDigestToken ? "nodigest" : "refused";
 }
 
 }  // namespace

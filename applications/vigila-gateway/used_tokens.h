@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "vigila-gateway/auth_service.h"
+#include "vigila/contract/limits.h"
 
 namespace vigila::gateway {
 
@@ -39,8 +40,8 @@ class UsedTokens final {
     size_t tokens_of_a_user = 32768;  // so that one account alone cannot shut the others out
   };
 
-  // A creation time is accepted up to 300 whole seconds before and after the present.
-  static constexpr std::chrono::seconds kTolerance{301};
+  // A creation time is accepted up to so many whole seconds before and after the present.
+  static constexpr std::chrono::seconds kTolerance{contract::kClockToleranceSecs + 1};
   // From a token's acceptance to when it cannot be accepted again, and a minute for a clock that
   // is corrected meanwhile.
   static constexpr std::chrono::seconds kKept = 2 * kTolerance + std::chrono::seconds(60);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "vigila/contract/limits.h"
+
 namespace vigila::gateway {
 namespace {
 
@@ -21,7 +23,7 @@ constexpr Refusal kRefusals[] = {
 };
 
 std::string DigestChallenge(const Verdict& verdict) {
-  return std::string("Digest realm=\"") + kRealm + "\", nonce=\"" + verdict.nonce +
+  return std::string("Digest realm=\"") + contract::kRealm + "\", nonce=\"" + verdict.nonce +
          "\", qop=\"auth\", algorithm=MD5" + (verdict.stale ? ", stale=true" : "");
 }
 
@@ -39,7 +41,7 @@ HttpResponse RefusalResponse(const Verdict& verdict, const ResponseOptions& opti
     response.headers.emplace_back("WWW-Authenticate", DigestChallenge(verdict));
     if (options.offer_basic) {
       response.headers.emplace_back("WWW-Authenticate",
-                                    std::string("Basic realm=\"") + kRealm + "\"");
+                                    std::string("Basic realm=\"") + contract::kRealm + "\"");
     }
   }
   if (verdict.outcome == Verdict::kThrottled) {

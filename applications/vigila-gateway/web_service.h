@@ -10,6 +10,7 @@
 #include "vigila-gateway/http_server.h"
 #include "vigila-gateway/soap_fault.h"
 #include "vigila-gateway/wsse_envelope.h"
+#include "vigila/contract/rules.h"
 
 namespace vigila::gateway {
 
@@ -19,7 +20,7 @@ class WebService final {
  public:
   using Now = std::function<std::chrono::system_clock::time_point()>;
   // The access rule of all web services has this very name; a single service's path has none.
-  static constexpr char kRule[] = "/onvif/*";
+  static constexpr const char* kRule = contract::kOnvifPath;
 
   WebService(std::string device_name, Now now)
       : device_name_(std::move(device_name)), now_(std::move(now)) {}

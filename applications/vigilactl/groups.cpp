@@ -1,33 +1,21 @@
 #include "vigilactl/groups.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 
-#include "tevra/interfaces/i_security_provider.h"
+#include "vigila/contract/groups.h"
 #include "vigilactl/exit_code.h"
 #include "vigilactl/printable_text.h"
 
 namespace vigilactl {
-namespace {
 
-using tevra::interfaces::ISecurityProvider;
-
-struct NamedGroup {
-  const char* name;
-  uint32_t value;
-};
-
-constexpr NamedGroup kGroups[] = {{"admins", ISecurityProvider::kAdministrators},
-                                  {"managers", ISecurityProvider::kManagers},
-                                  {"operators", ISecurityProvider::kOperators},
-                                  {"viewers", ISecurityProvider::kViewers},
-                                  {"nobody", ISecurityProvider::kNobody}};
-
-}  // namespace
-
+namespace contract = vigila::contract;
 uint32_t ParseGroup(const std::string& text) {
-  for (const NamedGroup& group : kGroups) {
-    if (text == group.name) return group.value;
+  for (const contract::Group& group : contract::kRuleGroups) {
+    if (text == group.name) return group.bit;
   }
+  if (text == contract::kNobodyName) return contract::kNobodyBit;
   uint32_t value = 0;
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, value);
@@ -39,17 +27,16 @@ uint32_t ParseGroup(const std::string& text) {
 }
 
 std::string GroupName(uint32_t group) {
-  for (const NamedGroup& named : kGroups) {
-    if (group == named.value) return named.name;
+  for (const contract::Group& named : contract::kRuleGroups) {
+    if (group == named.bit) return named.name;
   }
+  if (group == contract::kNobodyBit) return contract::kNobodyName;
   return std::to_string(group);
 }
 
 bool IsRuleGroup(const std::string& name) {
-  for (const NamedGroup& named : kGroups) {
-    if (name == named.name) return named.value != ISecurityProvider::kNobody;
-  }
-  return false;
+  return std::any_of(std::begin(contract::kRuleGroups), std::end(contract::kRuleGroups),
+                     [&](const contract::Group& group) { return name == group.name; });
 }
 
 }  // namespace vigilactl

@@ -1,11 +1,13 @@
 #include "vigilactl/result_sentences.h"
 
-#include <algorithm>
-
+#include "vigila/contract/result_codes.h"
+#include "vigila/contract/result_tokens.h"
 #include "vigilactl/printable_text.h"
 
 namespace vigilactl {
 namespace {
+
+namespace contract = vigila::contract;
 
 struct Sentence {
   int code;
@@ -13,24 +15,28 @@ struct Sentence {
 };
 
 constexpr Sentence kSentences[] = {
-    {0, "Done."},
-    {1, "The name is shorter than 2 bytes."},
-    {2, "The name is longer than 32 bytes."},
-    {3, "The name contains a blank, \"#\" or \"/\"."},
-    {4, "The name is taken: it exists already, occurs twice in the request, or is \"nobody\"."},
-    {5, "The password is shorter than 4 bytes."},
-    {6, "The password is longer than 64 bytes."},
-    {7, "The group is not allowed for this name."},
-    {8, "Groups 0 and 16 are for \"nobody\" alone, and \"nobody\" has no password to change."},
-    {9, "There is no room: 1024 accounts, \"nobody\" included, are the most."},
-    {10, "There is no such user."},
-    {11, "The last administrator must stay, and \"nobody\" cannot be deleted."},
-    {12, "The request is malformed: a member is missing or of the wrong type."},
-    {14, "The password is one of the last five of this account."},
-    {15, "The password was changed less than a day ago."},
-    {16, "The account is disabled after too many invalid passwords."},
-    {17, "The password is correct but has expired."},
-    {18, "The password is wrong, or it is too soon after a wrong one."},
+    {contract::kOk, "Done."},
+    {contract::kNameTooShort, "The name is shorter than 2 bytes."},
+    {contract::kNameTooLong, "The name is longer than 32 bytes."},
+    {contract::kNameHasBadCharacter, "The name contains a blank, \"#\" or \"/\"."},
+    {contract::kNameTaken,
+     "The name is taken: it exists already, occurs twice in the request, or is \"nobody\"."},
+    {contract::kPasswordTooShort, "The password is shorter than 4 bytes."},
+    {contract::kPasswordTooLong, "The password is longer than 64 bytes."},
+    {contract::kBadGroup, "The group is not allowed for this name."},
+    {contract::kGroupOnlyForNobody,
+     "Groups 0 and 16 are for \"nobody\" alone, and \"nobody\" has no password to change."},
+    {contract::kTooManyUsers,
+     "There is no room: 1024 accounts, \"nobody\" included, are the most."},
+    {contract::kUnknownUser, "There is no such user."},
+    {contract::kLastAdministrator,
+     "The last administrator must stay, and \"nobody\" cannot be deleted."},
+    {contract::kMalformed, "The request is malformed: a member is missing or of the wrong type."},
+    {contract::kOldPassword, "The password is one of the last five of this account."},
+    {contract::kPasswordTooYoung, "The password was changed less than a day ago."},
+    {contract::kDisabled, "The account is disabled after too many invalid passwords."},
+    {contract::kExpired, "The password is correct but has expired."},
+    {contract::kWrongPassword, "The password is wrong, or it is too soon after a wrong one."},
 };
 
 struct RefusedLogon {
@@ -39,10 +45,11 @@ struct RefusedLogon {
 };
 
 constexpr RefusedLogon kRefusedLogons[] = {
-    {"NO_TOKEN", "No session: the name or the password is wrong."},
-    {"_EXPIRED", "No session: the password is correct but has expired."},
-    {"DISABLED", "No session: the account is disabled after too many invalid passwords."},
-    {"NODIGEST", "No session: this account cannot log on with a digest."},
+    {contract::kNoToken, "No session: the name or the password is wrong."},
+    {contract::kExpiredToken, "No session: the password is correct but has expired."},
+    {contract::kDisabledToken,
+     "No session: the account is disabled after too many invalid passwords."},
+    {contract::kNoDigestToken, "No session: this account cannot log on with a digest."},
 };
 
 }  // namespace
@@ -52,12 +59,6 @@ std::string SentenceOf(int code) {
     if (sentence.code == code) return sentence.text;
   }
   return "The service answered with the unknown code " + std::to_string(code) + ".";
-}
-
-bool IsSessionToken(const std::string& answer) {
-  return answer.size() == 8 && std::all_of(answer.begin(), answer.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
-         });
 }
 
 std::string SentenceOfRefusedLogon(const std::string& answer) {

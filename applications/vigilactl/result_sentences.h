@@ -8,9 +8,6 @@ namespace vigilactl {
 // What a result code of the account operations and of the password check means, in one sentence.
 std::string SentenceOf(int code);
 
-// True for a session token; false for the words that the logon operations answer in its place.
-bool IsSessionToken(const std::string& answer);
-
 // Why a logon gave no session, from the word answered in place of a token.
 std::string SentenceOfRefusedLogon(const std::string& answer);
 

@@ -2,6 +2,7 @@
 #include <optional>
 #include <string>
 
+#include "vigila/contract/rules.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/permission_names.h"
 #include "vigilactl/printable_text.h"
@@ -13,31 +14,19 @@ namespace {
 
 constexpr TextArgument kPathArgument = {"PATH", "The rule's path, as listed", true};
 
-struct KnownRule {
-  const char* path;
-  bool changeable;
-};
-
-// The permission interface answers for one path at a time and lists nothing, so the paths that
-// every device rules stand here.
-constexpr KnownRule kKnownRules[] = {
-    {"/control/*", false},  {"/halvard-instrument/cgi/*", false},
-    {"/inject.cgi", false}, {"/jpeg*", true},
-    {"/onvif/*", false},    {"/rtsp/*", true},
-    {"/system", false},     {"/ws/*", true},
-};
-
 ExitCode ListRules(Invocation& invocation) {
   TextTable table({"PATH", "RULE", "CHANGEABLE", "MEANING"});
   json::Array rules;
-  for (const KnownRule& known : kKnownRules) {
+  // The permission interface answers for one path at a time and lists nothing.
+  for (const vigila::contract::Rule& known : vigila::contract::kRules) {
     const std::optional<std::string> rule = invocation.Permissions().GetAccessRule(known.path);
     if (!rule) continue;
-    table.AddRow({known.path, *rule, known.changeable ? "yes" : "no", RuleMeaning(*rule)});
+    const bool changeable = known.setting != nullptr;
+    table.AddRow({known.path, *rule, changeable ? "yes" : "no", RuleMeaning(*rule)});
     json::Object entry;
     entry["Path"] = json::String(known.path);
     entry["Rule"] = json::String(*rule);
-    entry["Changeable"] = json::Boolean(known.changeable);
+    entry["Changeable"] = json::Boolean(changeable);
     rules.Insert(entry);
   }
   json::Object object;

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "krand/base64/base64.h"
+#include "vigila/contract/result_tokens.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
@@ -32,7 +33,8 @@ ExitCode Login(Invocation& invocation, const LoginOptions& options) {
   json::Object object;
   object["Name"] = json::String(options.name);
   object["Token"] = json::String(answer);
-  if (!IsSessionToken(answer)) return invocation.Refuse(object, SentenceOfRefusedLogon(answer));
+  if (!vigila::contract::IsSessionToken(answer))
+    return invocation.Refuse(object, SentenceOfRefusedLogon(answer));
   return invocation.Answer(object, answer + "\n");
 }
 

@@ -14,6 +14,7 @@
 #include "tevra/osa/exception.h"
 #include "tevra/osa/time.h"
 #include "vigila/client/vigila_xml.h"
+#include "vigila/contract/limits.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
@@ -29,8 +30,6 @@ using tevra::crypto::GCryptDigest;
 using vigila::client::VigilaXml;
 
 // How far a creation time may be off the device's clock, either way.
-constexpr int64_t kToleranceSeconds = 300;
-constexpr size_t kDigestBytes = 20;
 constexpr size_t kMaxEnvelopeBytes = 16u << 20;
 // How much is shown of what stands before the place where the reader stopped.
 constexpr size_t kContextBytes = 40;
@@ -143,17 +142,17 @@ void CheckCreated(const std::string& created, Reasons& reasons) {
         tevra::osa::TimeSpan::FromMicroseconds((then.seconds - now.seconds) * 1000000 +
                                                then.microseconds - now.microseconds)
             .WholeSeconds();
-    if (std::abs(off) <= kToleranceSeconds) return;
+    if (std::abs(off) <= vigila::contract::kClockToleranceSecs) return;
     reasons.push_back("The creation time is " + std::to_string(std::abs(off)) + " seconds " +
                       (off < 0 ? "behind" : "ahead of") + " this machine's clock; " +
-                      std::to_string(kToleranceSeconds) + " are allowed.");
+                      std::to_string(vigila::contract::kClockToleranceSecs) + " are allowed.");
   } catch (const tevra::osa::Exception&) {
     reasons.push_back("The creation time is not an ISO 8601 date and time.");
   }
 }
 
 bool IsDigest(const char* password) {
-  return Base64::Decode(password).size() == kDigestBytes;
+  return Base64::Decode(password).size() == vigila::contract::kWsseDigestBytes;
 }
 
 void CheckValues(const VigilaXml& reader, Reasons& reasons) {

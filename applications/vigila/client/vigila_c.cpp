@@ -5,11 +5,16 @@
 #include "tevra/core/secret_text.h"
 #include "vigila/client/vigila.h"
 #include "vigila/client/vigila_client.h"
+#include "vigila/contract/limits.h"
+#include "vigila/contract/result_tokens.h"
 
 using tevra::core::ScopedWipe;
 using vigila::client::VigilaClient;
 
 namespace {
+
+static_assert(VIGILA_TOKEN_SIZE == vigila::contract::kTokenDigits + 1);
+static_assert(VIGILA_NONCE_SIZE == vigila::contract::kNonceDigits + 1);
 
 const VigilaClient& ClientOf(const vigila_client* client) {
   return *reinterpret_cast<const VigilaClient*>(client);

@@ -6,6 +6,7 @@
 
 #include "vigila/client/monotonic_time_source.h"
 #include "vigila/client/session_commands.h"
+#include "vigila/contract/result_tokens.h"
 
 namespace vigila::client {
 
@@ -16,11 +17,6 @@ using tevra::osa::TimeSpan;
 namespace {
 
 constexpr double kLifetimeSecs = 1.5;
-
-constexpr const char* kNoToken = "NO_TOKEN";
-constexpr const char* kDisabled = "DISABLED";
-constexpr const char* kNoDigest = "NODIGEST";
-constexpr const char* kExpired = "_EXPIRED";
 
 // Neither of the two is ever destroyed: threads may call while the process ends.
 VigilaClient::Impl::Maker& MakerInForce() {
@@ -39,7 +35,7 @@ bool IsReuse(const std::string& mode) {
 }
 
 bool IsSession(const std::string& token) {
-  return !token.empty() && token != kNoToken && token != kExpired;
+  return !token.empty() && token != contract::kNoToken && token != contract::kExpiredToken;
 }
 
 const char* Text(bool answer) {
@@ -103,7 +99,8 @@ bool VigilaClient::Impl::Authenticate(const std::string& username, const std::st
   }
   // Deliberate: which texts are failures differs between the three logons, and the answer goes to
   // the caller also on failure, so that "_EXPIRED" and "DISABLED" can be told apart.
-  const bool success = ReportLogon(username, answer, IsSession(answer) && answer != kDisabled);
+  const bool success =
+      ReportLogon(username, answer, IsSession(answer) && answer != contract::kDisabledToken);
   token = answer;
   return success;
 }
@@ -129,7 +126,8 @@ bool VigilaClient::Impl::AuthenticateWsse(const std::string& username,
   RunCommand(command);
   const std::string& answer = command.GetAnswer();
   const bool success = ReportLogon(username, answer,
-                                   IsSession(answer) && answer != kDisabled && answer != kNoDigest);
+                                   IsSession(answer) && answer != contract::kDisabledToken &&
+                                       answer != contract::kNoDigestToken);
   token = answer;
   return success;
 }
@@ -151,7 +149,7 @@ bool VigilaClient::Impl::Authorize(const std::string& token, const std::string& 
 
 bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
   // Deliberate: the server calls "NO_TOKEN" authenticated; nobody who asks the client means that.
-  if (token == kNoToken) return false;
+  if (token == contract::kNoToken) return false;
   const auto [authenticated, cached] = Ask(
       is_authenticated_cache_, {token},
       [&] { return std::make_unique<IsAuthenticatedCommand>(token); },

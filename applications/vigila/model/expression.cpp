@@ -1,25 +1,24 @@
 #include "vigila/model/expression.h"
 
 #include "tevra/osa/exception.h"
+#include "vigila/contract/groups.h"
 #include "vigila/model/user.h"
 
 namespace vigila::model {
 
 namespace {
 
-struct GroupMask {
-  const char* name;
-  uint32_t mask;
-};
+static_assert(contract::kAdministratorsBit == ISecurityProvider::kAdministrators &&
+              contract::kManagersBit == ISecurityProvider::kManagers &&
+              contract::kOperatorsBit == ISecurityProvider::kOperators &&
+              contract::kViewersBit == ISecurityProvider::kViewers &&
+              contract::kNobodyBit == ISecurityProvider::kNobody);
 
-// A group and every stronger one. Deliberate: the anonymous group is in no mask, so no group name,
-// not even "viewers", ever admits it; it reaches paths through permissions only.
-constexpr GroupMask kGroupMasks[] = {
-    {"admins", 1}, {"managers", 3}, {"operators", 7}, {"viewers", 15}};
-
+// Contract: the anonymous group is in no mask, so no group name, not even "viewers", ever admits
+// it; anonymous callers reach a path through a permission only.
 bool IsInGroup(const User& user, const std::string& name) {
-  for (const GroupMask& group : kGroupMasks) {
-    if (name == group.name) return (user.GetGroup() & group.mask) != 0;
+  for (const contract::Group& group : contract::kRuleGroups) {
+    if (name == group.name) return (user.GetGroup() & contract::AtLeast(group.bit)) != 0;
   }
   return false;
 }

@@ -4,10 +4,11 @@
 #include "tevra/core/secret_text.h"
 #include "tevra/crypto/gcrypt_digest.h"
 #include "tevra/crypto/gcrypt_init.h"
+#include "vigila/contract/groups.h"
 
 namespace vigila::model {
 
-const char* const User::kAnonymousUsername = "nobody";
+const char* const User::kAnonymousUsername = contract::kNobodyName;
 const char* const User::kNewLineChar = "%%NEWLINECHAR%%";
 
 // Deliberate: the constructors are noexcept, so a cryptographic library that cannot be initialised

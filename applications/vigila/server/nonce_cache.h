@@ -9,6 +9,7 @@
 
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
+#include "vigila/contract/limits.h"
 
 namespace vigila::server {
 
@@ -23,7 +24,7 @@ namespace vigila::server {
 class NonceCache {
  public:
   static constexpr std::size_t kMaxEntries = 1024;
-  static constexpr int kLifetimeSecs = 300;
+  static constexpr int kLifetimeSecs = contract::kNonceLifetimeSecs;
 
   // `time_source` is borrowed and must outlive the cache.
   explicit NonceCache(tevra::osa::ITimeSource* time_source);

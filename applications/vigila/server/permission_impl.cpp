@@ -16,28 +16,27 @@ namespace vigila::server {
 
 using tevra::settings::TevraSettingsClient;
 
-const std::string PermissionImpl::kInjectCGIRule = "/inject.cgi";
-const std::string PermissionImpl::kSystemRule = "/system";
-const std::string PermissionImpl::kBraxenApiRule = "/control/*";
-const std::string PermissionImpl::kOnvifApiRule = "/onvif/*";
-const std::string PermissionImpl::kHalvardCGIRule = "/halvard-instrument/cgi/*";
-const std::string PermissionImpl::kJpegRule = "/jpeg*";
-const std::string PermissionImpl::kRtspRule = "/rtsp/*";
-const std::string PermissionImpl::kWebSocketRule = "/ws/*";
+const std::string PermissionImpl::kInjectCGIRule = contract::kInjectCgiPath;
+const std::string PermissionImpl::kSystemRule = contract::kSystemPath;
+const std::string PermissionImpl::kBraxenApiRule = contract::kControlPath;
+const std::string PermissionImpl::kOnvifApiRule = contract::kOnvifPath;
+const std::string PermissionImpl::kHalvardCGIRule = contract::kInstrumentCgiPath;
+const std::string PermissionImpl::kJpegRule = contract::kJpegPath;
+const std::string PermissionImpl::kRtspRule = contract::kRtspPath;
+const std::string PermissionImpl::kWebSocketRule = contract::kWebSocketPath;
 
-const std::string PermissionImpl::kPermApiAccess = "{00d8dc27-61d1-4b7d-85a8-519efb70d712}";
-const std::string PermissionImpl::kBraxenAccess = "{d6f86cee-5c0c-41ce-a91f-b8563a2b94d6}";
-const std::string PermissionImpl::kReadSystemAccess = "{252ebb4c-d6cf-4f3d-892d-1b0d2431cb7a}";
-const std::string PermissionImpl::kReadSensitiveAccess = "{86343993-7e7e-4bbf-8f00-cf64e98d7aeb}";
-const std::string PermissionImpl::kReadSecretAccess = "{e1f9915b-7818-4bf0-b1e4-0514a9d05231}";
-const std::string PermissionImpl::kWriteAccess = "{5bff6465-ec25-4242-aebc-b089f32a0b90}";
-const std::string PermissionImpl::kWriteUnrecoverableAccess =
-    "{cf4f528d-3e7d-4c9d-b721-e8fc326cd661}";
-const std::string PermissionImpl::kReadMediaAccess = "{88049574-465a-4f41-89d4-d6d517e8c218}";
-const std::string PermissionImpl::kActuateAccess = "{42c59193-e2f4-4ca2-904c-11063eab5d3b}";
-const std::string PermissionImpl::kWriteSecretAccess = "{41414810-1b86-4b6a-a9cb-610264082e2e}";
-const std::string PermissionImpl::kReadAdminOnlyAccess = "{1ac07d72-3478-4824-b848-b3d1e653bebe}";
-const std::string PermissionImpl::kAllAccess = "true";
+const std::string PermissionImpl::kPermApiAccess = contract::kApiAccess;
+const std::string PermissionImpl::kBraxenAccess = contract::kControlAccess;
+const std::string PermissionImpl::kReadSystemAccess = contract::kReadSystem;
+const std::string PermissionImpl::kReadSensitiveAccess = contract::kReadSensitive;
+const std::string PermissionImpl::kReadSecretAccess = contract::kReadSecrets;
+const std::string PermissionImpl::kWriteAccess = contract::kWrite;
+const std::string PermissionImpl::kWriteUnrecoverableAccess = contract::kWriteUnrecoverable;
+const std::string PermissionImpl::kReadMediaAccess = contract::kReadMedia;
+const std::string PermissionImpl::kActuateAccess = contract::kActuate;
+const std::string PermissionImpl::kWriteSecretAccess = contract::kWriteSecrets;
+const std::string PermissionImpl::kReadAdminOnlyAccess = contract::kReadAdministrators;
+const std::string PermissionImpl::kAllAccess = contract::kOpenToEveryone;
 
 std::map<std::string, std::string> PermissionImpl::kRuleSettingNames;
 
@@ -63,9 +62,9 @@ PermissionImpl::PermissionImpl(RuleManager& rules, void* context, bool test_sett
   const tevra::core::IniFile empty_file;
   const TevraSettingsClient older_settings(
       test_settings ? TevraSettingsClient::kGivenFile : TevraSettingsClient::kDevice, empty_file);
-  kRuleSettingNames[kJpegRule] = "rule.jpeg";
-  kRuleSettingNames[kRtspRule] = "rule.rtsp";
-  kRuleSettingNames[kWebSocketRule] = "rule.web_socket";
+  for (const contract::Rule& rule : contract::kRules) {
+    if (rule.setting != nullptr) kRuleSettingNames[rule.path] = rule.setting;
+  }
   InstallStaticRules();
   InstallDynamicRules(older_settings);
 }
@@ -112,30 +111,29 @@ int PermissionImpl::setAccessRule(const char* path, const char* rule) {
 }
 
 void PermissionImpl::InstallStaticRules() {
-  static_rules_[kInjectCGIRule] = "@admins";
-  static_rules_[kSystemRule] = kAllAccess;
-  static_rules_[kBraxenApiRule] = kBraxenAccess;
-  static_rules_[kOnvifApiRule] = kPermApiAccess;
-  static_rules_[kHalvardCGIRule] = kPermApiAccess;
+  for (const contract::Rule& rule : contract::kRules) {
+    if (rule.setting == nullptr) static_rules_[rule.path] = rule.value;
+  }
   rules_.SetRules(static_rules_, false);
 }
 
 void PermissionImpl::InstallDynamicRules(const TevraSettingsClient& older_settings) {
-  for (const std::string& path : {kJpegRule, kRtspRule, kWebSocketRule}) {
-    dynamic_rules_[path] = InitialRule(path, older_settings);
-    changeable_paths_.push_back(path);
+  for (const contract::Rule& rule : contract::kRules) {
+    if (rule.setting == nullptr) continue;
+    dynamic_rules_[rule.path] = InitialRule(rule, older_settings);
+    changeable_paths_.push_back(rule.path);
   }
   rules_.SetRules(dynamic_rules_, true);
 }
 
-std::string PermissionImpl::InitialRule(const std::string& path,
+std::string PermissionImpl::InitialRule(const contract::Rule& rule,
                                         const TevraSettingsClient& older_settings) {
-  std::string value = ReadRuleSetting(path);
+  std::string value = ReadRuleSetting(rule.path);
   if (!value.empty()) return value;
-  value = older_settings.GetValue(kOlderRules + path);
+  value = older_settings.GetValue(kOlderRules + std::string(rule.path));
   // Deliberate: the default is written back too, so that the setting shows the rule in force.
-  if (value.empty()) value = kReadMediaAccess;
-  WriteRuleSetting(kRuleSettingNames[path], value);
+  if (value.empty()) value = rule.value;
+  WriteRuleSetting(rule.setting, value);
   return value;
 }
 

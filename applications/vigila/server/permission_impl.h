@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "krand/interfaces/permission_target.h"
+#include "vigila/contract/rules.h"
 
 namespace tevra::settings {
 class TevraSettingsClient;
@@ -59,7 +60,7 @@ class PermissionImpl : public KrandApiPermissionTargetImplBase {
 
   void InstallStaticRules();
   void InstallDynamicRules(const tevra::settings::TevraSettingsClient& older_settings);
-  std::string InitialRule(const std::string& path,
+  std::string InitialRule(const contract::Rule& rule,
                           const tevra::settings::TevraSettingsClient& older_settings);
   // The empty text when the setting has no value.
   std::string ReadRuleSetting(const std::string& path);

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "utilc/uuid.h"
+#include "vigila/contract/result_tokens.h"
 #include "vigila/server/device_information.h"
 #include "vigila/server/rule_manager.h"
 #include "vigila/server/server_env.h"
@@ -38,7 +39,7 @@ std::string SecurityProvider::Enroll(const std::string& name, const std::string&
   auto record = std::make_unique<User>(name, digest, users_.GetRights(group));
   record->SetReusable(reusable);
   std::string token = env_->GetSessionManager().Enroll(record.get());
-  const bool taken = !token.empty() && token != kNoToken;
+  const bool taken = !token.empty() && token != contract::kNoToken;
   if (taken) static_cast<void>(record.release());
   // Deliberate: the store has logged the same words for a password logon, under its own name; the
   // digest schemes are logged here only. Both lines stand whatever the token is.
@@ -51,7 +52,7 @@ User* SecurityProvider::GetUser(const std::string& token, bool or_nobody) const 
   User* user = nullptr;
   // Deliberate: until there is an administrator nobody is logged on, whatever the token says; the
   // device is open to be set up and acts for the anonymous account.
-  if (!users_.NoAdministratorsYet() && token != kNoToken) {
+  if (!users_.NoAdministratorsYet() && token != contract::kNoToken) {
     user = env_->GetSessionManager().GetUser(token);
   }
   if (user == nullptr && or_nobody) return users_.GetNobody();
@@ -64,7 +65,7 @@ void SecurityProvider::Invalidate(const std::string& name) {
 
 bool SecurityProvider::IsAuthenticated(const std::string& token) {
   // Deliberate: having no session counts as authenticated, as the anonymous account.
-  if (users_.NoAdministratorsYet() || token == kNoToken) return true;
+  if (users_.NoAdministratorsYet() || token == contract::kNoToken) return true;
   return env_->GetSessionManager().Refresh(token);
 }
 

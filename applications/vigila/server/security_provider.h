@@ -6,6 +6,7 @@
 
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "vigila/contract/result_codes.h"
 #include "vigila/model/export.h"
 #include "vigila/model/user.h"
 #include "vigila/server/nonce_cache.h"
@@ -26,27 +27,7 @@ class ServerEnv;
 // read or written; the operation that throws has changed nothing.
 class VIGILA_EXPORT SecurityProvider : public tevra::interfaces::ISecurityProvider {
  public:
-  // Tokens in place of a session's.
-  static constexpr const char* kNoToken = "NO_TOKEN";  // refused, or nobody; also accepted as input
-  static constexpr const char* kExpired = "_EXPIRED";  // password expired; HTTP digest: stale nonce
-  static constexpr const char* kDisabled = "DISABLED";  // locked after too many wrong passwords
-  static constexpr const char* kNoDigest = "NODIGEST";  // no digest logon for this account
-
-  // Codes of the account administration. The store's own codes (a refused password, 11 for the last
-  // administrator) pass through beside them.
-  enum AdministrationCode {
-    kApplied = 0,
-    kNameTooShort = 1,
-    kNameTooLong = 2,
-    kNameHasBadCharacter = 3,
-    kNameTaken = 4,
-    kBadGroup = 7,
-    kGroupOnlyForNobody = 8,
-    kTooManyUsers = 9,
-    kUnknownUser = 10,
-    kNobodyNotDeletable = 11,
-    kMalformed = 12,
-  };
+  using enum contract::AdministrationResult;
 
   // Asks the device once whether it has unique passwords; the accounts load on the first call that
   // needs them. Throws tevra::osa::Exception when the device cannot answer.

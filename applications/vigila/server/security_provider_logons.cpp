@@ -6,6 +6,8 @@
 #include "krand/base64/base64.h"
 #include "tevra/core/secret_text.h"
 #include "utilc/uuid.h"
+#include "vigila/contract/limits.h"
+#include "vigila/contract/result_tokens.h"
 #include "vigila/server/ha1.h"
 #include "vigila/server/logon_refusals.h"
 #include "vigila/server/security_provider.h"
@@ -17,8 +19,6 @@ namespace {
 
 using model::User;
 
-constexpr int kClockToleranceSecs = 300;
-constexpr size_t kNonceDigits = 32;
 constexpr size_t kLongestNonceKept = 256;
 
 // What the client must have answered. Deliberate: every other qop than these two, also a misspelt
@@ -55,7 +55,7 @@ bool SecurityProvider::FindReusable(bool reuse, const std::string& name, const s
 std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64,
                                            const std::string& password64) {
   const std::string name = krand::lib::Base64::Decode(user64);
-  if (name == User::kAnonymousUsername) return kNoToken;
+  if (name == User::kAnonymousUsername) return contract::kNoToken;
   std::string password = krand::lib::Base64::Decode(password64);
   const tevra::core::ScopedWipe wipe(password);
   const std::string ha1 = MakeHA1(name, password);
@@ -78,12 +78,12 @@ std::string SecurityProvider::GetNonce() {
   do {
     _uuid_t uuid = {};
     uuid_create(&uuid);
-    char text[kNonceDigits + 1];
+    char text[contract::kNonceDigits + 1];
     uuid_sprintf(&uuid,
                  "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx"
                  "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
                  text, sizeof(text));
-    nonce.assign(text, kNonceDigits);
+    nonce.assign(text, contract::kNonceDigits);
   } while (nonces_.Has(nonce));
   return nonce;
 }
@@ -95,16 +95,16 @@ std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& us
                                                bool sess, const std::string& qop,
                                                const std::string& cnonce, const std::string& nc,
                                                const std::string& response) {
-  if (username == User::kAnonymousUsername) return kNoToken;
+  if (username == User::kAnonymousUsername) return contract::kNoToken;
   std::string ha1;
-  if (users_.GetHA1(username, ha1) != UserMap::kOk) return kNoToken;
+  if (users_.GetHA1(username, ha1) != UserMap::kOk) return contract::kNoToken;
 
   const std::string expected = ExpectedResponse(
       sess ? User::MD5sum(ha1 + ":" + nonce + ":" + cnonce) : ha1, nonce, qop, cnonce, nc, ha2);
   // Deliberate: byte for byte, so that upper-case digits do not match.
-  if (!tevra::core::EqualInConstantTime(expected, response)) return kNoToken;
+  if (!tevra::core::EqualInConstantTime(expected, response)) return contract::kNoToken;
   // Deliberate: only now the nonce, so that a wrong response never uses up a count.
-  if (nonces_.CheckNonceAndCount(NonceKey(nonce), nc)) return kExpired;
+  if (nonces_.CheckNonceAndCount(NonceKey(nonce), nc)) return contract::kExpiredToken;
 
   // Deliberate: sessions carry and are found by the stored digest, also under MD5-sess.
   std::string token;
@@ -129,9 +129,9 @@ bool SecurityProvider::IsCreatedNow(const std::string& created) const {
       (time.seconds - now.seconds) * 1000000 + (time.microseconds - now.microseconds);
   // Deliberate: whole seconds, and the last one is still accepted, in either direction.
   const int64_t seconds = tevra::osa::TimeSpan::FromMicroseconds(difference).WholeSeconds();
-  if (std::abs(seconds) <= kClockToleranceSecs) return true;
+  if (std::abs(seconds) <= contract::kClockToleranceSecs) return true;
   logger_->Information("digest created time %s is more than %d seconds off local clock",
-                       created.c_str(), kClockToleranceSecs);
+                       created.c_str(), contract::kClockToleranceSecs);
   return false;
 }
 
@@ -142,9 +142,9 @@ std::string SecurityProvider::AuthenticateWsse(bool reuse, const std::string& us
   // request never reaches the store.
   if (nonces_.Has(NonceKey(nonce))) {
     logger_->Information("nonce %s has already been used", nonce.c_str());
-    return kNoToken;
+    return contract::kNoToken;
   }
-  if (!IsCreatedNow(created)) return kNoToken;
+  if (!IsCreatedNow(created)) return contract::kNoToken;
 
   std::string ha1;
   const int code = users_.ValidateWsseDigest(username, digest, nonce, created, ha1);

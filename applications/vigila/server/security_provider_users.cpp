@@ -6,6 +6,7 @@
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
 #include "tevra/core/secret_text.h"
+#include "vigila/contract/limits.h"
 #include "vigila/server/security_provider.h"
 
 namespace vigila::server {
@@ -14,9 +15,6 @@ namespace {
 using model::User;
 using tevra::interfaces::ISecurityProvider;
 
-constexpr size_t kMaxUsers = 1024;  // "nobody" included
-constexpr size_t kMinNameBytes = 2;
-constexpr size_t kMaxNameBytes = 32;
 constexpr uint32_t kHighestGroup = ISecurityProvider::kNobody;
 
 // Lets a stream read a text where it lies; a copy of the stream's own could not be wiped.
@@ -81,8 +79,8 @@ bool ReadNumber(const json::UnknownElement* element, uint32_t& number) {
 // only behind a zero byte would share one key.
 int CheckNewName(const std::string& name, const UserMap& store, const UserMap& changes) {
   if (name == User::kAnonymousUsername) return SecurityProvider::kNameTaken;
-  if (name.size() < kMinNameBytes) return SecurityProvider::kNameTooShort;
-  if (name.size() > kMaxNameBytes) return SecurityProvider::kNameTooLong;
+  if (name.size() < contract::kMinNameBytes) return SecurityProvider::kNameTooShort;
+  if (name.size() > contract::kMaxNameBytes) return SecurityProvider::kNameTooLong;
   if (store.Exists(name) || changes.Exists(name)) return SecurityProvider::kNameTaken;
   if (name.find_first_of(std::string_view(" #/\0", 4)) != std::string::npos) {
     return SecurityProvider::kNameHasBadCharacter;
@@ -171,7 +169,7 @@ int SecurityProvider::ProcessJson(const std::string& json, bool add) {
   json::Array entries;
   if (!ReadUsers(json, entries)) return kMalformed;
   // Deliberate: before any entry is looked at, so that a full store answers every request alike.
-  if (add && entries.Size() + users_.Size() > kMaxUsers) return kTooManyUsers;
+  if (add && entries.Size() + users_.Size() > contract::kMaxUsers) return kTooManyUsers;
   const json::Array& read = entries;
   for (auto entry = read.Begin(); entry != read.End(); ++entry) {
     const int code = ProcessEntry(*entry, add, users_, changes);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "vigila/contract/limits.h"
 #include "vigila/model/export.h"
 
 namespace tevra::osa {
@@ -28,7 +29,7 @@ class VIGILA_EXPORT SessionManager {
  public:
   class __attribute__((visibility("hidden"))) SessionManagerImpl;
 
-  static constexpr int kDefaultTimeoutSecs = 1800;
+  static constexpr int kDefaultTimeoutSecs = contract::kSessionTimeoutSecs;
 
   // `time_source` is borrowed and must outlive the manager.
   SessionManager(tevra::osa::ITimeSource* time_source, int timeout_secs);

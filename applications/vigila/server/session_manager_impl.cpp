@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "utilc/randbytes.h"
+#include "vigila/contract/result_tokens.h"
 
 namespace vigila::server {
 
@@ -20,7 +21,6 @@ using tevra::osa::TimeStruct;
 
 namespace {
 
-constexpr const char* kNoToken = "NO_TOKEN";
 constexpr int32_t kTokenRange = 0x12345678;
 
 // Reads until `data` is full; false when the device fails or ends.
@@ -77,7 +77,7 @@ SessionManager::SessionManagerImpl::~SessionManagerImpl() {
 std::string SessionManager::SessionManagerImpl::Enroll(User* user) {
   PruneSessions();
   if (user == nullptr) return "";
-  if (user->Name() == User::kAnonymousUsername) return kNoToken;
+  if (user->Name() == User::kAnonymousUsername) return contract::kNoToken;
 
   TimeStruct now;
   time_source_->GetTime(now);
@@ -252,7 +252,7 @@ void SessionManager::SessionManagerImpl::EndSessions(std::vector<std::string> to
   for (const std::string& token : tokens) {
     // Deliberate: a session under the text that means "no session" would outlive every pass. None
     // is ever enrolled under it; the guard stays all the same.
-    if (token == kNoToken) continue;
+    if (token == contract::kNoToken) continue;
     const auto session = sessions_.find(token);
     logger_->Information("%s session (token = %s) for user %s", how, token.c_str(),
                          session->second.user->Name().c_str());

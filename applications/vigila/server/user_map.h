@@ -8,6 +8,7 @@
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/osa/time.h"
 #include "utilc/uuid.h"
+#include "vigila/contract/result_codes.h"
 #include "vigila/model/user.h"
 
 namespace vigila::server {
@@ -31,23 +32,7 @@ class UserMap {
 
   class Impl;
 
-  enum Result : int {
-    kMerged = -1,  // Merge only: at least one account was added or changed
-    kOk = 0,       // for Merge: nothing had to change
-    kBadDigestLength = 1,
-    kBadNonce = 2,
-    kPasswordTooShort = 5,
-    kNoDigest = 5,  // GetHA1 only: no digest can be formed from what is stored
-    kPasswordTooLong = 6,
-    kNobodyPassword = 8,
-    kNoSuchUser = 10,
-    kLastAdministrator = 11,
-    kOldPassword = 14,
-    kPasswordTooYoung = 15,
-    kDisabled = 16,
-    kExpired = 17,
-    kWrongPassword = 18,
-  };
+  using enum contract::StoreResult;
 
   // A store over the environment's clock and sessions, which must outlive it, or with null a change
   // set. Reads nothing yet.
@@ -110,8 +95,8 @@ class UserMap {
   // Change sets only: adds or replaces an entry. The password is in clear, empty to keep the
   // present one, and is wiped with the change set.
   void Set(const std::string& name, const std::string& password, ISecurityProvider::Group group);
-  // Stores only: adds and modifies all accounts of a change set, or none of them. kOk, kMerged or
-  // kLastAdministrator.
+  // Stores only: adds and modifies all accounts of a change set, or none of them. kOk when
+  // nothing had to change, kMerged or kLastAdministrator.
   int Merge(const UserMap& change_set);
   // Stores only: deletes all accounts of a change set, or none of them. kOk or kLastAdministrator.
   int Delete(const UserMap& change_set);

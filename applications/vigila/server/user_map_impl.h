@@ -14,6 +14,7 @@
 #include "tevra/core/secret_text.h"
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
+#include "vigila/contract/limits.h"
 #include "vigila/server/user_map.h"
 
 namespace vigila::server {
@@ -180,8 +181,8 @@ class UserMap::Impl final {
   tevra::core::Logger* const logger_;
   bool unique_password_device_;
   bool policy_enforced_ = false;
-  const uint32_t minimum_password_length_ = 4;
-  const uint32_t maximum_password_length_ = 64;
+  const uint32_t minimum_password_length_ = contract::kMinPasswordBytes;
+  const uint32_t maximum_password_length_ = contract::kMaxPasswordBytes;
   const uint32_t administrator_unlock_delay_ = 900;  // seconds
   const uint32_t failure_period_ = 3600;             // seconds
   const uint32_t retry_delay_ = 4;                   // seconds

@@ -5,6 +5,7 @@
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
 #include "tevra/osa/exception.h"
+#include "vigila/contract/permissions.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
 
@@ -13,20 +14,6 @@ namespace vigila::server {
 namespace {
 
 using tevra::core::SecretText;
-
-struct Permission {
-  const char* uuid;
-  uint32_t groups;
-};
-
-constexpr Permission kPermissions[] = {
-    {"{cf4f528d-3e7d-4c9d-b721-e8fc326cd661}", 1},  {"{41414810-1b86-4b6a-a9cb-610264082e2e}", 1},
-    {"{1ac07d72-3478-4824-b848-b3d1e653bebe}", 1},  {"{e1f9915b-7818-4bf0-b1e4-0514a9d05231}", 3},
-    {"{5bff6465-ec25-4242-aebc-b089f32a0b90}", 3},  {"{86343993-7e7e-4bbf-8f00-cf64e98d7aeb}", 7},
-    {"{42c59193-e2f4-4ca2-904c-11063eab5d3b}", 7},  {"{252ebb4c-d6cf-4f3d-892d-1b0d2431cb7a}", 15},
-    {"{88049574-465a-4f41-89d4-d6d517e8c218}", 15}, {"{00d8dc27-61d1-4b7d-85a8-519efb70d712}", 31},
-    {"{d6f86cee-5c0c-41ce-a91f-b8563a2b94d6}", 31},
-};
 
 const std::string& NobodyKey() {
   static const std::string key =
@@ -184,8 +171,8 @@ UserMap::Impl::Passphrases UserMap::Impl::LoadPassphrases() {
 }
 
 void UserMap::Impl::FillPermissionTable() {
-  for (const Permission& permission : kPermissions) {
-    permission_table_.emplace(permission.uuid, permission.groups);
+  for (const contract::Permission& permission : contract::kPermissions) {
+    permission_table_.emplace(permission.identifier, permission.groups);
   }
 }
 

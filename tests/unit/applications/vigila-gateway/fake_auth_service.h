@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "vigila-gateway/auth_service.h"
-#include "vigila-gateway/session_token.h"
+#include "vigila/contract/result_tokens.h"
 
 // A service in memory: sessions, protected paths and who may reach them, and the answer to the next
 // logon. Unreachable, it answers as the client library does then, false and empty, and counts it.

@@ -23,15 +23,6 @@ TEST(SentenceOf, NamesACodeItDoesNotKnow) {
   EXPECT_EQ(SentenceOf(19), "The service answered with the unknown code 19.");
 }
 
-TEST(IsSessionToken, TakesEightUpperCaseHexDigitsOnly) {
-  EXPECT_TRUE(IsSessionToken("00000001"));
-  EXPECT_TRUE(IsSessionToken("2468ACEF"));
-  for (const char* answer : {"", "NO_TOKEN", "_EXPIRED", "DISABLED", "NODIGEST", "1234567",
-                             "123456789", "2468acef", "1234567G", "1234567 "}) {
-    EXPECT_FALSE(IsSessionToken(answer)) << answer;
-  }
-}
-
 TEST(SentenceOfRefusedLogon, ExplainsEveryWord) {
   EXPECT_EQ(SentenceOfRefusedLogon("NO_TOKEN"), "No session: the name or the password is wrong.");
   EXPECT_EQ(SentenceOfRefusedLogon("_EXPIRED"),
