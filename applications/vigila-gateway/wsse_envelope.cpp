@@ -11,9 +11,11 @@ bool HeaderEnded(const client::VigilaXml& reader) {
   return reader.Stopped() && reader.Result() == 0 && reader.ElementWithoutNs() == "Security";
 }
 
-// A password in clear is not looked at: nobody shall get used to sending one.
-bool IsDigest(const char* type) {
-  return type == nullptr || std::string_view(type).ends_with(kDigestType);
+// Not looked at: no one shall get used to sending one. A password without a type is one, by the
+// standard's default.
+bool HasPasswordInClear(const client::VigilaXml& reader) {
+  if (reader.Type() == nullptr) return reader.Password() != nullptr;
+  return !std::string_view(reader.Type()).ends_with(kDigestType);
 }
 
 }  // namespace
@@ -25,7 +27,7 @@ WsseEnvelope::Content WsseEnvelope::Judge() const {
                    reader_.Nonce() != nullptr && reader_.Created() != nullptr;
   if (!reader_.Stopped()) return reader_.Result() != 2 && !any ? kNoLogon : kMalformed;
   if (!HeaderEnded(reader_)) return kMalformed;
-  if (!any || !IsDigest(reader_.Type())) return kNoLogon;
+  if (!any || HasPasswordInClear(reader_)) return kNoLogon;
   return all ? kLogon : kMalformed;
 }
 

@@ -156,7 +156,9 @@ bool IsDigest(const char* password) {
 }
 
 void CheckValues(const VigilaXml& reader, Reasons& reasons) {
-  if (reader.Type() != nullptr && !std::string_view(reader.Type()).ends_with("#PasswordDigest")) {
+  const std::string_view type = reader.Type() != nullptr ? reader.Type() : "";
+  if ((reader.Type() != nullptr || reader.Password() != nullptr) &&
+      !type.ends_with("#PasswordDigest")) {
     reasons.push_back("The password is not of the type PasswordDigest.");
   }
   if (reader.Password() != nullptr && !IsDigest(reader.Password())) {

@@ -275,7 +275,8 @@ class AGatewayAskedAboutAnEnvelope : public AGateway {
   // Another one each time.
   static std::string Token() {
     static int made = 0;
-    return "<UsernameToken><Username>view</Username><Password>d" + std::to_string(++made) +
+    return "<UsernameToken><Username>view</Username><Password Type=\"#PasswordDigest\">d" +
+           std::to_string(++made) +
            "</Password><Nonce>n</Nonce><Created>c</Created></UsernameToken>";
   }
   HttpResponse AskAbout(const std::string& envelope, const std::string& uri = "/onvif/device",

@@ -187,6 +187,16 @@ TEST_F(AWebService, LooksAtNoPasswordInClear) {
   EXPECT_TRUE(service_.wsse.empty());
 }
 
+TEST_F(AWebService, TakesAPasswordWithoutATypeForOneInClear) {
+  std::string envelope = Envelope(UsernameToken());
+  const std::string type = " Type=\"#PasswordDigest\"";
+  envelope.erase(envelope.find(type), type.size());
+  const HttpResponse response = Call(envelope, SoapVersion::k11);
+  EXPECT_EQ(response.status, 500);
+  EXPECT_NE(response.body.find("wsse:FailedAuthentication"), std::string::npos);
+  EXPECT_TRUE(service_.wsse.empty());
+}
+
 TEST_F(AWebService, IsUnavailableWithItsService) {
   service_.reachable = false;
   const HttpResponse response = Call(Envelope(UsernameToken()));

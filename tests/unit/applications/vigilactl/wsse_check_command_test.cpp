@@ -145,6 +145,15 @@ TEST_F(WsseCheck, NamesEveryValueThatCannotServe) {
   EXPECT_EQ(Check(parts.Envelope()), kDone);
 }
 
+TEST_F(WsseCheck, TakesAPasswordWithoutATypeForOneInClear) {
+  std::string envelope = Parts().Envelope();
+  const std::string type = std::string(" Type=\"") + kDigestType + "\"";
+  envelope.erase(envelope.find(type), type.size());
+  EXPECT_EQ(Check(envelope), kRefused);
+  EXPECT_NE(out_.str().find("The password is not of the type PasswordDigest."), std::string::npos)
+      << out_.str();
+}
+
 TEST_F(WsseCheck, DoesNotRepeatAPasswordInClear) {
   Parts parts;
   parts.digest = "my secret";
