@@ -5,8 +5,10 @@
 #include <optional>
 #include <utility>
 
+#include "tevra/core/utf8.h"
 #include "utilc/base64.h"
 #include "vigila-gateway/http_message.h"
+#include "vigila-gateway/percent_decode.h"
 #include "vigila/contract/limits.h"
 
 namespace vigila::gateway {
@@ -82,7 +84,7 @@ class ParameterReader final {
         c = rest_.front();
         rest_.remove_prefix(1);
       }
-      if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f) return std::nullopt;
+      if (IsControl(c) && c != '\t') return std::nullopt;
       value.push_back(c);
     }
     return std::nullopt;
@@ -115,27 +117,46 @@ bool TakeAlgorithm(const Parameters& parameters, DigestAnswer& answer) {
 }
 
 bool IsOurs(const Parameters& parameters) {
-  const bool hashed_name =
-      EqualIgnoringCase(Get(parameters, "userhash"), "true") || parameters.count("username*") != 0;
+  const bool hashed_name = EqualIgnoringCase(Get(parameters, "userhash"), "true");
+  const bool two_names = parameters.count("username") != 0 && parameters.count("username*") != 0;
   const auto qop = parameters.find("qop");
   const bool offered = qop == parameters.end() || EqualIgnoringCase(qop->second, "auth");
   const auto realm = parameters.find("realm");
-  return !hashed_name && offered &&
+  return !hashed_name && !two_names && offered &&
          (realm == parameters.end() || realm->second == contract::kRealm);
 }
 
 bool IsComplete(const Parameters& parameters) {
-  for (const char* name : {"username", "realm", "nonce", "uri", "response"}) {
+  for (const char* name : {"realm", "nonce", "uri", "response"}) {
     if (parameters.count(name) == 0) return false;
   }
   return !Get(parameters, "nonce").empty() && !Get(parameters, "uri").empty() &&
          IsHex(Get(parameters, "response"), kDigestHexDigits);
 }
 
+// The user's name: as it is, or in the extended form (UTF-8''J%C3%A4ger), in which clients send
+// names that are not ASCII.
+std::optional<std::string> UsernameOf(const Parameters& parameters) {
+  const auto plain = parameters.find("username");
+  if (plain != parameters.end()) return plain->second;
+  const std::string extended = Get(parameters, "username*");
+  const size_t charset = extended.find('\'');
+  const size_t language = charset == std::string::npos ? charset : extended.find('\'', charset + 1);
+  if (language == std::string::npos || !EqualIgnoringCase(extended.substr(0, charset), "UTF-8")) {
+    return std::nullopt;
+  }
+  std::optional<std::string> name = PercentDecode(std::string_view(extended).substr(language + 1));
+  if (!name || !tevra::core::IsUtf8(*name) || std::any_of(name->begin(), name->end(), IsControl)) {
+    return std::nullopt;
+  }
+  return name;
+}
+
 AuthorizationHeader DigestFrom(const Parameters& parameters) {
   DigestAnswer answer;
   if (!IsOurs(parameters) || !TakeAlgorithm(parameters, answer)) return UnusableAnswer::kNotOurs;
-  if (!IsComplete(parameters)) return UnusableAnswer::kMalformed;
+  std::optional<std::string> username = UsernameOf(parameters);
+  if (!username || !IsComplete(parameters)) return UnusableAnswer::kMalformed;
   if (parameters.count("qop") != 0) {
     answer.qop = "auth";
     answer.nc = Get(parameters, "nc");
@@ -147,7 +168,7 @@ AuthorizationHeader DigestFrom(const Parameters& parameters) {
     answer.cnonce = Get(parameters, "cnonce");
     if (answer.cnonce.empty()) return UnusableAnswer::kMalformed;
   }
-  answer.username = Get(parameters, "username");
+  answer.username = *std::move(username);
   answer.nonce = Get(parameters, "nonce");
   answer.uri = Get(parameters, "uri");
   answer.response = Get(parameters, "response");

@@ -17,6 +17,10 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b) {
                     [](char x, char y) { return LowerAscii(x) == LowerAscii(y); });
 }
 
+bool IsControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
 std::vector<std::string_view> HttpRequest::Values(std::string_view name) const {
   std::vector<std::string_view> values;
   for (const auto& [key, value] : headers) {

@@ -33,6 +33,8 @@ struct HttpResponse {
 HttpResponse TextResponse(int status, std::string_view line);
 
 bool EqualIgnoringCase(std::string_view a, std::string_view b);
+// In ASCII, which is what a header and an address are written in.
+bool IsControl(char c);
 
 }  // namespace vigila::gateway
 

@@ -4,38 +4,11 @@
 #include <vector>
 
 #include "tevra/core/utf8.h"
+#include "vigila-gateway/http_message.h"
+#include "vigila-gateway/percent_decode.h"
 
 namespace vigila::gateway {
 namespace {
-
-bool IsControl(char c) {
-  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
-}
-
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-std::optional<std::string> PercentDecode(std::string_view text) {
-  std::string decoded;
-  decoded.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded.push_back(text[i]);
-      continue;
-    }
-    if (text.size() - i < 3) return std::nullopt;
-    const int high = HexValue(text[i + 1]);
-    const int low = HexValue(text[i + 2]);
-    if (high < 0 || low < 0) return std::nullopt;
-    decoded.push_back(static_cast<char>(high * 16 + low));
-    i += 2;
-  }
-  return decoded;
-}
 
 // Cuts "scheme://authority" off; proxies send it, and clients sign it.
 std::optional<std::string_view> WithoutOrigin(std::string_view target) {

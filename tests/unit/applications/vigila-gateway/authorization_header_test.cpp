@@ -100,6 +100,37 @@ TEST(AuthorizationHeader, UndoesEscapesAndKeepsEveryByteOfAName) {
   EXPECT_EQ(AsDigest(header)->username, "a\"b\\c,\xff\xe4");
 }
 
+// The field for the user's name is given whole.
+std::string Named(const std::string& field) {
+  return "Digest " + field + ", realm=\"Varno\", nonce=\"n\", uri=\"/x\", response=\"" + kResponse +
+         "\"";
+}
+
+TEST(AuthorizationHeader, UnderstandsTheExtendedFormOfAName) {
+  const std::pair<const char*, const char*> forms[] = {
+      {"username*=UTF-8''view", "view"},
+      {"username*=utf-8'de'J%C3%A4ger%20%26%20Sohn", "J\u00e4ger & Sohn"},
+      {"USERNAME*=UTF-8''%F0%9F%93%B7%27%25", "\U0001F4F7'%"},
+      {"username*=\"UTF-8''J%c3%a4ger\"", "J\u00e4ger"},
+      {"username*=UTF-8''", ""},
+  };
+  for (const auto& [field, name] : forms) {
+    const auto header = ParseAuthorization(Named(field));
+    ASSERT_NE(AsDigest(header), nullptr) << field;
+    EXPECT_EQ(AsDigest(header)->username, name) << field;
+  }
+}
+
+TEST(AuthorizationHeader, RefusesABrokenExtendedName) {
+  for (const char* field :
+       {"username*=view", "username*=UTF-8'view", "username*=''view", "username*=ISO-8859-1''%E4",
+        "username*=UTF-8''%E4", "username*=UTF-8''%C3", "username*=UTF-8''%4",
+        "username*=UTF-8''%zz", "username*=UTF-8''a%00b", "username*=UTF-8''a%0Ab",
+        "username*=UTF-8''%7F", "username*=", "username*=UTF-8''%C0%80"}) {
+    EXPECT_TRUE(IsMalformed(Named(field))) << field;
+  }
+}
+
 TEST(AuthorizationHeader, RefusesDuplicates) {
   EXPECT_TRUE(IsMalformed(Digest(", username=\"v\"")));
   EXPECT_TRUE(IsMalformed(Digest(", URI=\"/y\"")));
