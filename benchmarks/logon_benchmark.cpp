@@ -10,7 +10,7 @@
 #include <string>
 
 #include "benchmarks/support/server_in_process.h"
-#include "vigila/server/at_rest_cipher.h"
+#include "vigila/server/at_rest_key.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ std::unique_ptr<ServerInProcess> server;
 class RsaPrivateOperation {
  public:
   RsaPrivateOperation() {
-    key_ = EVP_RSA_gen(vigila::server::AtRestCipher::kDefaultBits);
+    key_ = EVP_RSA_gen(vigila::server::AtRestKey::kDefaultBits);
     EVP_PKEY_CTX* encryption = NewContext(EVP_PKEY_encrypt_init);
     const unsigned char clear[] = "secret";
     size_t length = sizeof(cipher_);

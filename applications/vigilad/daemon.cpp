@@ -29,12 +29,9 @@ void RefuseToBeTheSecond() {
 
 void Run(const DaemonConfiguration& configuration) {
   StartFailure::During(StartFailure::kBus, &RefuseToBeTheSecond);
-  ServerEnv::ConfigureKeyFile(configuration.key_file);
   ServerEnv env;
   env.GetSessionManager().SetTimeout(configuration.session_timeout_secs);
   env.GetSecurityProvider()->EnforcePasswordPolicy(configuration.password_policy);
-  // Before the first request: an unreadable store must not look like an empty one, which is open.
-  StartFailure::During(StartFailure::kStore, [&] { env.GetSecurityProvider()->CheckStore(); });
   env.GetVigilaServer().Run();
 }
 

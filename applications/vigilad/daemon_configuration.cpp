@@ -31,7 +31,6 @@ DaemonConfiguration DaemonConfiguration::Read() {
                                        SessionManager::kDefaultTimeoutSecs, 1, INT_MAX));
   configuration.password_policy =
       platform.GetBool(ServerEnv::kSettingsGroupName, "password_policy", false);
-  configuration.key_file = platform.GetString(ServerEnv::kSettingsGroupName, "key_file", "");
 
   platform.GetBool("DeviceInformation", "present", true);
   // Each reads its section when it is made, and does nothing else until it is started.

@@ -9,7 +9,6 @@ namespace vigila::daemon {
 struct DaemonConfiguration {
   int session_timeout_secs;
   bool password_policy;
-  std::string key_file;  // empty for the default
 
   // Makes `path` the platform configuration of this process and of those it starts; empty for the
   // default one. Throws tevra::osa::Exception that names the file.

@@ -13,6 +13,7 @@ namespace {
 
 using support::DaemonProcess;
 using support::Finished;
+using support::ProgramOptions;
 using support::RunProgram;
 using testing::AssertionResult;
 
@@ -271,6 +272,33 @@ TEST_F(Daemon, RefusesAKeyThatOthersCanRead) {
   FillStore();
   chmod(device_.KeyFile().c_str(), 0644);
   ExpectRefusesToStart(kStoreUnusable, device_.KeyFile());
+}
+
+TEST_F(Daemon, RefusesTheKeyOfAnotherDevice) {
+  FillStore();
+  DaemonProcess other(DaemonProcess::Key::kOwn);
+  ASSERT_EQ(other.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  std::filesystem::copy_file(other.KeyFile(), device_.KeyFile(),
+                             std::filesystem::copy_options::overwrite_existing);
+  ExpectRefusesToStart(kStoreUnusable,
+                       device_.KeyFile() + ": not the key of the values in the settings");
+}
+
+TEST_F(Daemon, RefusesALibraryWithoutItsKindOfKeyAndLocksNoOne) {
+  device_.Set("Applications/vigila", "password_policy", "true");
+  FillStore();
+  // A configuration of libcrypto that has no algorithm left.
+  ProgramOptions options;
+  options.environment["OPENSSL_CONF"] =
+      device_.Dir().Write("openssl.cnf",
+                          "openssl_conf = init\n[init]\nproviders = all\n"
+                          "[all]\nnull = none\n[none]\nactivate = 1\n");
+  EXPECT_EQ(device_.LaunchAndAwaitReady(options), DaemonProcess::Start::kEnded);
+  const Finished end = device_.Finish();
+  EXPECT_TRUE(EndedWith(end, kStoreUnusable));
+  EXPECT_TRUE(Mentions(end.err, device_.KeyFile() + ": the key cannot be built: error:"));
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
+  EXPECT_TRUE(EndedWith(device_.CtlWithSecret("secret-1", {"login", "anna"}), 0));
 }
 
 TEST_F(Daemon, RefusesADamagedDatabaseAndLeavesItAlone) {

@@ -23,6 +23,7 @@ namespace support {
 // kStart until it is moved. The store loads on its first use: put accounts before.
 class UserStoreTest : public testing::Test {
  protected:
+  using AtRestCipher = vigila::server::AtRestCipher;
   using UserMap = vigila::server::UserMap;
   using Impl = UserMap::Impl;
   using MyUser = Impl::MyUser;
@@ -43,15 +44,22 @@ class UserStoreTest : public testing::Test {
   };
 
   UserStoreTest() : sessions_(&clock_, vigila::server::SessionManager::kDefaultTimeoutSecs) {
-    vigila::server::AtRestCipher::Open(true);
     SetTime(kStart);
     Restart();
   }
 
   UserMap& Store() { return *store_; }
-  // A new store over the same settings, not loaded yet.
+  AtRestCipher& Cipher() { return *cipher_; }
+  static std::unique_ptr<AtRestCipher> OpenCipher() {
+    auto cipher = std::make_unique<AtRestCipher>(AtRestKeyFixture::Path());
+    cipher->Open(true);
+    return cipher;
+  }
+  // A new store over the same settings, not loaded yet, and a key that was not used yet.
   void Restart(bool enforce_policy = false) {
-    store_ = std::make_unique<UserMap>(clock_, sessions_);
+    store_.reset();
+    cipher_ = OpenCipher();
+    store_ = std::make_unique<UserMap>(clock_, sessions_, *cipher_);
     store_->EnforcePolicy(enforce_policy);
   }
   void RestartWithPolicy() { Restart(true); }
@@ -60,11 +68,9 @@ class UserStoreTest : public testing::Test {
 
   static Group ToGroup(int group) { return static_cast<Group>(group); }
 
-  static std::string Encrypt(const std::string& clear) {
-    return *vigila::server::AtRestCipher::Encrypt(clear);
-  }
+  static std::string Encrypt(const std::string& clear) { return *TestCipher().Encrypt(clear); }
   static std::string Decrypt(const std::string& stored) {
-    const auto clear = vigila::server::AtRestCipher::Decrypt(stored);
+    const auto clear = TestCipher().Decrypt(stored);
     return clear.has_value() ? std::string(clear->View()) : "(nothing)";
   }
 
@@ -141,12 +147,18 @@ class UserStoreTest : public testing::Test {
   Texts Errors() const { return log_.TextsOf("UserMap", CapturingLog::Level::kError); }
 
   SettingsFixture settings_;
-  AtRestKeyFixture key_;
   tevra::check::ExplicitTimeSource clock_;
   vigila::server::SessionManager sessions_;
   CapturingLog log_;
 
  private:
+  // The test's own, so that it takes nothing of the store's.
+  static AtRestCipher& TestCipher() {
+    static const std::unique_ptr<AtRestCipher> cipher = OpenCipher();
+    return *cipher;
+  }
+
+  std::unique_ptr<AtRestCipher> cipher_;
   std::unique_ptr<UserMap> store_;
 };
 

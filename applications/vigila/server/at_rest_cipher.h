@@ -1,53 +1,82 @@
 #ifndef VIGILA_SERVER_AT_REST_CIPHER_H_
 #define VIGILA_SERVER_AT_REST_CIPHER_H_
 
+#include <openssl/types.h>
+
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tevra/core/secret_text.h"
+#include "tevra/osa/mutex.h"
+#include "vigila/server/at_rest_key.h"
 
 namespace vigila::server {
 
 // Keeps passwords and passphrases unreadable in the settings: RSA with OAEP padding under the
 // device's own key, as one line of base64. The key lives in a file of its own beside the settings,
-// never in them. One key per process, and from its first use on one encryption and one decryption
-// context; any thread.
+// never in them. The server has one cipher; from its first use on it holds one encryption and one
+// decryption context. Any thread.
 //
 // The key file: the systemd credential "vigila.key" when the service manager passes one, else the
 // configured path, else vigila.key in the settings directory. It must be a regular file of this
 // user (or root) that no one else may read. Every exception names the file.
-class AtRestCipher {
+class AtRestCipher final {
  public:
-  static constexpr int kDefaultBits = 3072;
-  static constexpr int kMinimumBits = 2048;
-  static constexpr int kMaximumBits = 4096;
+  // `configured_path` names the key file; empty for the default. Reads nothing yet.
+  explicit AtRestCipher(const std::string& configured_path);
+  ~AtRestCipher();
+  AtRestCipher(const AtRestCipher&) = delete;
+  AtRestCipher& operator=(const AtRestCipher&) = delete;
 
-  // Names the key file; empty for the default. Only before the first use or after Close.
-  static void Configure(const std::string& path);
   // The file that Open reads or makes.
-  static std::string KeyFile();
+  const std::string& KeyFile() const { return path_; }
 
-  // Reads the key file; nothing happens when the key is open already. A missing file is made with a
-  // new key, unless the store holds values that only the lost key could read. Throws
-  // tevra::osa::Exception on a file that is missing, damaged, of another size, foreign-owned,
-  // readable by others, or cannot be made. A key that the library does not take shows at its first
-  // use: that is logged, and the key is open no more.
-  static void Open(bool store_holds_secrets);
-  // Makes a key file; throws when there is one already.
-  static void CreateKeyFile(const std::string& path, int bits);
-  static bool IsOpen();
-  // Forgets the key.
-  static void Close();
+  // Reads the key file. A missing one is made with a new key, unless the store holds values that
+  // only the lost key could read. Throws tevra::osa::Exception on a file that is missing, damaged,
+  // of another size, foreign-owned, readable by others, or cannot be made.
+  void Open(bool store_holds_secrets);
+  // Whether one of the values at least is of this key. Throws when the library does not take it.
+  bool IsKeyOf(const std::vector<std::string>& stored);
 
   // The at-rest form of a text of any length and bytes. Nothing when no key is open or the library
-  // fails; the reason is logged.
-  static std::optional<std::string> Encrypt(std::string_view clear);
-  // The clear text of an at-rest form. Nothing when no key is open or the text is not one that this
-  // key made.
-  static std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
+  // fails, which is logged.
+  std::optional<std::string> Encrypt(std::string_view clear);
+  // The clear text of an at-rest form. Nothing when the text is not one that this key made, no key
+  // is open or the library fails; that the library does not take the key is logged.
+  std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
   // Takes the time of one decryption, so that a refusal that needs none is no faster.
-  static void BurnDecryption();
+  void BurnDecryption();
+
+ private:
+  struct FreeContext {
+    void operator()(EVP_PKEY_CTX* context) const;
+  };
+  using Context = std::unique_ptr<EVP_PKEY_CTX, FreeContext>;
+
+  Context MakeContext(EVP_PKEY* key, int (*initialize)(EVP_PKEY_CTX*)) const;
+  // Throws when the library does not take the key; false when none is open.
+  bool MakeReady() TEVRA_REQUIRES(mutex_);
+  // The same with a log line in place of the exception.
+  bool IsReady() TEVRA_REQUIRES(mutex_);
+  std::optional<std::string> EncryptBlocks(std::string_view clear) TEVRA_REQUIRES(mutex_);
+  std::optional<tevra::core::SecretText> DecryptBlocks(const std::string& stored)
+      TEVRA_REQUIRES(mutex_);
+
+  // Constant after construction.
+  std::string path_;
+  AtRestKey::Kind kind_;
+
+  tevra::osa::Mutex mutex_{"AtRestCipher"};
+  // From Open until the contexts are made of it.
+  std::unique_ptr<const AtRestKey> key_ TEVRA_GUARDED_BY(mutex_);
+  Context encryption_ TEVRA_GUARDED_BY(mutex_);
+  Context decryption_ TEVRA_GUARDED_BY(mutex_);
+  size_t cipher_block_ TEVRA_GUARDED_BY(mutex_) = 0;  // bytes
+  size_t clear_block_ TEVRA_GUARDED_BY(mutex_) = 0;   // bytes
+  std::string decoy_ TEVRA_GUARDED_BY(mutex_);        // what BurnDecryption decrypts
 };
 
 }  // namespace vigila::server

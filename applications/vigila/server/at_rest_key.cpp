@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "tevra/osa/exception.h"
-#include "vigila/server/at_rest_cipher.h"
 
 namespace vigila::server {
 
@@ -86,8 +85,8 @@ NumberPointer BuildNumber(const unsigned char* bytes, size_t words) {
 // The size that the header names; throws when it is not the header of a file of this size.
 int ReadHeader(const std::string& path, const SecretText& bytes) {
   const uint64_t bits = ReadWord(bytes.Data() + kWordSize);
-  if (ReadWord(bytes.Data()) != kMagic || bits < AtRestCipher::kMinimumBits ||
-      bits > AtRestCipher::kMaximumBits || bits % kWordBits != 0 ||
+  if (ReadWord(bytes.Data()) != kMagic || bits < AtRestKey::kMinimumBits ||
+      bits > AtRestKey::kMaximumBits || bits % kWordBits != 0 ||
       bytes.Size() != FileSize(static_cast<int>(bits)) ||
       ReadWord(bytes.Data() + 2 * kWordSize) != kPrimes ||
       ReadWord(bytes.Data() + 3 * kWordSize) != kPadding) {
@@ -191,8 +190,8 @@ AtRestKey::AtRestKey(const std::string& path, std::unique_ptr<SecretText> bytes)
     : path_(path), bytes_(std::move(bytes)) {}
 
 std::unique_ptr<const AtRestKey> AtRestKey::Load(const std::string& path, Kind kind) {
-  std::unique_ptr<SecretText> bytes = KeyFile::Read(
-      path, kind, FileSize(AtRestCipher::kMinimumBits), FileSize(AtRestCipher::kMaximumBits));
+  std::unique_ptr<SecretText> bytes = KeyFile::Read(path, kind, FileSize(AtRestKey::kMinimumBits),
+                                                    FileSize(AtRestKey::kMaximumBits));
   if (bytes == nullptr) return nullptr;
   if (!AreConsistent(ReadNumbers(path, *bytes), ReadHeader(path, *bytes))) {
     ERR_clear_error();
@@ -208,6 +207,9 @@ AtRestKey::Pointer AtRestKey::Build() const {
 }
 
 bool AtRestKey::Create(const std::string& path, int bits) {
+  if (bits < kMinimumBits || bits > kMaximumBits || bits % kWordBits != 0) {
+    throw Exception("key file %s: %d bits is no key's size", path.c_str(), bits);
+  }
   if (!KeyFile::CanBeMade(path)) return false;
   // Before there is a file: this takes long enough for a process to be killed in it.
   SecretText bytes(FileSize(bits));

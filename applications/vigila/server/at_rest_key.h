@@ -26,11 +26,15 @@ class AtRestKey final {
 
   using Kind = KeyFile::Kind;
 
+  static constexpr int kDefaultBits = 3072;
+  static constexpr int kMinimumBits = 2048;
+  static constexpr int kMaximumBits = 4096;
+
   // Null when there is no such file; throws when it is there and cannot be trusted, or holds
   // anything but a whole key.
   static std::unique_ptr<const AtRestKey> Load(const std::string& path, Kind kind);
-  // Makes a key and its file, durable when the call returns. False, with nothing changed, when a
-  // file of that name has come to be in the meantime.
+  // Makes a key and its file, durable when the call returns. False, with nothing changed, when
+  // there is a file of that name. Throws for a size that is no multiple of 64 or out of bounds.
   static bool Create(const std::string& path, int bits);
 
   const std::string& Path() const { return path_; }

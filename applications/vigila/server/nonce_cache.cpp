@@ -45,9 +45,9 @@ bool NonceCache::CheckNonceAndCount(const std::string& nonce, const std::string&
   // Deliberate: the pass comes before the look-up, so an overfull cache may evict the very nonce
   // that is asked about.
   CheckExpire();
-  const auto entry = entries_.find(nonce);
+  const auto entry = Find(nonce);
   if (entry == entries_.end()) return true;
-  return CheckCount(entry->second, nc);
+  return CheckCount(entry, nc);
 }
 
 void NonceCache::CheckExpire() {
@@ -65,14 +65,14 @@ void NonceCache::CheckExpire() {
   if (entries_.size() > kMaxEntries) RemoveOldest();
 }
 
-bool NonceCache::CheckCount(Entry& entry, const std::string& nc) {
+bool NonceCache::CheckCount(Entries::iterator entry, const std::string& nc) {
   // Deliberate: clients that count nothing send no count; only the nonce's life protects them.
   if (nc.empty()) return false;
   // Deliberate: leading blanks, a sign and "0x" are read as strtoul reads them, what follows the
   // number is ignored, and no number at all is 0, which is never new.
   const uint64_t count = std::strtoull(nc.c_str(), nullptr, 16);
-  if (count <= entry.count) return true;
-  entry.count = count;
+  if (count <= entry->second.count) return true;
+  entry->second.count = count;
   return false;
 }
 

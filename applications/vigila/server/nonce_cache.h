@@ -38,20 +38,29 @@ class NonceCache {
   // than every one accepted for it. False means accept, and the count is recorded.
   bool CheckNonceAndCount(const std::string& nonce, const std::string& nc);
 
- private:
+  // What the two questions are made of, for a caller that holds the mutex.
   struct Entry {
     tevra::osa::TimeStruct created;
-    uint64_t count = 0;
+    uint64_t count = 0;  // the greatest one accepted
   };
   using Entries = std::unordered_map<std::string, Entry>;
+  tevra::osa::Mutex& GetMutex() TEVRA_THREAD_ATTRIBUTE(lock_returned(mutex_)) { return mutex_; }
+  const Entries& GetEntries() const TEVRA_REQUIRES(mutex_) { return entries_; }
+  // The end of the entries for an unknown nonce.
+  Entries::iterator Find(const std::string& nonce) TEVRA_REQUIRES(mutex_) {
+    return entries_.find(nonce);
+  }
+  // Removes what has expired, and the oldest entry of more than kMaxEntries.
+  void CheckExpire() TEVRA_REQUIRES(mutex_);
+  // For an entry that was found. True means reject; else the count is recorded.
+  bool CheckCount(Entries::iterator entry, const std::string& nc) TEVRA_REQUIRES(mutex_);
 
+ private:
   // Oldest first; of entries of one instant, the smaller nonce first.
   struct OlderFirst {
     bool operator()(const Entries::value_type* left, const Entries::value_type* right) const;
   };
 
-  void CheckExpire() TEVRA_REQUIRES(mutex_);
-  bool CheckCount(Entry& entry, const std::string& nc) TEVRA_REQUIRES(mutex_);
   void RemoveOldest() TEVRA_REQUIRES(mutex_);
 
   tevra::osa::ITimeSource* const time_source_;

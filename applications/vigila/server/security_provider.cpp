@@ -30,10 +30,6 @@ void SecurityProvider::EnforcePasswordPolicy(bool enforce) {
   users_.EnforcePolicy(enforce);
 }
 
-void SecurityProvider::CheckStore() {
-  UserMap::CheckStore();
-}
-
 std::string SecurityProvider::Enroll(const std::string& name, const std::string& digest,
                                      Group group, bool reusable) const {
   auto record = std::make_unique<User>(name, digest, users_.GetRights(group));

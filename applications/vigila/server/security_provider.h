@@ -36,10 +36,6 @@ class VIGILA_EXPORT SecurityProvider : public tevra::interfaces::ISecurityProvid
 
   // Switches lock-out, expiry and password age on or off; before the first request.
   void EnforcePasswordPolicy(bool enforce);
-  // For the daemon's start: throws tevra::osa::Exception, with the file in its text, when the store
-  // cannot be read or its encrypted values have lost their key. A single malformed account passes:
-  // it fails the operations that load it, not the start.
-  void CheckStore();
 
   std::string Authenticate(bool reuse, const std::string& user64,
                            const std::string& password64) override;

@@ -6,12 +6,14 @@
 #include "krand/base64/base64.h"
 #include "krand/core/krand_api_exception.h"
 #include "krand/interfaces/permission_target.h"
+#include "tevra/core/platform_config.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 #include "tevra/osa/mutex.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/check/fake_msg_bus.h"
 #include "vigila/server/at_rest_cipher.h"
+#include "vigila/server/key_proof.h"
 #include "vigila/server/permission_impl.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/start_failure.h"
@@ -98,6 +100,7 @@ void ServerEnv::Build(std::unique_ptr<tevra::msgbus::IMsgBus> (*make_bus)(), boo
   try {
     bus_ = make_bus().release();
     InitializePlatform();
+    StartFailure::During(StartFailure::kStore, [&] { OpenAtRestKey(); });
     CreateServices(test_settings);
     StartFailure::During(StartFailure::kBus, [&] { bus_->StartServer(); });
   } catch (...) {
@@ -125,6 +128,13 @@ void ServerEnv::InitializePlatform() {
                 "krand_core_ipc_initiator_init");
 }
 
+// Before there is a thread beside this one: a child process proves the key.
+void ServerEnv::OpenAtRestKey() {
+  at_rest_cipher_ = std::make_unique<AtRestCipher>(
+      tevra::core::PlatformConfig::Get().GetString(kSettingsGroupName, "key_file", ""));
+  OpenAndProveKey(*at_rest_cipher_);
+}
+
 void ServerEnv::CreateServices(bool test_settings) {
   security_provider_ = new SecurityProvider(this);
   KeepUntilTheProcessEnds(security_provider_);
@@ -135,10 +145,6 @@ void ServerEnv::CreateServices(bool test_settings) {
   permission_runner_ = StartFailure::During(StartFailure::kBus, [&] {
     return new KrandApiPermissionTargetRun(kPermissionTarget, platform_context_, permission_);
   });
-}
-
-void ServerEnv::ConfigureKeyFile(const std::string& path) {
-  AtRestCipher::Configure(path);
 }
 
 std::string ServerEnv::Base64Encode(const std::string& data) {

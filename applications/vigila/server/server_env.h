@@ -17,6 +17,7 @@ class KrandApiPermissionTargetRun;
 
 namespace vigila::server {
 
+class AtRestCipher;
 class PermissionImpl;
 class SecurityProvider;
 class StoreLock;
@@ -44,12 +45,10 @@ class VIGILA_EXPORT ServerEnv {
   VigilaServer& GetVigilaServer() { return vigila_server_; }
   SessionManager& GetSessionManager() { return session_manager_; }
   RuleManager& GetRuleManager() { return rule_manager_; }
+  AtRestCipher& GetAtRestCipher() { return *at_rest_cipher_; }
   tevra::msgbus::IMsgBus* GetMsgBus() const { return bus_; }
   void* GetPlatformContext() const { return platform_context_; }
   SecurityProvider* GetSecurityProvider() const { return security_provider_; }
-
-  // Names the key file of the encrypted settings; empty for the default. Before construction.
-  static void ConfigureKeyFile(const std::string& path);
 
   // Standard base64 over counted bytes. Decoding is strict: a text that is not the one canonical
   // spelling gives no bytes.
@@ -60,6 +59,7 @@ class VIGILA_EXPORT ServerEnv {
   // Ends construction, or takes down what stands and rethrows.
   void Build(std::unique_ptr<tevra::msgbus::IMsgBus> (*make_bus)(), bool test_settings);
   void InitializePlatform();
+  void OpenAtRestKey();
   void CreateServices(bool test_settings);
 
   // In order of construction.
@@ -69,6 +69,7 @@ class VIGILA_EXPORT ServerEnv {
   RuleManager rule_manager_;
   tevra::msgbus::IMsgBus* bus_ = nullptr;
   std::unique_ptr<StoreLock> store_lock_;
+  std::unique_ptr<AtRestCipher> at_rest_cipher_;
   krand_core_ipc_handle ipc_handle_ = 0;
   void* platform_context_ = nullptr;
   SecurityProvider* security_provider_ = nullptr;

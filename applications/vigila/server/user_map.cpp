@@ -1,53 +1,21 @@
 #include "vigila/server/user_map.h"
 
 #include "tevra/osa/exception.h"
-#include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/user_map_impl.h"
-#include "vigila/server/user_settings.h"
 
 namespace vigila::server {
 
-namespace {
-
-// Raw, so that a malformed account cannot hide what else is there.
-bool HoldsPassword(const std::string& key) {
-  const std::optional<std::string> text = UserSettings::ReadJson(key);
-  return text.has_value() && text->find("\"Password\"") != std::string::npos;
-}
-
-bool HoldsHistory(const std::string& key) {
-  for (const std::string& text : UserSettings::ReadTexts(key)) {
-    if (!text.empty()) return true;
-  }
-  return false;
-}
-
-}  // namespace
-
 UserMap::UserMap(ServerEnv* env)
     : impl_(std::make_unique<Impl>(env == nullptr ? nullptr : env->GetTimeSource(),
-                                   env == nullptr ? nullptr : &env->GetSessionManager())) {}
+                                   env == nullptr ? nullptr : &env->GetSessionManager(),
+                                   env == nullptr ? nullptr : &env->GetAtRestCipher())) {}
 
-UserMap::UserMap(const tevra::osa::ITimeSource& time_source, SessionManager& sessions)
-    : impl_(std::make_unique<Impl>(&time_source, &sessions)) {}
+UserMap::UserMap(const tevra::osa::ITimeSource& time_source, SessionManager& sessions,
+                 AtRestCipher& cipher)
+    : impl_(std::make_unique<Impl>(&time_source, &sessions, &cipher)) {}
 
 UserMap::~UserMap() = default;
-
-bool UserMap::HoldsEncryptedValues() {
-  if (!UserSettings::Keys(UserSettings::kPhrasePrefix).empty()) return true;
-  for (const std::string& key : UserSettings::Keys(UserSettings::kUserPrefix)) {
-    if (HoldsPassword(key)) return true;
-  }
-  for (const std::string& key : UserSettings::Keys(UserSettings::kHistoryPrefix)) {
-    if (HoldsHistory(key)) return true;
-  }
-  return false;
-}
-
-void UserMap::CheckStore() {
-  AtRestCipher::Open(HoldsEncryptedValues());
-}
 
 void UserMap::EnforcePolicy(bool enforce) {
   impl_->EnforcePolicy(enforce);

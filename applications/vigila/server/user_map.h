@@ -13,6 +13,7 @@
 
 namespace vigila::server {
 
+class AtRestCipher;
 class ServerEnv;
 class SessionManager;
 
@@ -34,21 +35,15 @@ class UserMap {
 
   using enum contract::StoreResult;
 
-  // A store over the environment's clock and sessions, which must outlive it, or with null a change
-  // set. Reads nothing yet.
+  // A store over the environment's clock, sessions and cipher, which must outlive it, or with null
+  // a change set. Reads nothing yet.
   explicit UserMap(ServerEnv* env);
-  // A store over a clock and sessions of the caller's, which must outlive it.
-  UserMap(const tevra::osa::ITimeSource& time_source, SessionManager& sessions);
+  // A store over a clock, sessions and a cipher of the caller's, which must outlive it.
+  UserMap(const tevra::osa::ITimeSource& time_source, SessionManager& sessions,
+          AtRestCipher& cipher);
   ~UserMap();
   UserMap(const UserMap&) = delete;
   UserMap& operator=(const UserMap&) = delete;
-
-  // Throws tevra::osa::Exception, naming the file, when the settings cannot be read or when they
-  // hold encrypted values and the key file is missing or unusable; makes the key file where neither
-  // exists yet. Parses and loads no account. For a server's start.
-  static void CheckStore();
-  // Tells whether the settings hold anything that only the present key can read.
-  static bool HoldsEncryptedValues();
 
   // Switches lock-out, expiry and password age on; off otherwise. Only before the first load.
   void EnforcePolicy(bool enforce);
@@ -98,7 +93,8 @@ class UserMap {
   // Stores only: adds and modifies all accounts of a change set, or none of them. kOk when
   // nothing had to change, kMerged or kLastAdministrator.
   int Merge(const UserMap& change_set);
-  // Stores only: deletes all accounts of a change set, or none of them. kOk or kLastAdministrator.
+  // Stores only: deletes all accounts of a change set, or none of them; a deletion that throws may
+  // have ended their sessions. kOk or kLastAdministrator.
   int Delete(const UserMap& change_set);
   // The record of the anonymous account; the store's own, replaced when the account changes group.
   User* GetNobody() const;

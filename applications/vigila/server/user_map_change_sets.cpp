@@ -69,13 +69,14 @@ int UserMap::Impl::Merge(const Impl& change_set) {
   return kMerged;
 }
 
-void UserMap::Impl::PlanEntry(MergePlan& plan, const std::string& name, const MyUser& wanted) {
+void UserMap::Impl::PlanEntry(MergePlan& plan, const std::string& name,
+                              const MyUser& wanted) const {
   const SecretText password(wanted.password);
   const auto [entry, added] = plan.users.try_emplace(name);
   MyUser& user = entry->second;
   if (added) {
     // Without a password the account can be authorized for nothing until it is given one.
-    if (!password.Empty()) user.password = Encrypt(password.View());
+    if (!password.Empty()) user.password = vault_.Encrypt(password.View());
     user.group = wanted.group;
     if (wanted.group == ISecurityProvider::kAdministrators) ++plan.administrators;
     user.password_time = plan.now;
@@ -88,7 +89,7 @@ void UserMap::Impl::PlanEntry(MergePlan& plan, const std::string& name, const My
     if (wanted.group == ISecurityProvider::kAdministrators) ++plan.administrators;
   }
   // Deliberate: the present password once more is no change; counters, history and sessions stay.
-  if (!password.Empty() && !Matches(user.password, password.View())) {
+  if (!password.Empty() && !vault_.Matches(user.password, password.View())) {
     PlanPassword(plan, name, user, password, wanted.group);
   } else if (user.group != wanted.group) {
     PlanGroup(plan, name, user, wanted.group);
@@ -96,8 +97,8 @@ void UserMap::Impl::PlanEntry(MergePlan& plan, const std::string& name, const My
 }
 
 void UserMap::Impl::PlanPassword(MergePlan& plan, const std::string& name, MyUser& user,
-                                 const SecretText& password, Group group) {
-  std::string stored = Encrypt(password.View());
+                                 const SecretText& password, Group group) const {
+  std::string stored = vault_.Encrypt(password.View());
   plan.old_passwords.emplace_back(name, std::move(user.password));
   user.password = std::move(stored);
   user.digest.clear();
@@ -142,8 +143,9 @@ void UserMap::Impl::AdoptPlan(MergePlan& plan) {
   MakeNobodyEntry();
 }
 
-// Deliberate: the histories stay behind, so that an account that is deleted and made again does not
-// start over with its old passwords.
+// Deliberate: name by name, sessions first: a deletion that fails takes accounts and settings back
+// to what they were, but a session that was to end has ended. The histories stay behind, so that an
+// account that is deleted and made again does not start over with its old passwords.
 int UserMap::Impl::Delete(const Impl& change_set) {
   if (IsChangeSet()) throw tevra::osa::Exception("Use Set() rather than Delete()");
   if (!change_set.IsChangeSet()) {
@@ -154,16 +156,22 @@ int UserMap::Impl::Delete(const Impl& change_set) {
   const uint32_t deleted = change_set.administrator_count_;
   if (administrator_count_ != 0 && deleted >= administrator_count_) return kLastAdministrator;
   if (change_set.users_.empty()) return kOk;
-  std::vector<std::string> keys;
-  for (const auto& [name, unused] : change_set.users_) keys.push_back(UserKey(name));
+  for (const auto& [name, unused] : change_set.users_) UserKey(name);  // throws for a bad name
+  std::vector<Users::node_type> erased;
+  erased.reserve(change_set.users_.size());
   UserSettings::Transaction transaction;
-  for (const std::string& key : keys) UserSettings::Delete(key);
-  transaction.Commit();
-  if (administrator_count_ != 0) administrator_count_ -= deleted;
-  for (const auto& [name, unused] : change_set.users_) {
-    sessions_->Invalidate(name);
-    users_.erase(name);
+  try {
+    for (const auto& [name, unused] : change_set.users_) {
+      sessions_->Invalidate(name);
+      UserSettings::Delete(UserKey(name));
+      erased.push_back(users_.extract(name));
+    }
+    transaction.Commit();
+  } catch (...) {
+    for (Users::node_type& user : erased) users_.insert(std::move(user));
+    throw;
   }
+  if (administrator_count_ != 0) administrator_count_ -= deleted;
   return kOk;
 }
 

@@ -4,6 +4,7 @@
 
 #include "vigila/server/ha1.h"
 #include "vigila/server/server_env.h"
+#include "vigila/server/stored_secrets.h"
 #include "vigila/server/user_map_impl.h"
 
 namespace vigila::server {
@@ -11,10 +12,6 @@ namespace vigila::server {
 namespace {
 
 using tevra::core::SecretText;
-
-// Deliberate: a stored text of this length is taken for a digest that somebody put there, and no
-// clear password can be had from it.
-constexpr size_t kDigestTextLength = 32;
 
 SecretText Join(std::string_view nonce, std::string_view created, std::string_view password) {
   SecretText text(nonce.size() + created.size() + password.size());
@@ -41,10 +38,10 @@ int UserMap::Impl::GetHA1(const std::string& name, std::string& ha1) {
   if (IsDisabled(found)) return kDisabled;
   if (IsExpired(found)) return kExpired;
   MyUser& user = found->second;
-  if (user.password.size() == kDigestTextLength) return kNoDigest;
+  if (StoredSecrets::IsDigest(user.password)) return kNoDigest;
   // Deliberate: kept in memory only. A digest in the settings would be as good as the password.
   if (user.digest.empty()) {
-    const std::optional<SecretText> password = Decrypt(user.password);
+    const std::optional<SecretText> password = vault_.Decrypt(user.password);
     if (!password.has_value()) return kNoDigest;
     user.digest = MakeHA1(name, password->View());
   }
@@ -63,7 +60,7 @@ int UserMap::Impl::ValidateWsseDigest(const std::string& name, const std::string
   const bool well_formed = digest_bytes.size() == SHA_DIGEST_LENGTH && !nonce_bytes.empty();
   const auto found = users_.find(name);
   if (found == users_.end()) {
-    if (well_formed) BurnDecryption();
+    if (well_formed) vault_.BurnDecryption();
     return kNoSuchUser;
   }
   if (IsDisabled(found)) return kDisabled;
@@ -73,8 +70,8 @@ int UserMap::Impl::ValidateWsseDigest(const std::string& name, const std::string
     return digest_bytes.size() != SHA_DIGEST_LENGTH ? kBadDigestLength : kBadNonce;
   }
   const std::string& stored = found->second.password;
-  const std::optional<SecretText> password = Decrypt(stored);
-  if (stored.empty()) BurnDecryption();
+  const std::optional<SecretText> password = vault_.Decrypt(stored);
+  if (stored.empty()) vault_.BurnDecryption();
   if (!password.has_value() || !IsDigestOf(digest_bytes, nonce_bytes, created, *password)) {
     ha1.clear();
     return HandleWrongPassword(*found) ? kDisabled : kWrongPassword;

@@ -2,18 +2,19 @@
 
 #include "tevra/core/hexadecimal.h"
 #include "tevra/osa/exception.h"
-#include "vigila/server/at_rest_cipher.h"
 
 namespace vigila::server {
 
-using tevra::core::SecretText;
-
-UserMap::Impl::Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions)
+UserMap::Impl::Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions,
+                    AtRestCipher* cipher)
     : time_source_(time_source),
       sessions_(sessions),
       logger_(tevra::core::Logger::GetLogger("UserMap")),
       unique_password_device_(time_source == nullptr),
-      initialized_(time_source == nullptr) {}
+      vault_(cipher),
+      history_(vault_, old_passwords_kept_),
+      initialized_(time_source == nullptr),
+      passphrases_(vault_) {}
 
 UserMap::Impl::~Impl() {
   nobody_.reset();
@@ -83,47 +84,25 @@ UserMap::User::Rights UserMap::Impl::GetRights(Group group) {
   return rights;
 }
 
-bool UserMap::Impl::OpenKey() {
-  try {
-    if (!AtRestCipher::IsOpen()) AtRestCipher::Open(true);
-    return true;
-  } catch (const tevra::osa::Exception& error) {
-    tevra::core::Logger::GetLogger("UserMap")->Error("%s", error.what());
-    return false;
-  }
+std::string UserMap::Impl::AddPassphrase(const std::string& phrase, const std::string& alias) {
+  if (IsChangeSet()) throw tevra::osa::Exception("a change set keeps no passphrases");
+  const tevra::osa::MutexAutoLock lock(mutex_);
+  return passphrases_.Add(phrase, alias);
 }
 
-bool UserMap::Impl::LacksKey(const MyUser& user) {
-  return !user.password.empty() && !AtRestCipher::IsOpen();
+std::string UserMap::Impl::GetPassphrase(const std::string& id) const {
+  const tevra::osa::MutexAutoLock lock(mutex_);
+  return passphrases_.Get(id);
 }
 
-std::optional<SecretText> UserMap::Impl::Decrypt(const std::string& stored) {
-  if (stored.empty() || !OpenKey()) return std::nullopt;
-  std::optional<SecretText> clear = AtRestCipher::Decrypt(stored);
-  // An empty password would let everybody in who offers none.
-  if (clear.has_value() && clear->Empty()) return std::nullopt;
-  return clear;
+std::string UserMap::Impl::GetPassphrases() const {
+  const tevra::osa::MutexAutoLock lock(mutex_);
+  return passphrases_.List();
 }
 
-std::string UserMap::Impl::Encrypt(std::string_view clear) {
-  if (!AtRestCipher::IsOpen()) AtRestCipher::Open(HoldsEncryptedValues());
-  std::optional<std::string> stored = AtRestCipher::Encrypt(clear);
-  if (!stored.has_value()) throw tevra::osa::Exception("a secret could not be encrypted");
-  return *std::move(stored);
-}
-
-bool UserMap::Impl::Matches(const std::string& stored, std::string_view clear) {
-  if (stored.empty()) {
-    BurnDecryption();
-    return false;
-  }
-  const std::optional<SecretText> password = Decrypt(stored);
-  return password.has_value() && tevra::core::EqualInConstantTime(password->View(), clear);
-}
-
-// Whoever measures the answer must not learn which names exist, nor while the key cannot be used.
-void UserMap::Impl::BurnDecryption() {
-  if (OpenKey()) AtRestCipher::BurnDecryption();
+bool UserMap::Impl::DeletePassphrase(const std::string& id) {
+  const tevra::osa::MutexAutoLock lock(mutex_);
+  return passphrases_.Delete(id);
 }
 
 }  // namespace vigila::server

@@ -15,6 +15,10 @@
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
 #include "vigila/contract/limits.h"
+#include "vigila/server/passphrase_store.h"
+#include "vigila/server/password_history.h"
+#include "vigila/server/password_score.h"
+#include "vigila/server/password_vault.h"
 #include "vigila/server/user_map.h"
 
 namespace vigila::server {
@@ -48,22 +52,8 @@ class UserMap::Impl final {
     bool dirty = false;
   };
 
-  struct MyPassphrase {
-    MyPassphrase() = default;
-    // Throws when a member is missing or of another type.
-    explicit MyPassphrase(const std::string& json);
-    MyPassphrase(const MyPassphrase&) = default;
-    MyPassphrase& operator=(const MyPassphrase&) = default;
-    virtual ~MyPassphrase() = default;
-
-    std::string ToJson() const;
-
-    std::string alias;
-    std::string phrase;  // at-rest form
-  };
-
+  using MyPassphrase = Passphrase;
   using Users = std::map<std::string, MyUser>;
-  using Passphrases = std::map<std::string, MyPassphrase>;
   using PermissionTable = std::map<std::string, uint32_t>;
 
   static constexpr uint32_t kNeverExpires = 0;
@@ -71,8 +61,8 @@ class UserMap::Impl final {
   static constexpr int kExpiresNever = 0x7fffffff;
   static constexpr uint32_t kSecondsPerDay = 86400;
 
-  // Both null for a change set; else borrowed.
-  Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions);
+  // All null for a change set; else borrowed.
+  Impl(const tevra::osa::ITimeSource* time_source, SessionManager* sessions, AtRestCipher* cipher);
   ~Impl();
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
@@ -119,10 +109,18 @@ class UserMap::Impl final {
   int Delete(const Impl& change_set) TEVRA_EXCLUDES(mutex_);
 
   // Quality and history.
-  int CalculatePasswordScore(const std::string& password) const;
-  int CheckRepetition(int block_length, const std::string& text) const;
-  bool MatchOldPassword(const std::string& name, const std::string& proposed) const;
-  void UpdateOldPasswords(const std::string& name, const std::string& stored_password) const;
+  int CalculatePasswordScore(const std::string& password) const {
+    return PasswordScore::Of(password);
+  }
+  int CheckRepetition(int block_length, const std::string& text) const {
+    return PasswordScore::LengthWithoutRepetition(block_length, text);
+  }
+  bool MatchOldPassword(const std::string& name, const std::string& proposed) const {
+    return history_.Contains(name, proposed);
+  }
+  void UpdateOldPasswords(const std::string& name, const std::string& stored_password) const {
+    history_.Append(name, stored_password);
+  }
 
   // Passphrases.
   std::string AddPassphrase(const std::string& phrase, const std::string& alias)
@@ -137,7 +135,6 @@ class UserMap::Impl final {
   void CheckNobodyUser() const;
   void PopulateMaps() TEVRA_REQUIRES(mutex_);
   Users LoadUsers() const;
-  static Passphrases LoadPassphrases();
   // What a restart changes in an account while the policy is enforced.
   void EnforceAtLoad(MyUser& user, uint32_t now) const;
   void FillPermissionTable();
@@ -145,7 +142,7 @@ class UserMap::Impl final {
 
   bool IsDisabled(Users::iterator entry);
   bool IsExpired(Users::const_iterator entry) const;
-  // True when the account is disabled now. Counts nothing while the key cannot be used.
+  // True when the account is disabled now.
   bool HandleWrongPassword(Users::value_type& entry);
   void HandleCorrectPassword(Users::value_type& entry);
   int RefuseWrongPassword(Users::value_type& entry);
@@ -153,27 +150,15 @@ class UserMap::Impl final {
   // For counters: a failed write leaves its Error line and the logon goes on.
   void SaveCounters(const Users::value_type& entry) const;
 
-  static void PlanEntry(MergePlan& plan, const std::string& name, const MyUser& wanted);
-  static void PlanPassword(MergePlan& plan, const std::string& name, MyUser& user,
-                           const tevra::core::SecretText& password, Group group);
+  void PlanEntry(MergePlan& plan, const std::string& name, const MyUser& wanted) const;
+  void PlanPassword(MergePlan& plan, const std::string& name, MyUser& user,
+                    const tevra::core::SecretText& password, Group group) const;
   static void PlanGroup(MergePlan& plan, const std::string& name, MyUser& user, Group group);
   void WritePlan(const MergePlan& plan) const;
   void AdoptPlan(MergePlan& plan) TEVRA_REQUIRES(mutex_);
 
   // For a text between double quotes: it must not be able to end them and add members of its own.
   static std::string Escape(const std::string& text);
-  // A key that cannot be opened is logged.
-  static bool OpenKey();
-  // Nothing is known of a stored password, right after it was to be decrypted, because the key
-  // cannot be used.
-  static bool LacksKey(const MyUser& user);
-  // The clear text of a stored one; nothing when there is none, the empty one included.
-  static std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
-  // Throws when the text cannot be encrypted.
-  static std::string Encrypt(std::string_view clear);
-  // Always at the price of one decryption.
-  static bool Matches(const std::string& stored, std::string_view clear);
-  static void BurnDecryption();
 
   // Constant after construction or start.
   const tevra::osa::ITimeSource* const time_source_;
@@ -190,10 +175,12 @@ class UserMap::Impl final {
   const uint32_t minimum_password_age_ = 1;  // days
   const uint32_t password_lifetime_ = 60;    // days
   const uint32_t old_passwords_kept_ = 5;
+  const PasswordVault vault_;
+  const PasswordHistory history_;
 
   mutable tevra::osa::Mutex mutex_;
   bool initialized_ TEVRA_GUARDED_BY(mutex_);
-  Passphrases passphrases_ TEVRA_GUARDED_BY(mutex_);
+  PassphraseStore passphrases_ TEVRA_GUARDED_BY(mutex_);
 
   // One request at a time.
   Users users_;

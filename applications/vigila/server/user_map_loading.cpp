@@ -21,21 +21,6 @@ const std::string& NobodyKey() {
   return key;
 }
 
-// Builds a T of the value under `key`; nothing when the key has no value. A value that is no T
-// throws with the key in the text.
-template <typename T>
-std::optional<T> LoadRecord(const std::string& key) {
-  const std::optional<std::string> json = UserSettings::ReadJson(key);
-  if (!json.has_value()) return std::nullopt;
-  try {
-    return T(*json);
-  } catch (const std::exception& error) {
-    tevra::core::Logger::GetLogger("UserMap")->Error("malformed setting %s: %s", key.c_str(),
-                                                     error.what());
-    throw tevra::osa::Exception("malformed setting %s: %s", key.c_str(), error.what());
-  }
-}
-
 uint32_t ReadOptional(const json::Object& object, const char* name) {
   const auto member = object.Find(name);
   return member == object.End() ? 0 : tevra::core::JsonUtils::AsUnsigned(member->element);
@@ -91,7 +76,7 @@ void UserMap::Impl::CheckNobodyUser() const {
 // throws can be tried again from the start.
 void UserMap::Impl::PopulateMaps() {
   Users users = LoadUsers();
-  Passphrases passphrases = LoadPassphrases();
+  PassphraseStore::Passphrases passphrases = PassphraseStore::Read();
   uint32_t administrators = 0;
   bool dirty = false;
   for (const auto& [name, user] : users) {
@@ -112,7 +97,7 @@ void UserMap::Impl::PopulateMaps() {
     users[User::kAnonymousUsername].group = ISecurityProvider::kNobody;
   }
   users_ = std::move(users);
-  passphrases_ = std::move(passphrases);
+  passphrases_.Adopt(std::move(passphrases));
   administrator_count_ = administrators;
   FillPermissionTable();
 }
@@ -121,7 +106,7 @@ UserMap::Impl::Users UserMap::Impl::LoadUsers() const {
   Users users;
   const uint32_t now = Now();
   for (const std::string& key : UserSettings::Keys(UserSettings::kUserPrefix)) {
-    std::optional<MyUser> user = LoadRecord<MyUser>(key);
+    std::optional<MyUser> user = UserSettings::ReadRecord<MyUser>(key);
     if (!user.has_value()) continue;
     const std::string name = key.substr(UserSettings::kUserPrefix.size());
     if (name == User::kAnonymousUsername) {
@@ -149,25 +134,13 @@ void UserMap::Impl::EnforceAtLoad(MyUser& user, uint32_t now) const {
     user.bad_password_time = now;
     user.dirty = true;
   }
-  const std::optional<SecretText> password = Decrypt(user.password);
-  // The key may be back tomorrow.
-  if (LacksKey(user)) return;
-  // Deliberate: no password, and one that the key does not open, are too short as well. They match
+  const std::optional<SecretText> password = vault_.Decrypt(user.password);
+  // Deliberate: no password, and one that cannot be decrypted, are too short as well. They match
   // nothing, and an expired account may be given a new password at any time.
   if (CheckLength(password.has_value() ? password->Size() : 0) != kOk) {
     user.password_time = kExpiredNow;
     user.dirty = true;
   }
-}
-
-UserMap::Impl::Passphrases UserMap::Impl::LoadPassphrases() {
-  Passphrases passphrases;
-  for (const std::string& key : UserSettings::Keys(UserSettings::kPhrasePrefix)) {
-    const std::optional<MyPassphrase> passphrase = LoadRecord<MyPassphrase>(key);
-    if (!passphrase.has_value()) continue;
-    passphrases[key.substr(UserSettings::kPhrasePrefix.size())] = *passphrase;
-  }
-  return passphrases;
 }
 
 void UserMap::Impl::FillPermissionTable() {

@@ -26,7 +26,7 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
   const auto found = users_.find(name);
   if (found == users_.end()) {
     logger_->Notice("Authentication Failed: Nonexistent local user %s", name.c_str());
-    BurnDecryption();
+    vault_.BurnDecryption();
     return kNoSuchUser;
   }
   Users::value_type& entry = *found;
@@ -44,7 +44,7 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
     logger_->Notice("Authentication Failed: Too soon to retry after bad password.");
     return kWrongPassword;
   }
-  if (!Matches(entry.second.password, password)) return RefuseWrongPassword(entry);
+  if (!vault_.Matches(entry.second.password, password)) return RefuseWrongPassword(entry);
   HandleCorrectPassword(entry);
   // Deliberate: after the counters were reset; the password was the right one.
   if (!bare && IsExpired(found)) {
@@ -57,11 +57,6 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
 }
 
 int UserMap::Impl::RefuseWrongPassword(Users::value_type& entry) {
-  if (LacksKey(entry.second)) {
-    logger_->Notice("Authentication Failed: The password of local user '%s' cannot be checked.",
-                    entry.first.c_str());
-    return kWrongPassword;
-  }
   if (HandleWrongPassword(entry)) {
     logger_->Notice(kDisabledLine, entry.first.c_str());
     return kDisabled;
@@ -73,8 +68,7 @@ int UserMap::Impl::RefuseWrongPassword(Users::value_type& entry) {
 
 bool UserMap::Impl::HandleWrongPassword(Users::value_type& entry) {
   MyUser& user = entry.second;
-  // The right password would lock the account for good.
-  if (!policy_enforced_ || LacksKey(user)) return false;
+  if (!policy_enforced_) return false;
   const uint32_t now = Now();
   // Deliberate: the last second of the period is still inside, and within a series the time stays
   // that of its first failure.

@@ -60,6 +60,12 @@ std::optional<std::string> UserSettings::ReadJson(const std::string& key) {
   return std::string(text.get());
 }
 
+void UserSettings::ThrowMalformed(const std::string& key, const std::exception& error) {
+  const tevra::osa::Exception malformed("malformed setting %s: %s", key.c_str(), error.what());
+  tevra::core::Logger::GetLogger("UserMap")->Error("%s", malformed.what());
+  throw malformed;
+}
+
 void UserSettings::WriteJson(const std::string& key, const std::string& text) {
   Check(krand_core_settings_set_json_value(key.c_str(), text.c_str()), "cannot write setting", key);
 }

@@ -1,6 +1,7 @@
 #ifndef VIGILA_SERVER_USER_SETTINGS_H_
 #define VIGILA_SERVER_USER_SETTINGS_H_
 
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,18 @@ class UserSettings {
   static std::vector<std::string> Keys(std::string_view prefix);
   static bool Exists(const std::string& key);
   static std::optional<std::string> ReadJson(const std::string& key);
+  // The value under `key` as a T, which is built of its text; nothing when the key has no value. A
+  // value that is no T is logged and throws with the key in the text.
+  template <typename T>
+  static std::optional<T> ReadRecord(const std::string& key) {
+    const std::optional<std::string> json = ReadJson(key);
+    if (!json.has_value()) return std::nullopt;
+    try {
+      return T(*json);
+    } catch (const std::exception& error) {
+      ThrowMalformed(key, error);
+    }
+  }
   static void WriteJson(const std::string& key, const std::string& text);
   // Empty when there is no such key.
   static std::vector<std::string> ReadTexts(const std::string& key);
@@ -42,6 +55,9 @@ class UserSettings {
    private:
     bool open_ = true;
   };
+
+ private:
+  [[noreturn]] static void ThrowMalformed(const std::string& key, const std::exception& error);
 };
 
 }  // namespace vigila::server

@@ -36,17 +36,14 @@ TEST_F(Configuration, HasADefaultForEverything) {
   const DaemonConfiguration configuration = DaemonConfiguration::Read();
   EXPECT_EQ(configuration.session_timeout_secs, 1800);
   EXPECT_FALSE(configuration.password_policy);
-  EXPECT_EQ(configuration.key_file, "");
 }
 
 TEST_F(Configuration, TakesTheDaemonsOwnKeys) {
   platform.Set(kSection, "session_timeout", "90");
   platform.Set(kSection, "password_policy", "yes");
-  platform.Set(kSection, "key_file", "/keys/a b");
   const DaemonConfiguration configuration = DaemonConfiguration::Read();
   EXPECT_EQ(configuration.session_timeout_secs, 90);
   EXPECT_TRUE(configuration.password_policy);
-  EXPECT_EQ(configuration.key_file, "/keys/a b");
 }
 
 TEST_F(Configuration, TakesEveryPositiveTimeout) {

@@ -304,6 +304,49 @@ TEST_F(NonceCacheTest, KnowsNoNonceThatMemoryRanOutFor) {
   EXPECT_GE(nth, 4);
 }
 
+TEST_F(NonceCacheTest, ExpiresForACallerThatHoldsTheMutex) {
+  cache_.Has("old");
+  At(kStart + 1);
+  cache_.Has("young");
+  const tevra::osa::MutexAutoLock lock(cache_.GetMutex());
+  At(kStart + NonceCache::kLifetimeSecs);
+  cache_.CheckExpire();
+  EXPECT_EQ(2u, cache_.GetEntries().size());
+  At(kStart + NonceCache::kLifetimeSecs, 1);
+  cache_.CheckExpire();
+  EXPECT_EQ(cache_.GetEntries().end(), cache_.Find("old"));
+  EXPECT_NE(cache_.GetEntries().end(), cache_.Find("young"));
+}
+
+TEST_F(NonceCacheTest, EvictsTheOldestOfTooManyInOnePass) {
+  for (int i = 0; i <= static_cast<int>(NonceCache::kMaxEntries); ++i) {
+    At(kStart, i);
+    cache_.Has(Nonce(i));
+  }
+  const tevra::osa::MutexAutoLock lock(cache_.GetMutex());
+  EXPECT_EQ(NonceCache::kMaxEntries + 1, cache_.GetEntries().size());
+  for (int pass = 0; pass < 2; ++pass) {
+    cache_.CheckExpire();
+    EXPECT_EQ(NonceCache::kMaxEntries, cache_.GetEntries().size());
+    EXPECT_EQ(cache_.GetEntries().end(), cache_.Find(Nonce(0)));
+    EXPECT_NE(cache_.GetEntries().end(), cache_.Find(Nonce(1)));
+  }
+}
+
+TEST_F(NonceCacheTest, ChecksTheCountOfAnEntryThatWasFound) {
+  cache_.Has("nonce");
+  const tevra::osa::MutexAutoLock lock(cache_.GetMutex());
+  const auto entry = cache_.Find("nonce");
+  ASSERT_NE(cache_.GetEntries().end(), entry);
+  EXPECT_FALSE(cache_.CheckCount(entry, "0000000A"));
+  EXPECT_EQ(10u, entry->second.count);
+  EXPECT_TRUE(cache_.CheckCount(entry, "0000000A"));
+  EXPECT_TRUE(cache_.CheckCount(entry, "9"));
+  EXPECT_TRUE(cache_.CheckCount(entry, "no digits"));
+  EXPECT_FALSE(cache_.CheckCount(entry, ""));
+  EXPECT_EQ(10u, entry->second.count);
+}
+
 TEST_F(NonceCacheTest, AcceptsACountOnceHoweverManyThreadsSendIt) {
   cache_.Has("nonce");
   std::vector<int> accepted(4, 0);

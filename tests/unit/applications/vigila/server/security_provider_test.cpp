@@ -117,15 +117,8 @@ TEST_F(SecurityProviderTest, PassphrasesComeFromTheStore) {
   EXPECT_EQ("", Provider().GetPassphrase(id));
 }
 
-TEST_F(SecurityProviderTest, StoreCheckPassesOnAnEmptyAndOnAFilledStore) {
-  EXPECT_NO_THROW(Provider().CheckStore());
-  AddAdministrator();
-  EXPECT_NO_THROW(Provider().CheckStore());
-}
-
 TEST_F(SecurityProviderTest, MalformedAccountFailsOperationsUntilItIsMended) {
   ASSERT_EQ(KRAND_CORE_OK, krand_core_settings_set_json_value("user.bad", "{\"Group\":1}"));
-  EXPECT_NO_THROW(Provider().CheckStore());
   EXPECT_ANY_THROW(Provider().GetUsers());
   EXPECT_ANY_THROW(Provider().IsAuthenticated("12345678"));
   EXPECT_ANY_THROW(Provider().Authorize("NO_TOKEN", "/system"));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -16,6 +17,7 @@
 #include "tevra/msgbus/msg_bus.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/check/fake_msg_bus.h"
+#include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/start_failure.h"
 #include "vigila/server/store_lock.h"
@@ -118,6 +120,36 @@ TEST_F(Environment, TellsTheProvidersListenersOfAChangedRuleOnly) {
   EXPECT_EQ(recorder.Values(), (std::vector<bool>{true}));
   EXPECT_TRUE(env.GetRuleManager().IsProtected("/jpeg/1"));
   env.GetSecurityProvider()->RemoveChangeListeners(&recorder);
+}
+
+TEST_F(Environment, ReadsTheConfiguredKeyFile) {
+  const std::string path = platform.Dir().File("elsewhere.key");
+  platform.Set("Applications/vigila", "key_file", path);
+  std::filesystem::rename(key.KeyFile(), path);
+  ServerEnv env(true);
+  EXPECT_EQ(path, env.GetAtRestCipher().KeyFile());
+  EXPECT_TRUE(env.GetAtRestCipher().Encrypt("secret").has_value()) << "it is open";
+}
+
+TEST_F(Environment, NamesTheKeyFileThatIsNotTheStores) {
+  const std::string path = key.KeyFile();
+  {
+    ServerEnv env(true);
+    const std::string stored = *env.GetAtRestCipher().Encrypt("secret");
+    const std::string account = "{\"Groups\":8,\"Password\":\"" + stored + "\"}";
+    ASSERT_EQ(krand_core_settings_set_json_value("user.alice", account.c_str()), KRAND_CORE_OK);
+  }
+  { const ServerEnv env(true); }
+  std::filesystem::remove(path);
+  AtRestKey::Create(path, AtRestKey::kMinimumBits);
+  try {
+    const ServerEnv env(true);
+    FAIL() << "nothing thrown";
+  } catch (const StartFailure& e) {
+    EXPECT_EQ(e.cause(), StartFailure::kStore);
+    EXPECT_EQ(e.what(), "key file " + path + ": not the key of the values in the settings");
+  }
+  ShutPlatformDown();
 }
 
 TEST_F(Environment, NamesTheStoreThatCannotBeOpened) {

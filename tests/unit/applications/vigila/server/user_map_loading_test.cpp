@@ -452,31 +452,13 @@ TEST_F(UserMapLoading, ExpiresAnAccountWithoutAPasswordAndWritesItBackWithoutCou
   EXPECT_EQ(18, Logon("alice", ""));
 }
 
-TEST_F(UserMapLoading, ExpiresNoPasswordWhileTheKeyIsLost) {
+TEST_F(UserMapLoading, ExpiresAPasswordThatCannotBeDecrypted) {
   Put("alice", "secret", kViewer);
-  Put("short", "abc", kViewer);
-  const std::string before = StoredText("short");
-  AtRestCipher::Close();
-  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
+  settings_.PutJson("user.damaged", "{\"Groups\":8,\"Password\":\"c2VjcmV0\"}");
   RestartWithPolicy();
+  EXPECT_TRUE(Store().IsAccountExpired("damaged"));
+  EXPECT_EQ(1u, Stored("damaged").password_time);
   EXPECT_FALSE(Store().IsAccountExpired("alice"));
-  EXPECT_FALSE(Store().IsAccountExpired("short"));
-  EXPECT_EQ(before, StoredText("short"));
-}
-
-TEST_F(UserMapLoading, ExpiresNoPasswordWhileTheKeyCannotBeUsed) {
-  Put("alice", "secret", kViewer);
-  Put("short", "abc", kViewer);
-  const std::string before = StoredText("short");
-  AtRestCipher::Close();
-  {
-    const support::LibraryWithoutRsa library;
-    RestartWithPolicy();
-    EXPECT_FALSE(Store().IsAccountExpired("alice"));
-    EXPECT_FALSE(Store().IsAccountExpired("short"));
-  }
-  EXPECT_EQ(before, StoredText("short"));
-  EXPECT_EQ(0, Logon("alice", "secret"));
 }
 
 TEST_F(UserMapLoading, WritesAllCorrectionsOfALoadAtOnce) {
@@ -512,59 +494,6 @@ TEST_F(UserMapLoading, MakesTheNobodyRecordFromItsGroup) {
   EXPECT_EQ("", nobody->Digest());
   EXPECT_EQ(8u, nobody->GetGroup());
   EXPECT_EQ(4u, nobody->Permissions().size());
-}
-
-TEST_F(UserMapLoading, TellsWhetherAnythingNeedsTheKey) {
-  EXPECT_FALSE(UserMap::HoldsEncryptedValues());
-  settings_.PutJson("user.alice", "{\"Groups\":8}");
-  settings_.PutArray("oldPasswords.alice", {});
-  EXPECT_FALSE(UserMap::HoldsEncryptedValues());
-  settings_.PutArray("oldPasswords.alice", {""});
-  EXPECT_FALSE(UserMap::HoldsEncryptedValues());
-  settings_.PutArray("oldPasswords.alice", {"QUJD"});
-  EXPECT_TRUE(UserMap::HoldsEncryptedValues());
-  settings_.Delete("oldPasswords.alice");
-  settings_.PutJson("phrase._1", "{}");
-  EXPECT_TRUE(UserMap::HoldsEncryptedValues());
-  settings_.Delete("phrase._1");
-  // Also in an account that no load would accept.
-  settings_.PutJson("user.alice", "{\"Password\":\"QUJD\"");
-  EXPECT_TRUE(UserMap::HoldsEncryptedValues());
-}
-
-TEST_F(UserMapLoading, StartsOverAMalformedAccountButNotOverALostKey) {
-  settings_.PutJson("user.alice", "{\"Password\":\"QUJD\"");
-  UserMap::CheckStore();
-  AtRestCipher::Close();
-  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
-  try {
-    UserMap::CheckStore();
-    FAIL();
-  } catch (const Exception& error) {
-    EXPECT_NE(std::string::npos, std::string(error.what()).find(settings_.Dir().File("lost.key")));
-  }
-  EXPECT_FALSE(std::filesystem::exists(settings_.Dir().File("lost.key")));
-}
-
-TEST_F(UserMapLoading, StartsNotOverSettingsThatCannotBeRead) {
-  settings_.Close();
-  EXPECT_THROW(UserMap::CheckStore(), Exception);
-  settings_.Open();
-}
-
-TEST_F(UserMapLoading, MatchesNothingWhileTheKeyIsLost) {
-  Put("alice", "secret", kViewer);
-  AtRestCipher::Close();
-  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
-  EXPECT_EQ(18, Logon("alice", "secret"));
-  EXPECT_EQ(18, Logon("alice", ""));
-  EXPECT_EQ(2u, Errors().size());
-}
-
-TEST_F(UserMapLoading, OpensTheKeyByItselfWhenItIsNeeded) {
-  Put("alice", "secret", kViewer);
-  AtRestCipher::Close();
-  EXPECT_EQ(0, Logon("alice", "secret"));
 }
 
 TEST_F(UserMapLoading, RemembersWhetherTheDeviceHasUniquePasswords) {

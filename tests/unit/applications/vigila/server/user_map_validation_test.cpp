@@ -1,26 +1,8 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
-#include <atomic>
-
+#include "decryptions.h"
 #include "support/library_without_rsa.h"
 #include "support/user_store_fixture.h"
-
-namespace {
-
-std::atomic<int> decryptions = 0;  // by EVP_PKEY_decrypt, in this program
-
-}  // namespace
-
-// Stands in front of the library's own.
-extern "C" int EVP_PKEY_decrypt(EVP_PKEY_CTX* context, unsigned char* clear, size_t* clear_size,
-                                const unsigned char* data, size_t size) {
-  static const auto forward =
-      reinterpret_cast<decltype(&EVP_PKEY_decrypt)>(dlsym(RTLD_NEXT, "EVP_PKEY_decrypt"));
-  ++decryptions;
-  return forward(context, clear, clear_size, data, size);
-}
 
 namespace vigila::server {
 namespace {
@@ -30,8 +12,6 @@ constexpr char kDisabledAlice[] =
     "Authentication Failed: User account 'alice' has been disabled.  Too many invalid passwords.";
 constexpr char kIncorrectAlice[] =
     "Authentication Failed: Incorrect password specified for local user 'alice'.";
-constexpr char kUncheckedAlice[] =
-    "Authentication Failed: The password of local user 'alice' cannot be checked.";
 constexpr char kLoggedOnAlice[] = "Local user 'alice' has successfully logged on.";
 
 class UserMapValidation : public support::UserStoreTest {
@@ -50,9 +30,9 @@ class UserMapValidation : public support::UserStoreTest {
 
   // Private-key operations that one refused logon costs.
   int DecryptionsOf(const std::string& name) {
-    const int before = decryptions;
+    const int before = DecryptionCount();
     EXPECT_NE(0, Logon(name, "wrong")) << name;
-    return decryptions - before;
+    return DecryptionCount() - before;
   }
 
   uint32_t now_ = kStart;
@@ -135,25 +115,14 @@ TEST_F(WithoutPolicy, DecryptsOnceForAnUnknownUserAsForAWrongPassword) {
 TEST_F(WithoutPolicy, TriesTheKeyForAnyNameWhileTheLibraryDoesNotTakeIt) {
   settings_.PutJson("user.none", "{\"Groups\":8}");
   Store().Size();
-  AtRestCipher::Close();
   const support::LibraryWithoutRsa library;
   for (const char* name : {"nosuch", "nosuch", "alice", "alice", "none", "none"}) {
     log_.Clear();
     EXPECT_NE(0, Logon(name, "secret"));
     const Texts errors = log_.TextsOf("AtRestCipher", support::CapturingLog::Level::kError);
     ASSERT_EQ(1u, errors.size()) << name;
-    EXPECT_TRUE(errors[0].starts_with("key file " + key_.Path() + ": the key cannot be built: "));
-  }
-}
-
-TEST_F(WithoutPolicy, TriesTheKeyForAnyNameWhileItIsLost) {
-  Store().Size();
-  AtRestCipher::Close();
-  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
-  for (const char* name : {"nosuch", "alice"}) {
-    log_.Clear();
-    EXPECT_NE(0, Logon(name, "secret"));
-    EXPECT_EQ(1u, Errors().size()) << name;
+    EXPECT_TRUE(
+        errors[0].starts_with("key file " + Cipher().KeyFile() + ": the key cannot be built: "));
   }
 }
 
@@ -478,51 +447,33 @@ TEST_F(WithPolicy, CountsInMemoryWhatCannotBeWritten) {
   }
 }
 
-// The right password too would lock the account, and a viewer does not come back by himself.
-TEST_F(WithPolicy, CountsNothingWhileTheLibraryDoesNotTakeTheKey) {
-  EXPECT_EQ(18, FailAndWait("alice"));
-  const Texts before = Snapshot();
-  const unsigned long writes = krand_core_settings_write_count();
-  AtRestCipher::Close();
-  AtRestCipher::Open(true);
-  log_.Clear();
-  {
-    const support::LibraryWithoutRsa library;
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(18, Logon("alice", "secret"));
-    EXPECT_EQ(18, Logon("alice", "wrong"));
-    EXPECT_EQ(18, Store().ValidatePassword("alice", "secret", "another"));
-    EXPECT_FALSE(Store().IsAccountDisabled("alice"));
+TEST_F(WithPolicy, TakesAPasswordThatCannotBeDecryptedForAWrongOne) {
+  Store().Size();
+  const FailingDecryptions failing;
+  for (const int code : {18, 18, 16}) {
+    EXPECT_EQ(code, Logon("alice", "secret"));
+    now_ += 4;
+    SetTime(now_);
   }
-  EXPECT_EQ(Texts(7, kUncheckedAlice), Notices());
-  EXPECT_EQ(writes, krand_core_settings_write_count());
-  EXPECT_EQ(before, Snapshot());
-  EXPECT_EQ(0, Logon("alice", "secret"));
+  EXPECT_EQ((Texts{kIncorrectAlice, kIncorrectAlice, kDisabledAlice}), Notices());
+  EXPECT_EQ(3u, Stored("alice").failed_attempts);
+  EXPECT_EQ(now_ - 4, Stored("alice").disabled_time);
 }
 
-TEST_F(WithPolicy, CountsNothingWhileTheKeyIsLost) {
-  Store().Size();
-  const Texts before = Snapshot();
-  AtRestCipher::Close();
-  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(18, Logon("alice", "secret"));
-  EXPECT_EQ(before, Snapshot());
-  AtRestCipher::Configure(key_.Path());
-  EXPECT_EQ(0, Logon("alice", "secret"));
-}
-
-// There is nothing that a key could tell.
-TEST_F(WithPolicy, CountsForAnAccountWithoutAPasswordWithoutAKeyToo) {
-  settings_.PutJson("user.none", "{\"Groups\":8}");
+TEST_F(WithPolicy, TakesADamagedPasswordForAWrongOne) {
+  settings_.PutJson("user.alice",
+                    "{\"Groups\":8,\"Password\":\"c2VjcmV0\",\"PasswordTimeEpoch\":1800000000}");
   RestartWithPolicy();
+  EXPECT_EQ(18, FailAndWait("alice"));
+  EXPECT_EQ(Texts{kIncorrectAlice}, Notices());
+  EXPECT_EQ(1u, Stored("alice").failed_attempts);
+}
+
+TEST_F(WithPolicy, CountsTheCheckOfAPresentPasswordThatCannotBeDecrypted) {
   Store().Size();
-  AtRestCipher::Close();
-  AtRestCipher::Configure(settings_.Dir().File("lost.key"));
-  log_.Clear();
-  EXPECT_EQ(18, FailAndWait("none"));
-  EXPECT_EQ(Texts{"Authentication Failed: Incorrect password specified for local user 'none'."},
-            Notices());
-  EXPECT_EQ(18, FailAndWait("none"));
-  EXPECT_EQ(16, Logon("none", "wrong"));
+  const FailingDecryptions failing;
+  EXPECT_EQ(18, Store().ValidatePassword("alice", "secret", "another"));
+  EXPECT_EQ(1u, Stored("alice").failed_attempts);
 }
 
 TEST_F(WithPolicy, WritesOnceForEachCountedLogon) {

@@ -1,16 +1,13 @@
+#include "vigila/server/password_score.h"
+
 #include <pcrecpp.h>
 
 #include <algorithm>
-
-#include "tevra/osa/exception.h"
-#include "vigila/server/user_map_impl.h"
-#include "vigila/server/user_settings.h"
+#include <cstdint>
 
 namespace vigila::server {
 
 namespace {
-
-using tevra::core::SecretText;
 
 // Deliberate: the commas are symbols too; they stand between all the others. "." takes no line
 // break, so what a pattern asks for must stand in one line.
@@ -33,27 +30,13 @@ bool IsAll(const char* pattern, const std::string& text) {
   return pcrecpp::RE(pattern).FullMatch(text);
 }
 
-std::string HistoryKey(const std::string& name) {
-  return UserSettings::Key(UserSettings::kHistoryPrefix, name);
-}
-
-// Deliberate: a history that cannot be read is taken for an empty one. It left its Error line, and
-// an account must not be stuck with its password because of it.
-std::vector<std::string> ReadHistory(const std::string& name) {
-  try {
-    return UserSettings::ReadTexts(HistoryKey(name));
-  } catch (const tevra::osa::Exception&) {
-    return {};
-  }
-}
-
 }  // namespace
 
-int UserMap::Impl::CalculatePasswordScore(const std::string& password) const {
+int PasswordScore::Of(const std::string& password) {
   const auto length = static_cast<int64_t>(password.size());
   int64_t score = 4 * length;
   for (int block = 1; block <= kLongestBlock; ++block) {
-    score += CheckRepetition(block, password) - length;
+    score += LengthWithoutRepetition(block, password) - length;
   }
   if (Contains(kThreeDigits, password)) score += 5;
   if (Contains(kTwoSymbols, password)) score += 5;
@@ -66,7 +49,7 @@ int UserMap::Impl::CalculatePasswordScore(const std::string& password) const {
   return static_cast<int>(std::clamp<int64_t>(score, 0, 100));
 }
 
-int UserMap::Impl::CheckRepetition(int block_length, const std::string& text) const {
+int PasswordScore::LengthWithoutRepetition(int block_length, const std::string& text) {
   const size_t length = text.size();
   const auto block = static_cast<size_t>(std::max(block_length, 0));
   if (block == 0) return static_cast<int>(length);
@@ -80,25 +63,6 @@ int UserMap::Impl::CheckRepetition(int block_length, const std::string& text) co
     i += repeated ? block : 1;
   }
   return kept;
-}
-
-bool UserMap::Impl::MatchOldPassword(const std::string& name, const std::string& proposed) const {
-  for (const std::string& stored : ReadHistory(name)) {
-    const std::optional<SecretText> password = Decrypt(stored);
-    if (password.has_value() && tevra::core::EqualInConstantTime(password->View(), proposed))
-      return true;
-  }
-  return false;
-}
-
-void UserMap::Impl::UpdateOldPasswords(const std::string& name,
-                                       const std::string& stored_password) const {
-  std::vector<std::string> history = ReadHistory(name);
-  history.push_back(stored_password);
-  if (history.size() > old_passwords_kept_) {
-    history.erase(history.begin(), history.end() - old_passwords_kept_);
-  }
-  UserSettings::WriteTexts(HistoryKey(name), history);
 }
 
 }  // namespace vigila::server

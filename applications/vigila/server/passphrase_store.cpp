@@ -1,4 +1,8 @@
+#include "vigila/server/passphrase_store.h"
+
+#include <optional>
 #include <sstream>
+#include <utility>
 
 #include "json/elements.h"
 #include "json/reader.h"
@@ -6,14 +10,13 @@
 #include "krand/base64/base64.h"
 #include "tevra/core/json_utils.h"
 #include "tevra/osa/exception.h"
-#include "vigila/server/user_map_impl.h"
+#include "utilc/uuid.h"
+#include "vigila/server/password_vault.h"
 #include "vigila/server/user_settings.h"
 
 namespace vigila::server {
 
 namespace {
-
-using tevra::core::SecretText;
 
 constexpr char kIdentifierFormat[] =
     "%02hhx%02hhx%02hhx%02hhx-%02hhx%02hhx-%02hhx%02hhx-%02hhx%02hhx-"
@@ -33,7 +36,7 @@ std::string PhraseKey(const std::string& id) {
 
 }  // namespace
 
-UserMap::Impl::MyPassphrase::MyPassphrase(const std::string& json) {
+Passphrase::Passphrase(const std::string& json) {
   json::Object object;
   std::istringstream stream(json);
   json::Reader::Read(object, stream);
@@ -43,13 +46,24 @@ UserMap::Impl::MyPassphrase::MyPassphrase(const std::string& json) {
 }
 
 // Deliberate: the alias in base64, which holds any bytes and needs no escapes.
-std::string UserMap::Impl::MyPassphrase::ToJson() const {
+std::string Passphrase::ToJson() const {
   return "{\"Phrase\":\"" + phrase + "\",\"Alias\":\"" + krand::lib::Base64::Encode(alias) + "\"}";
 }
 
-std::string UserMap::Impl::AddPassphrase(const std::string& phrase, const std::string& alias) {
-  if (IsChangeSet()) throw tevra::osa::Exception("a change set keeps no passphrases");
-  const tevra::osa::MutexAutoLock lock(mutex_);
+PassphraseStore::PassphraseStore(const PasswordVault& vault)
+    : vault_(vault), logger_(tevra::core::Logger::GetLogger("UserMap")) {}
+
+PassphraseStore::Passphrases PassphraseStore::Read() {
+  Passphrases passphrases;
+  for (const std::string& key : UserSettings::Keys(UserSettings::kPhrasePrefix)) {
+    const std::optional<Passphrase> passphrase = UserSettings::ReadRecord<Passphrase>(key);
+    if (!passphrase.has_value()) continue;
+    passphrases[key.substr(UserSettings::kPhrasePrefix.size())] = *passphrase;
+  }
+  return passphrases;
+}
+
+std::string PassphraseStore::Add(const std::string& phrase, const std::string& alias) {
   // Deliberate: drawn before the phrase is looked at; a refused call uses an identifier up.
   std::string id = DrawIdentifier();
   while (passphrases_.contains(id)) id = DrawIdentifier();
@@ -57,10 +71,10 @@ std::string UserMap::Impl::AddPassphrase(const std::string& phrase, const std::s
     logger_->Error("AddPassphrase: empty passphrase");
     return {};
   }
-  MyPassphrase passphrase;
+  Passphrase passphrase;
   passphrase.alias = alias;
   try {
-    passphrase.phrase = Encrypt(phrase);
+    passphrase.phrase = vault_.Encrypt(phrase);
     UserSettings::WriteJson(PhraseKey(id), passphrase.ToJson());
   } catch (const tevra::osa::Exception& error) {
     logger_->Error("AddPassphrase: %s", error.what());
@@ -70,16 +84,14 @@ std::string UserMap::Impl::AddPassphrase(const std::string& phrase, const std::s
   return id;
 }
 
-std::string UserMap::Impl::GetPassphrase(const std::string& id) const {
-  const tevra::osa::MutexAutoLock lock(mutex_);
+std::string PassphraseStore::Get(const std::string& id) const {
   const auto entry = passphrases_.find(id);
   if (entry == passphrases_.end()) return {};
-  const std::optional<SecretText> clear = Decrypt(entry->second.phrase);
+  const std::optional<tevra::core::SecretText> clear = vault_.Decrypt(entry->second.phrase);
   return clear.has_value() ? std::string(clear->View()) : std::string();
 }
 
-std::string UserMap::Impl::GetPassphrases() const {
-  const tevra::osa::MutexAutoLock lock(mutex_);
+std::string PassphraseStore::List() const {
   json::Array list;
   for (const auto& [id, passphrase] : passphrases_) {
     json::Object entry;
@@ -94,8 +106,7 @@ std::string UserMap::Impl::GetPassphrases() const {
   return stream.str();
 }
 
-bool UserMap::Impl::DeletePassphrase(const std::string& id) {
-  const tevra::osa::MutexAutoLock lock(mutex_);
+bool PassphraseStore::Delete(const std::string& id) {
   const auto entry = passphrases_.find(id);
   if (entry == passphrases_.end()) return false;
   UserSettings::Delete(PhraseKey(id));

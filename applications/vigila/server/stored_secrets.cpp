@@ -1,0 +1,70 @@
+#include "vigila/server/stored_secrets.h"
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+
+#include "vigila/server/passphrase_store.h"
+#include "vigila/server/user_map_impl.h"
+#include "vigila/server/user_settings.h"
+
+namespace vigila::server {
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+bool MayHoldPassword(const std::string& key) {
+  const std::optional<std::string> json = UserSettings::ReadJson(key);
+  return json.has_value() && json->find("\"Password\"") != std::string::npos;
+}
+
+bool HoldsHistory(const std::string& key) {
+  const Texts history = UserSettings::ReadTexts(key);
+  return std::any_of(history.begin(), history.end(),
+                     [](const std::string& text) { return !text.empty(); });
+}
+
+// The secret in a record; empty when it is malformed.
+template <typename Record>
+std::string ReadSecret(const std::string& key, std::string Record::*member) {
+  const std::optional<std::string> json = UserSettings::ReadJson(key);
+  if (!json.has_value()) return {};
+  try {
+    return Record(*json).*member;
+  } catch (const std::exception&) {
+    return {};
+  }
+}
+
+Texts SecretsUnder(std::string_view prefix, const std::string& key) {
+  if (prefix == UserSettings::kHistoryPrefix) return UserSettings::ReadTexts(key);
+  if (prefix == UserSettings::kPhrasePrefix) return {ReadSecret(key, &Passphrase::phrase)};
+  return {ReadSecret(key, &UserMap::Impl::MyUser::password)};
+}
+
+}  // namespace
+
+bool StoredSecrets::Any() {
+  const Texts users = UserSettings::Keys(UserSettings::kUserPrefix);
+  const Texts histories = UserSettings::Keys(UserSettings::kHistoryPrefix);
+  return !UserSettings::Keys(UserSettings::kPhrasePrefix).empty() ||
+         std::any_of(users.begin(), users.end(), MayHoldPassword) ||
+         std::any_of(histories.begin(), histories.end(), HoldsHistory);
+}
+
+Texts StoredSecrets::Read(size_t limit) {
+  Texts secrets;
+  for (const std::string_view prefix :
+       {UserSettings::kUserPrefix, UserSettings::kPhrasePrefix, UserSettings::kHistoryPrefix}) {
+    for (const std::string& key : UserSettings::Keys(prefix)) {
+      for (std::string& secret : SecretsUnder(prefix, key)) {
+        if (secrets.size() == limit) return secrets;
+        if (!secret.empty() && !IsDigest(secret)) secrets.push_back(std::move(secret));
+      }
+    }
+  }
+  return secrets;
+}
+
+}  // namespace vigila::server
