@@ -9,7 +9,7 @@
 
 namespace vigila::server {
 
-// The file around an at-rest key, whatever is in it: read only when nobody else could have read or
+// The file around an at-rest key, whatever is in it: read only when no one else could have read or
 // written it, and never seen before it is whole. Failures throw tevra::osa::Exception that names
 // the file.
 class KeyFile {

@@ -50,7 +50,7 @@ std::string RefuseWsseLogon(tevra::core::Logger& logger, int code, const std::st
       logger.Information("remote user can't use digest mode");
       return contract::kNoDigestToken;
     case UserMap::kWrongPassword:
-      // Deliberate: two blanks after the first full stop belong to the text.
+      // Contract: two blanks after the first full stop belong to the text.
       logger.Information("Digest doesn't match SHA1 calculation for user %s.  Invalid password.",
                          name.c_str());
       return contract::kNoToken;

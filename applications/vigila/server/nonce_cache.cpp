@@ -42,7 +42,7 @@ bool NonceCache::Has(const std::string& nonce) {
 
 bool NonceCache::CheckNonceAndCount(const std::string& nonce, const std::string& nc) {
   MutexAutoLock lock(mutex_);
-  // Deliberate: the pass comes before the look-up, so an overfull cache may evict the very nonce
+  // Contract: the pass comes before the look-up, so an overfull cache may evict the very nonce
   // that is asked about.
   CheckExpire();
   const auto entry = Find(nonce);
@@ -54,7 +54,7 @@ void NonceCache::CheckExpire() {
   TimeStruct now;
   time_source_->GetTime(now);
   while (!by_age_.empty()) {
-    // Deliberate: the life counts from the creation; use never extends it.
+    // Contract: the life counts from the creation; use never extends it.
     TimeStruct expiry = (*by_age_.begin())->second.created;
     expiry += lifetime_.AsMicroseconds();
     if (now <= expiry) break;
@@ -66,9 +66,9 @@ void NonceCache::CheckExpire() {
 }
 
 bool NonceCache::CheckCount(Entries::iterator entry, const std::string& nc) {
-  // Deliberate: clients that count nothing send no count; only the nonce's life protects them.
+  // Contract: clients that count nothing send no count; only the nonce's life protects them.
   if (nc.empty()) return false;
-  // Deliberate: leading blanks, a sign and "0x" are read as strtoul reads them, what follows the
+  // Contract: leading blanks, a sign and "0x" are read as strtoul reads them, what follows the
   // number is ignored, and no number at all is 0, which is never new.
   const uint64_t count = std::strtoull(nc.c_str(), nullptr, 16);
   if (count <= entry->second.count) return true;

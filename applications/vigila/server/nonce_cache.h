@@ -17,7 +17,7 @@ namespace vigila::server {
 // web-service clients have used, each for 300 seconds from its creation. Holds at most 1024 entries
 // after each expiry pass, 1025 between two.
 //
-// Deliberate: both kinds are known to each other, so an issued nonce is used up for a web-service
+// Contract: both kinds are known to each other, so an issued nonce is used up for a web-service
 // logon, and one that a web-service client has used passes for issued.
 //
 // Any thread may call.

@@ -45,7 +45,7 @@ Passphrase::Passphrase(const std::string& json) {
   alias = krand::lib::Base64::Decode(tevra::core::JsonUtils::AsString(members["Alias"]));
 }
 
-// Deliberate: the alias in base64, which holds any bytes and needs no escapes.
+// Contract: the alias in base64, which holds any bytes and needs no escapes.
 std::string Passphrase::ToJson() const {
   return "{\"Phrase\":\"" + phrase + "\",\"Alias\":\"" + krand::lib::Base64::Encode(alias) + "\"}";
 }

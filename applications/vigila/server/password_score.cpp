@@ -9,8 +9,8 @@ namespace vigila::server {
 
 namespace {
 
-// Deliberate: the commas are symbols too; they stand between all the others. "." takes no line
-// break, so what a pattern asks for must stand in one line.
+// Contract: a comma is a symbol too, because it stands between the others in the classes.
+// A "." matches no line break, so what a pattern asks for must stand in one line.
 constexpr char kThreeDigits[] = "(.*[0-9].*[0-9].*[0-9])";
 constexpr char kTwoSymbols[] = "(.*[!,@,#,$,%,^,&,*,?,_,~].*[!,@,#,$,%,^,&,*,?,_,~])";
 constexpr char kBothCases[] = "(.*[a-z].*[A-Z])|(.*[A-Z].*[a-z])";
@@ -44,7 +44,7 @@ int PasswordScore::Of(const std::string& password) {
   if (Contains(kDigit, password) && Contains(kLetter, password)) score += 15;
   if (Contains(kDigit, password) && Contains(kSymbol, password)) score += 15;
   if (Contains(kLetter, password) && Contains(kSymbol, password)) score += 15;
-  // Deliberate: the empty password is both and pays once.
+  // The empty password is both, and loses ten points once.
   if (IsAll(kDigitsOnly, password) || IsAll(kLettersOnly, password)) score -= 10;
   return static_cast<int>(std::clamp<int64_t>(score, 0, 100));
 }

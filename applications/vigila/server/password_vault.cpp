@@ -12,7 +12,7 @@ using tevra::core::SecretText;
 std::optional<SecretText> PasswordVault::Decrypt(const std::string& stored) const {
   if (stored.empty() || cipher_ == nullptr) return std::nullopt;
   std::optional<SecretText> clear = cipher_->Decrypt(stored);
-  // An empty password would let everybody in who offers none.
+  // An empty password would let everyone in who offers none.
   if (clear.has_value() && clear->Empty()) return std::nullopt;
   return clear;
 }

@@ -78,18 +78,18 @@ int PermissionImpl::getAccessRule(const char* path, char** rule) {
     found = dynamic_rules_.find(path);
     if (found == dynamic_rules_.end()) return 1;
   }
-  // Deliberate: the text as it was set, not a rendering of what it was understood to mean.
+  // Contract: the text as it was set, not a rendering of what it was understood to mean.
   char* const copy = strdup(found->second.c_str());
   if (copy == nullptr) return 1;
   *rule = copy;
   return 0;
 }
 
-// Deliberate: the text is not validated. Whatever it says is kept and obeyed; a mistyped identifier
-// admits nobody.
+// Contract: the text is not validated. Whatever it says is kept and obeyed; a mistyped identifier
+// admits no one.
 int PermissionImpl::setAccessRule(const char* path, const char* rule) {
   if (path == nullptr || rule == nullptr) return 1;
-  // Deliberate: the static rules are not in this list and so are read-only here.
+  // Contract: the static rules are not in this list and so are read-only here.
   if (std::find(changeable_paths_.begin(), changeable_paths_.end(), path) ==
       changeable_paths_.end()) {
     return 1;
@@ -131,7 +131,7 @@ std::string PermissionImpl::InitialRule(const contract::Rule& rule,
   std::string value = ReadRuleSetting(rule.path);
   if (!value.empty()) return value;
   value = older_settings.GetValue(kOlderRules + std::string(rule.path));
-  // Deliberate: the default is written back too, so that the setting shows the rule in force.
+  // Contract: the default is written back too, so that the setting shows the rule in force.
   if (value.empty()) value = rule.value;
   WriteRuleSetting(rule.setting, value);
   return value;
@@ -149,7 +149,7 @@ std::string PermissionImpl::ReadRuleSetting(const std::string& path) {
   }
 }
 
-// Deliberate: a rule that could not be kept is in force until the next start, and the caller is not
+// Contract: a rule that could not be kept is in force until the next start, and the caller is not
 // told.
 void PermissionImpl::WriteRuleSetting(const std::string& setting, const std::string& value) {
   const krand_core_status status =

@@ -18,14 +18,14 @@ namespace {
 
 Expression ParseRule(const std::string& value) {
   if (value.starts_with('{')) {
-    // Deliberate: an identifier that cannot be read stays all zero and is not reported. The rule is
-    // kept and admits nobody, which is the safe way to be wrong.
+    // Contract: an identifier that cannot be read stays all zero and is not reported. The rule is
+    // kept and admits no one, which is the safe way to be wrong.
     _uuid_t uuid = {};
     uuid_scan(value.c_str(), &uuid);
     return Expression::Permission(uuid);
   }
   if (value.starts_with('@')) return Expression::GroupName(value.substr(1));
-  // Deliberate: "True", "1" and the like are the constant false.
+  // Contract: "True", "1" and the like are the constant false.
   return Expression::Constant(value == "true");
 }
 
@@ -49,7 +49,7 @@ void RuleManager::SetRules(const std::map<std::string, std::string>& rules, bool
   DeleteRules(table);
 }
 
-// Deliberate: an anonymous caller is no user here, not the "nobody" account, so a permission that
+// Contract: an anonymous caller is no user here, not the "nobody" account, so a permission that
 // this account holds does not make a path unprotected.
 bool RuleManager::IsProtected(const std::string& path) const {
   MutexAutoLock lock(mutex_);
@@ -63,7 +63,7 @@ bool RuleManager::HasAccess(const std::string& path, const User* user) const {
   return rule == nullptr || rule->Evaluate(user);
 }
 
-// Deliberate: patterns are no paths, so the dynamic rules are never listed; implied ones are.
+// Contract: patterns are no paths, so the dynamic rules are never listed; implied ones are.
 std::vector<std::string> RuleManager::GetAllowedPaths(const User* user) const {
   MutexAutoLock lock(mutex_);
   std::vector<std::string> paths;
@@ -74,11 +74,11 @@ std::vector<std::string> RuleManager::GetAllowedPaths(const User* user) const {
 }
 
 const Expression* RuleManager::FindRule(const std::string& path) const {
-  // Deliberate: "*" is an ordinary character in the exact table: "/control/*" governs that very
+  // Contract: "*" is an ordinary character in the exact table: "/control/*" governs that very
   // text and, through its implied rule, "/control", but not what lies below.
   const auto exact = exact_rules_.find(path);
   if (exact != exact_rules_.end()) return exact->second.get();
-  // Deliberate: the first pattern in byte order wins, not the most specific one.
+  // Contract: the first pattern in byte order wins, not the most specific one.
   for (const auto& [pattern, rule] : pattern_rules_) {
     if (tevra::core::StringUtil::MatchesPattern(pattern, path)) return rule.get();
   }
@@ -102,7 +102,7 @@ void RuleManager::CalculateImplicitRules(Rules& rules) const {
       logger_->Debug("adding rule for %s (implied from %s)", prefix.c_str(), path.c_str());
     }
   }
-  // Deliberate: an implied rule takes the place of an explicit one for the same path, and of two
+  // Contract: an implied rule takes the place of an explicit one for the same path, and of two
   // rules that imply the same path the one with the greater key wins.
   for (auto& [path, rule] : implied) rules[path] = std::move(rule);
 }

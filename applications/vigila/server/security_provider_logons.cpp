@@ -21,7 +21,7 @@ using model::User;
 
 constexpr size_t kLongestNonceKept = 256;
 
-// What the client must have answered. Deliberate: every other qop than these two, also a misspelt
+// What the client must have answered. Contract: every other qop than these two, also a misspelt
 // one, is the old form without counts; a body's hash is the caller's business, inside `ha2`.
 std::string ExpectedResponse(const std::string& ha1, const std::string& nonce,
                              const std::string& qop, const std::string& cnonce,
@@ -60,7 +60,7 @@ std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64
   const tevra::core::ScopedWipe wipe(password);
   const std::string ha1 = MakeHA1(name, password);
 
-  // Deliberate: a session that may be shared is found before the store is asked. That its digest
+  // Contract: a session that may be shared is found before the store is asked. That its digest
   // matches proves the password, so it is handed out even while the account is locked.
   std::string token;
   if (FindReusable(reuse, name, ha1, token)) {
@@ -88,8 +88,8 @@ std::string SecurityProvider::GetNonce() {
   return nonce;
 }
 
-// Deliberate: lock-out and expiry are asked of the store with the digest, but nothing is counted
-// and their refusals are not told apart: the digest check stands in for them.
+// Contract: lock-out and expiry are asked of the store with the digest, but nothing is counted
+// and every refusal of the account looks like a wrong response to the client.
 std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& username,
                                                const std::string& nonce, const std::string& ha2,
                                                bool sess, const std::string& qop,
@@ -101,12 +101,12 @@ std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& us
 
   const std::string expected = ExpectedResponse(
       sess ? User::MD5sum(ha1 + ":" + nonce + ":" + cnonce) : ha1, nonce, qop, cnonce, nc, ha2);
-  // Deliberate: byte for byte, so that upper-case digits do not match.
+  // Contract: byte for byte, so that upper-case digits do not match.
   if (!tevra::core::EqualInConstantTime(expected, response)) return contract::kNoToken;
-  // Deliberate: only now the nonce, so that a wrong response never uses up a count.
+  // Contract: only now the nonce, so that a wrong response never uses up a count.
   if (nonces_.CheckNonceAndCount(NonceKey(nonce), nc)) return contract::kExpiredToken;
 
-  // Deliberate: sessions carry and are found by the stored digest, also under MD5-sess.
+  // Contract: sessions carry and are found by the stored digest, also under MD5-sess.
   std::string token;
   if (FindReusable(reuse, username, ha1, token)) {
     logger_->Debug("username/digest token cached %s to client", token.c_str());
@@ -127,7 +127,7 @@ bool SecurityProvider::IsCreatedNow(const std::string& created) const {
   }
   const int64_t difference =
       (time.seconds - now.seconds) * 1000000 + (time.microseconds - now.microseconds);
-  // Deliberate: whole seconds, and the last one is still accepted, in either direction.
+  // Contract: whole seconds, and the last one is still accepted, in either direction.
   const int64_t seconds = tevra::osa::TimeSpan::FromMicroseconds(difference).WholeSeconds();
   if (std::abs(seconds) <= contract::kClockToleranceSecs) return true;
   logger_->Information("digest created time %s is more than %d seconds off local clock",
@@ -138,7 +138,7 @@ bool SecurityProvider::IsCreatedNow(const std::string& created) const {
 std::string SecurityProvider::AuthenticateWsse(bool reuse, const std::string& username,
                                                const std::string& digest, const std::string& nonce,
                                                const std::string& created) {
-  // Deliberate: the nonce is used up first, whatever comes of the attempt, and a replayed or stale
+  // Contract: the nonce is used up first, whatever comes of the attempt, and a replayed or stale
   // request never reaches the store.
   if (nonces_.Has(NonceKey(nonce))) {
     logger_->Information("nonce %s has already been used", nonce.c_str());
@@ -151,7 +151,7 @@ std::string SecurityProvider::AuthenticateWsse(bool reuse, const std::string& us
   if (code != UserMap::kOk) return RefuseWsseLogon(*logger_, code, username, digest, nonce);
   std::string token;
   if (FindReusable(reuse, username, ha1, token)) {
-    // Deliberate: the words of the password logon: this scheme too has proven the password itself.
+    // Contract: the words of the password logon: this scheme too has proven the password itself.
     logger_->Debug("username/password token cached %s to client", token.c_str());
     return token;
   }

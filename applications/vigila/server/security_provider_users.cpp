@@ -74,7 +74,7 @@ bool ReadNumber(const json::UnknownElement* element, uint32_t& number) {
   }
 }
 
-// Deliberate: the characters come last, so that a taken name is reported as taken whatever is in
+// Contract: the characters come last, so that a taken name is reported as taken whatever is in
 // it. A zero byte is one of them: the settings know accounts by C texts, and two names that differ
 // only behind a zero byte would share one key.
 int CheckNewName(const std::string& name, const UserMap& store, const UserMap& changes) {
@@ -91,23 +91,23 @@ int CheckNewName(const std::string& name, const UserMap& store, const UserMap& c
 int ReadNewPassword(const json::UnknownElement& entry, const UserMap& store,
                     std::string& password) {
   if (!ReadText(FindMember(entry, "Password"), password)) return SecurityProvider::kMalformed;
-  // Deliberate: no name, so that only the length counts; an account that is to be has no history.
+  // Contract: no name, so that only the length counts; an account that is to be has no history.
   return store.ValidatePassword("", "", password);
 }
 
 // Leaves `password` empty, which keeps the present one, when the entry gives none.
 int ReadChangedPassword(const json::UnknownElement& entry, const std::string& name,
                         const UserMap& store, std::string& password) {
-  // Deliberate: the anonymous account's is not even looked at.
+  // Contract: the anonymous account's is not even looked at.
   if (name == User::kAnonymousUsername) return SecurityProvider::kApplied;
   const json::UnknownElement* member = FindMember(entry, "Password");
   if (member == nullptr) return SecurityProvider::kApplied;
   if (!ReadText(member, password)) return SecurityProvider::kMalformed;
-  // Deliberate: a password that is present and empty is too short, not absent.
+  // Contract: a password that is present and empty is too short, not absent.
   return store.ValidatePassword(name, "", password);
 }
 
-// Deliberate: "nobody" may take 0, which leaves the anonymous account no permission at all.
+// Contract: "nobody" may take 0, which leaves the anonymous account no permission at all.
 int CheckGroup(uint32_t group, const std::string& name) {
   const bool nobody = name == User::kAnonymousUsername;
   if (group > kHighestGroup) return SecurityProvider::kBadGroup;
@@ -147,7 +147,7 @@ int ProcessEntry(const json::UnknownElement& entry, bool add, const UserMap& sto
   if (!ReadNumber(FindMember(entry, "Group"), group)) return SecurityProvider::kMalformed;
   code = CheckGroup(group, name);
   if (code != SecurityProvider::kApplied) return code;
-  // Deliberate: an account that is modified twice in one request keeps the last change.
+  // Contract: an account that is modified twice in one request keeps the last change.
   changes.Set(name, password, static_cast<ISecurityProvider::Group>(group));
   return SecurityProvider::kApplied;
 }
@@ -168,7 +168,7 @@ int SecurityProvider::ProcessJson(const std::string& json, bool add) {
   UserMap changes(nullptr);
   json::Array entries;
   if (!ReadUsers(json, entries)) return kMalformed;
-  // Deliberate: before any entry is looked at, so that a full store answers every request alike.
+  // Contract: before any entry is looked at, so that a full store answers every request alike.
   if (add && entries.Size() + users_.Size() > contract::kMaxUsers) return kTooManyUsers;
   const json::Array& read = entries;
   for (auto entry = read.Begin(); entry != read.End(); ++entry) {
@@ -177,21 +177,21 @@ int SecurityProvider::ProcessJson(const std::string& json, bool add) {
   }
   const int merged = users_.Merge(changes);
   if (merged >= 0) return merged;
-  // Deliberate: only a store that changed is announced, whereas deleting announces every success.
+  // Contract: only a store that changed is announced, whereas deleting announces every success.
   FireChangeListeners(true);
   return kApplied;
 }
 
 int SecurityProvider::DeleteUsers(const std::vector<std::string>& names) {
   UserMap changes(nullptr);
-  // Deliberate: the first name that cannot be deleted decides, and nothing is deleted then.
+  // Contract: the first name that cannot be deleted decides, and nothing is deleted then.
   for (const std::string& name : names) {
     if (name == User::kAnonymousUsername) return kNobodyNotDeletable;
     if (!users_.Exists(name)) return kUnknownUser;
     changes.Set(name, "", users_.GetGroup(name));
   }
   const int code = users_.Delete(changes);
-  // Deliberate: also after a list of no names, which deletes nothing.
+  // Contract: also after a list of no names, which deletes nothing.
   if (code == kApplied) FireChangeListeners(true);
   return code;
 }

@@ -81,8 +81,8 @@ std::string SessionManager::SessionManagerImpl::Enroll(User* user) {
 
   TimeStruct now;
   time_source_->GetTime(now);
-  // Deliberate: stamped before the lock is taken, so a session that had to wait for the lock is as
-  // old as its logon.
+  // Deliberate: stamped before the lock is taken, so the idle time counts from the logon also when
+  // the lock had to be waited for.
   user->SetLastAccess(now);
 
   MutexAutoLock lock(mutex_);

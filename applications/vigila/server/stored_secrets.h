@@ -17,7 +17,7 @@ class StoredSecrets final {
   // Those of the records that a load accepts, `limit` at most.
   static std::vector<std::string> Read(size_t limit);
 
-  // Deliberate: a stored password of 32 characters is taken for a digest that somebody put there.
+  // Contract: a stored password of 32 characters is taken for a digest that somebody put there.
   // No key reads it, and no clear password can be had from it.
   static bool IsDigest(const std::string& stored) { return stored.size() == 32; }
 };

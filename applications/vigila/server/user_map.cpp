@@ -111,7 +111,7 @@ int UserMap::Merge(const UserMap& change_set) {
 }
 
 int UserMap::Delete(const UserMap& change_set) {
-  // Deliberate: the same words as Merge's; callers know this misuse by its text.
+  // Contract: the same words as Merge's; callers know this misuse by its text.
   if (&change_set == this) throw tevra::osa::Exception("Can't merge UserMap into itself");
   impl_->Init();
   return impl_->Delete(*change_set.impl_);

@@ -9,7 +9,7 @@ namespace vigila::server {
 
 using tevra::core::SecretText;
 
-// A merge as it will be, worked out on a copy. Until it is written nobody sees anything of it.
+// A merge as it will be, worked out on a copy. Until it is written no one sees anything of it.
 struct UserMap::Impl::MergePlan {
   Users users;
   uint32_t administrators = 0;
@@ -36,7 +36,7 @@ void UserMap::Impl::Set(const std::string& name, const std::string& password, Gr
   if (!IsChangeSet()) throw tevra::osa::Exception("Use Merge() rather than Set()");
   const tevra::osa::MutexAutoLock lock(mutex_);
   MyUser& user = users_[name];
-  // Deliberate: the last word on a name counts, as if the earlier one had not been said.
+  // Contract: a name that is set twice keeps the last password and group.
   if (user.group == ISecurityProvider::kAdministrators) --administrator_count_;
   tevra::core::Wipe(user.password);
   user = MyUser();
@@ -60,12 +60,12 @@ int UserMap::Impl::Merge(const Impl& change_set) {
   plan.now = now;
   for (auto& [name, user] : plan.users) user.dirty = false;
   for (const auto& [name, wanted] : change_set.users_) PlanEntry(plan, name, wanted);
-  // Deliberate: a store that never had an administrator may go on without one.
+  // Contract: a store that never had an administrator may go on without one.
   if (plan.administrators == 0 && administrator_count_ != 0) return kLastAdministrator;
   if (!plan.changed) return kOk;
   WritePlan(plan);
   AdoptPlan(plan);
-  // Deliberate: negative for success, so that callers tell a change from none.
+  // Contract: negative for success, so that callers tell a change from none.
   return kMerged;
 }
 
@@ -88,7 +88,7 @@ void UserMap::Impl::PlanEntry(MergePlan& plan, const std::string& name,
     if (user.group == ISecurityProvider::kAdministrators) plan.CountOut();
     if (wanted.group == ISecurityProvider::kAdministrators) ++plan.administrators;
   }
-  // Deliberate: the present password once more is no change; counters, history and sessions stay.
+  // Contract: the present password once more is no change; counters, history and sessions stay.
   if (!password.Empty() && !vault_.Matches(user.password, password.View())) {
     PlanPassword(plan, name, user, password, wanted.group);
   } else if (user.group != wanted.group) {
@@ -109,7 +109,7 @@ void UserMap::Impl::PlanPassword(MergePlan& plan, const std::string& name, MyUse
   PlanGroup(plan, name, user, group);
 }
 
-// Deliberate: a change of the group ends the sessions, which hold the old rights, but leaves the
+// Contract: a change of the group ends the sessions, which hold the old rights, but leaves the
 // counters; only a new password lets a locked account in again.
 void UserMap::Impl::PlanGroup(MergePlan& plan, const std::string& name, MyUser& user, Group group) {
   user.group = group;
@@ -137,7 +137,7 @@ void UserMap::Impl::AdoptPlan(MergePlan& plan) {
       nobody->second.group == nobody_->GetGroup()) {
     return;
   }
-  // Deliberate: after the write. The store keeps the group that was asked for; while the policy is
+  // Contract: after the write. The store keeps the group that was asked for; while the policy is
   // enforced nobody gets no more than its own.
   if (policy_enforced_) nobody->second.group = ISecurityProvider::kNobody;
   MakeNobodyEntry();
@@ -152,7 +152,7 @@ int UserMap::Impl::Delete(const Impl& change_set) {
     throw tevra::osa::Exception("Delete() takes change set as argument");
   }
   const tevra::osa::MutexAutoLock lock(mutex_);
-  // Deliberate: counted by the groups that the change set names, not by those that are stored.
+  // Contract: counted by the groups that the change set names, not by those that are stored.
   const uint32_t deleted = change_set.administrator_count_;
   if (administrator_count_ != 0 && deleted >= administrator_count_) return kLastAdministrator;
   if (change_set.users_.empty()) return kOk;

@@ -49,7 +49,7 @@ int UserMap::Impl::GetHA1(const std::string& name, std::string& ha1) {
   return kOk;
 }
 
-// Deliberate: no retry delay here, since clients sign every message anew and would have the good
+// Contract: no retry delay here, since clients sign every message anew and would have the good
 // ones refused behind a bad one; and expiry is asked only after the digest matched.
 int UserMap::Impl::ValidateWsseDigest(const std::string& name, const std::string& digest,
                                       const std::string& nonce, const std::string& created,
@@ -64,7 +64,7 @@ int UserMap::Impl::ValidateWsseDigest(const std::string& name, const std::string
     return kNoSuchUser;
   }
   if (IsDisabled(found)) return kDisabled;
-  // Deliberate: a malformed digest is told before a malformed nonce, and both count as failures.
+  // Contract: a malformed digest is told before a malformed nonce, and both count as failures.
   if (!well_formed) {
     if (HandleWrongPassword(*found)) return kDisabled;
     return digest_bytes.size() != SHA_DIGEST_LENGTH ? kBadDigestLength : kBadNonce;

@@ -66,7 +66,7 @@ std::set<_uuid_t> UserMap::Impl::GetPermissions(Group group) const {
 std::set<_uuid_t> UserMap::Impl::GetPermissions(const PermissionTable& table, Group group) {
   std::set<_uuid_t> permissions;
   for (const auto& [text, mask] : table) {
-    // Deliberate: administrators hold every permission, whatever its mask says.
+    // Contract: administrators hold every permission, whatever its mask says.
     if ((mask & group) == 0 && (group & ISecurityProvider::kAdministrators) == 0) continue;
     // Deliberate: a text that is no identifier grants the zero one, which no rule asks for.
     _uuid_t uuid = {};

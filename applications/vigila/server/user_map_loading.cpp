@@ -43,7 +43,7 @@ UserMap::Impl::MyUser::MyUser(const std::string& json) {
   failed_attempts = ReadOptional(members, "NumFailedLoginAttempts");
 }
 
-// Deliberate: without a password the counters are left out as well; they say nothing then.
+// Contract: without a password the counters are left out as well; there is nothing to count.
 std::string UserMap::Impl::MyUser::ToJson() const {
   std::string text = "{\"Groups\":" + std::to_string(static_cast<int32_t>(group));
   if (!password.empty()) {
@@ -91,7 +91,7 @@ void UserMap::Impl::PopulateMaps() {
     }
     transaction.Commit();
   }
-  // Deliberate: only in memory. The store keeps the group that was asked for, in case the policy is
+  // Contract: only in memory. The store keeps the group that was asked for, in case the policy is
   // switched off again.
   if (policy_enforced_ && administrators != 0) {
     users[User::kAnonymousUsername].group = ISecurityProvider::kNobody;
@@ -110,8 +110,8 @@ UserMap::Impl::Users UserMap::Impl::LoadUsers() const {
     if (!user.has_value()) continue;
     const std::string name = key.substr(UserSettings::kUserPrefix.size());
     if (name == User::kAnonymousUsername) {
-      // Deliberate: only these two groups are taken away. Whoever edits the store by hand must not
-      // make an administrator of everybody, but may let everybody watch or operate.
+      // Contract: only these two groups are taken away. Whoever edits the store by hand must not
+      // make everyone an administrator, but may let everyone watch or operate.
       if (user->group == ISecurityProvider::kAdministrators ||
           user->group == ISecurityProvider::kManagers) {
         user->group = ISecurityProvider::kNobody;
@@ -126,7 +126,7 @@ UserMap::Impl::Users UserMap::Impl::LoadUsers() const {
 }
 
 void UserMap::Impl::EnforceAtLoad(MyUser& user, uint32_t now) const {
-  // Deliberate: a restart lets a locked administrator in again, but one more wrong password locks
+  // Contract: a restart lets a locked administrator in again, but one more wrong password locks
   // at once, and the time of the last failure is now: for the retry delay even the right one fails.
   if (user.group == ISecurityProvider::kAdministrators && user.disabled_time != 0) {
     user.disabled_time = 0;

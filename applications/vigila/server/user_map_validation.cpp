@@ -8,7 +8,7 @@ namespace vigila::server {
 
 namespace {
 
-// Deliberate: two blanks between the sentences; log filters look for the line as it is.
+// Contract: two blanks between the sentences; log filters look for the line as it is.
 constexpr char kDisabledLine[] =
     "Authentication Failed: User account '%s' has been disabled.  Too many invalid passwords.";
 
@@ -21,7 +21,7 @@ uint64_t Sum(uint32_t time, uint32_t seconds) {
 
 int UserMap::Impl::ValidateUser(const std::string& name, const std::string& password,
                                 Group& group) {
-  // Deliberate: without a log line; the anonymous account is no account to log on with.
+  // Contract: not logged. The anonymous account has no logon that could fail.
   if (name == User::kAnonymousUsername) return kNoSuchUser;
   const auto found = users_.find(name);
   if (found == users_.end()) {
@@ -30,14 +30,14 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
     return kNoSuchUser;
   }
   Users::value_type& entry = *found;
-  // Deliberate: the bare check of somebody's present password ignores lock, delay and expiry, but
+  // Contract: the check of a present password before a change ignores lock, delay and expiry, but
   // its failures count and its success is logged as a logon's is.
   const bool bare = group == ISecurityProvider::kNoSuchUser;
   if (!bare && IsDisabled(found)) {
     logger_->Notice(kDisabledLine, name.c_str());
     return kDisabled;
   }
-  // Deliberate: unsigned, so that a clock that was set back never trips the delay, and the refusal
+  // Contract: unsigned, so that a clock that was set back never trips the delay, and the refusal
   // is no failed attempt.
   const uint32_t bad_time = entry.second.bad_password_time;
   if (!bare && policy_enforced_ && bad_time != 0 && Now() - bad_time < retry_delay_) {
@@ -46,7 +46,7 @@ int UserMap::Impl::ValidateUser(const std::string& name, const std::string& pass
   }
   if (!vault_.Matches(entry.second.password, password)) return RefuseWrongPassword(entry);
   HandleCorrectPassword(entry);
-  // Deliberate: after the counters were reset; the password was the right one.
+  // Contract: after the counters were reset; the password was the right one.
   if (!bare && IsExpired(found)) {
     logger_->Notice("Password has expired for local user '%s'.", name.c_str());
     return kExpired;
@@ -70,12 +70,12 @@ bool UserMap::Impl::HandleWrongPassword(Users::value_type& entry) {
   MyUser& user = entry.second;
   if (!policy_enforced_) return false;
   const uint32_t now = Now();
-  // Deliberate: the last second of the period is still inside, and within a series the time stays
+  // Contract: the last second of the period is still inside, and within a series the time stays
   // that of its first failure.
   const bool same_series =
       user.bad_password_time != 0 && Sum(user.bad_password_time, failure_period_) >= now;
   if (user.bad_password_time != 0 && !same_series) user.failed_attempts = 0;
-  // Deliberate: beyond the limit too; the store tells how often a locked account was tried.
+  // Contract: beyond the limit too; the store tells how often a locked account was tried.
   if (user.failed_attempts != std::numeric_limits<uint32_t>::max()) ++user.failed_attempts;
   if (!same_series) user.bad_password_time = now;
   const bool disabled = user.failed_attempts >= maximum_failed_attempts_;
@@ -84,7 +84,7 @@ bool UserMap::Impl::HandleWrongPassword(Users::value_type& entry) {
   return disabled;
 }
 
-// Deliberate: the time of the last failure stays, so that the retry delay after it still holds.
+// Contract: the time of the last failure stays, so that the retry delay after it still holds.
 void UserMap::Impl::HandleCorrectPassword(Users::value_type& entry) {
   if (!policy_enforced_) return;
   entry.second.disabled_time = 0;
@@ -97,7 +97,7 @@ void UserMap::Impl::SaveCounters(const Users::value_type& entry) const {
     UserSettings::WriteJson(UserSettings::Key(UserSettings::kUserPrefix, entry.first),
                             entry.second.ToJson());
   } catch (const tevra::osa::Exception&) {
-    // Logged already; a full disk must neither let anybody in nor keep everybody out.
+    // Logged already; a full disk must neither let someone in nor keep everyone out.
   }
 }
 
@@ -105,7 +105,7 @@ bool UserMap::Impl::IsDisabled(Users::iterator entry) {
   if (!policy_enforced_ || entry == users_.end()) return false;
   MyUser& user = entry->second;
   if (entry->first == User::kAnonymousUsername || user.disabled_time == 0) return false;
-  // Deliberate: administrators come back by themselves, so that nobody can lock the device's last
+  // Contract: administrators come back by themselves, so that no one can lock the device's last
   // one out for good; the others wait for an administrator.
   if (user.group != ISecurityProvider::kAdministrators) return true;
   if (Sum(user.disabled_time, administrator_unlock_delay_) > Now()) return true;
@@ -133,7 +133,7 @@ int UserMap::Impl::CheckLength(size_t length) const {
 int UserMap::Impl::ValidatePassword(const std::string& name, const std::string& current,
                                     const std::string& proposed) {
   if (name == User::kAnonymousUsername) return kNobodyPassword;
-  // Deliberate: first of all, so that a wrong present password counts whatever is proposed.
+  // Contract: first of all, so that a wrong present password counts whatever is proposed.
   if (!current.empty()) {
     Group group = ISecurityProvider::kNoSuchUser;
     if (const int code = ValidateUser(name, current, group); code != kOk) return code;
@@ -142,7 +142,7 @@ int UserMap::Impl::ValidatePassword(const std::string& name, const std::string& 
   if (!policy_enforced_ || name.empty()) return kOk;
   const auto entry = users_.find(name);
   if (entry == users_.end()) return kOk;
-  // Deliberate: the present password is not in the history, so it may be proposed again; an expired
+  // Contract: the present password is not in the history, so it may be proposed again; an expired
   // one that is stays expired.
   if (MatchOldPassword(name, proposed)) return kOldPassword;
   if (IsDisabled(entry) || IsExpired(entry)) return kOk;
