@@ -6,6 +6,10 @@ set(CMAKE_C_STANDARD 99)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# Every symbol is bound at the start and its table is read-only from then on: who can write into a
+# process's memory finds no pointer there to turn.
+add_link_options(-Wl,-z,relro,-z,now)
+
 option(VIGILA_BENCHMARKS "Build the benchmarks" OFF)
 option(VIGILA_FUZZ "Build the fuzz targets with libFuzzer (clang)" OFF)
 option(VIGILA_WERROR "Warnings are errors" ON)

@@ -11,7 +11,7 @@ trap cleanup EXIT
 fail() { echo "package: $1" >&2; exit 1; }
 
 cmake --install "$build_dir" --prefix "$work/usr" >"$work/install.log" || { cat "$work/install.log"; fail 'install'; }
-libdir=$(dirname "$(find "$work/usr" -name libvigila.so)")
+libdir=$(dirname "$(find "$work/usr" -name libvigila-client.so)")
 export PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
 grep -rlE "$source_dir|$build_dir" "$libdir/pkgconfig" "$libdir/cmake" "$work/usr/include" && fail 'an installed file names the source tree'
 

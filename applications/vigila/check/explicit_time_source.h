@@ -7,7 +7,7 @@ namespace tevra::check {
 
 // A clock that shows the time it was last given, zero until then. Not synchronised: set it only
 // while nothing else reads it.
-class __attribute__((visibility("default"))) ExplicitTimeSource : public osa::ITimeSource {
+class ExplicitTimeSource : public osa::ITimeSource {
  public:
   ExplicitTimeSource();
   ~ExplicitTimeSource() override;

@@ -16,7 +16,7 @@ namespace tevra::check::fake {
 // delivery is synchronous. What cannot be delivered throws tevra::osa::Exception with one of the
 // texts "not running", "unregistered destination" and "no handler"; what a handler throws reaches
 // the sender.
-class __attribute__((visibility("default"))) FakeMsgBus : public msgbus::IMsgBus {
+class FakeMsgBus : public msgbus::IMsgBus {
  public:
   FakeMsgBus();
   ~FakeMsgBus() override;

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "utilc/uuid.h"
-#include "vigila/model/export.h"
 
 namespace vigila::model {
 
@@ -13,7 +12,7 @@ class User;
 
 // One operand of an access rule, judged against a user. Immutable apart from assignment; any thread
 // may evaluate.
-class VIGILA_EXPORT Expression {
+class Expression {
  public:
   enum ValueType : int32_t { kPermission = 0, kConstant = 1, kGroupName = 2 };
 

@@ -8,7 +8,6 @@
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/osa/time.h"
 #include "utilc/uuid.h"
-#include "vigila/model/export.h"
 
 namespace vigila::model {
 
@@ -18,7 +17,7 @@ using tevra::interfaces::ISecurityProvider;
 // it. Not synchronised: session state (last access, reusable) changes only under the session
 // manager's lock, everything else is constant after construction. Constructors never throw: a
 // process without its cryptographic library ends.
-class VIGILA_EXPORT User {
+class User {
  public:
   // A group and its permissions (not null), one set for all the records made from it.
   struct Rights {

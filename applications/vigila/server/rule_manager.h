@@ -8,7 +8,6 @@
 
 #include "tevra/core/logger.h"
 #include "tevra/osa/mutex.h"
-#include "vigila/model/export.h"
 
 namespace vigila::model {
 class Expression;
@@ -25,7 +24,7 @@ namespace vigila::server {
 // true only for "true".
 //
 // Any thread may call. A query sees the tables before or after a change, never between.
-class VIGILA_EXPORT RuleManager {
+class RuleManager {
  public:
   RuleManager();
   virtual ~RuleManager();

@@ -7,8 +7,8 @@
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "vigila/contract/result_codes.h"
-#include "vigila/model/export.h"
 #include "vigila/model/user.h"
+#include "vigila/server/export.h"
 #include "vigila/server/nonce_cache.h"
 #include "vigila/server/user_map.h"
 

@@ -8,7 +8,7 @@
 #include "krand/core/krand_core.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/time.h"
-#include "vigila/model/export.h"
+#include "vigila/server/export.h"
 #include "vigila/server/rule_manager.h"
 #include "vigila/server/session_manager.h"
 #include "vigila/server/vigila_server.h"

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "tevra/osa/exception.h"
-#include "vigila/model/export.h"
+#include "vigila/server/export.h"
 
 namespace vigila::server {
 

@@ -1,7 +1,7 @@
 #ifndef VIGILA_SERVER_VIGILA_SERVER_H_
 #define VIGILA_SERVER_VIGILA_SERVER_H_
 
-#include "vigila/model/export.h"
+#include "vigila/server/export.h"
 
 namespace tevra::core {
 class Logger;

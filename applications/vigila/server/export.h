@@ -1,7 +1,7 @@
-#ifndef VIGILA_MODEL_EXPORT_H_
-#define VIGILA_MODEL_EXPORT_H_
+#ifndef VIGILA_SERVER_EXPORT_H_
+#define VIGILA_SERVER_EXPORT_H_
 
 // Marks what libvigila shows to those who link it; everything else stays inside.
 #define VIGILA_EXPORT __attribute__((visibility("default")))
 
-#endif  // VIGILA_MODEL_EXPORT_H_
+#endif  // VIGILA_SERVER_EXPORT_H_
