@@ -11,6 +11,7 @@
 
 #include "support/capturing_log.h"
 #include "support/recording_provider.h"
+#include "tevra/interfaces/revocation_page.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/client/vigila_client_impl.h"
 
@@ -30,6 +31,9 @@ class ProxyDouble final : public support::RecordingProvider {
 
   void Fail() { failure = std::make_exception_ptr(std::runtime_error("no server")); }
   void Recover() { failure = nullptr; }
+  void UsePage(std::shared_ptr<const tevra::interfaces::RevocationPage> page) {
+    SetRevocationPage(std::move(page));
+  }
 
   std::function<void()> while_asking;
 
@@ -62,6 +66,9 @@ class ClientFixture : public testing::Test {
 
   support::CapturingLog log_;
   tevra::check::ExplicitTimeSource clock_;
+  // A server's, for tests that have the proxy use it.
+  std::shared_ptr<tevra::interfaces::RevocationPage> page_ =
+      std::make_shared<tevra::interfaces::RevocationPage>(1);
   int proxies_ = 0;
   ProxyDouble* proxy_ = nullptr;
   std::function<void(ProxyDouble&)> prepare_;

@@ -1,13 +1,16 @@
 #ifndef VIGILA_CLIENT_CACHE_H_
 #define VIGILA_CLIENT_CACHE_H_
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <utility>
 
+#include "tevra/interfaces/answer_stamp.h"
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/time.h"
 #include "vigila/client/key_ptr_wrapper.h"
@@ -15,11 +18,12 @@
 namespace vigila::client {
 
 // Executed commands of one class, found again by their arguments for as long as they go on being
-// asked for. An entry lives for an idle time that every hit starts anew; nothing else bounds the
-// cache. Owns the commands.
+// asked for and their server has not taken the answer back. An entry lives for an idle time that
+// every hit starts anew; nothing else bounds the cache. Owns the commands.
 //
-// Any thread may call; no operation holds the lock while the server is asked. Time is the given
-// clock's, which should be monotonic.
+// Any thread may call. No operation holds the lock while the server is asked, nor for longer than a
+// look-up or a few dozen erasures take. Time is the given clock's, which should be CLOCK_BOOTTIME:
+// the servers' revocation pages are written by it.
 template <typename T>
 class Cache {
  public:
@@ -37,48 +41,62 @@ class Cache {
       TEVRA_EXCLUDES(mutex_) {
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
     const auto found = entries_.find(question);
-    if (found == entries_.end()) return Counted(misses_, false);
+    if (found == entries_.end()) return false;
+    Entry& entry = found->second;
     const tevra::osa::TimeStruct now = Now();
     // Deliberate: an expired entry is a miss here and stays for the pruning that follows a miss.
-    if (IsExpired(found->second, now)) return Counted(misses_, false);
-    found->second.stamp = now;
-    answer = found->second.command->GetAnswer();
-    return Counted(hits_, true);
+    if (IsExpired(entry, now) || !Holds(entry.validity, now)) return false;
+    answer = entry.command->GetAnswer();
+    Renew(entry, now);
+    hits_.store(hits_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    return true;
   }
 
-  // How often FindLive found an answer, and how often it did not.
+  // How often FindLive found an answer.
   uint64_t Hits() const { return hits_.load(std::memory_order_relaxed); }
-  uint64_t Misses() const { return misses_.load(std::memory_order_relaxed); }
 
-  // Erases every expired entry.
+  // Erases every expired entry, at a cost that depends on their number and not on that of the
+  // living ones.
   void Prune() TEVRA_EXCLUDES(mutex_) {
     const tevra::osa::TimeStruct now = Now();
-    tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    std::erase_if(entries_, [&](const auto& entry) { return IsExpired(entry.second, now); });
+    while (HasExpired(now)) PruneSome(now);
   }
 
   // To be read before the server is asked and handed to Store with the answer.
-  uint64_t Generation() const TEVRA_EXCLUDES(mutex_) {
-    tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    return generation_;
-  }
+  uint64_t Generation() const { return generation_.load(std::memory_order_acquire); }
 
-  // Keeps an executed command, unless the cache was cleared since `generation` was read: an answer
-  // from before a change must not come to life after it.
-  void Store(std::unique_ptr<const T> command, uint64_t generation) TEVRA_EXCLUDES(mutex_) {
+  // Keeps an executed command for as long as `validity` holds, unless the cache was cleared since
+  // `generation` was read: an answer from before a change must not come to life after it.
+  void Store(std::unique_ptr<const T> command, uint64_t generation,
+             tevra::interfaces::AnswerStamp validity) TEVRA_EXCLUDES(mutex_) {
+    typename Entries::node_type revoked;  // destroyed when the lock is free again
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    if (generation != generation_) return;
-    // Deliberate: of two equal questions asked at once the first answer stays; the second one only
-    // renews it.
-    Entry& entry = entries_[KeyPtrWrapper<T>(command.get())];
-    if (!entry.command) entry.command = std::move(command);
-    entry.stamp = Now();
+    if (generation != generation_.load(std::memory_order_relaxed)) return;
+    const typename T::Key key = command->GetKey();
+    auto place = entries_.lower_bound(key);
+    const tevra::osa::TimeStruct now = Now();
+    if (place != entries_.end() && !(key < place->first)) {
+      // Deliberate: of two equal questions asked at once the first answer stays; the second one
+      // only renews it. An answer that was taken back is as good as gone and makes room.
+      if (Holds(place->second.validity, now)) return Renew(place->second, now);
+      const auto next = std::next(place);
+      Unlink(place->second);
+      revoked = entries_.extract(place);
+      place = next;
+    }
+    const KeyPtrWrapper<T> wrapped(command.get());
+    Entry& entry =
+        entries_.try_emplace(place, wrapped, std::move(command), std::move(validity))->second;
+    entry.last_use() = now;
+    Link(entry);
   }
 
   void Clear() TEVRA_EXCLUDES(mutex_) {
+    Entries cleared;  // destroyed when the lock is free again
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    entries_.clear();
-    ++generation_;
+    cleared.swap(entries_);
+    oldest_ = newest_ = nullptr;
+    generation_.store(generation_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
   }
 
   std::size_t Size() const TEVRA_EXCLUDES(mutex_) {
@@ -87,27 +105,73 @@ class Cache {
   }
 
  private:
-  struct Entry {
-    std::unique_ptr<const T> command;
-    tevra::osa::TimeStruct stamp;
+  // The time of the last store or hit, and beside it what the cache needs to do without a walk over
+  // all entries: the neighbours in order of last use.
+  struct Entry final : tevra::osa::TimeStruct {
+    Entry(std::unique_ptr<const T> kept, tevra::interfaces::AnswerStamp stamp)
+        : command(std::move(kept)), validity(std::move(stamp)) {}
+    tevra::osa::TimeStruct& last_use() { return *this; }
+    const tevra::osa::TimeStruct& last_use() const { return *this; }
+
+    const std::unique_ptr<const T> command;
+    const tevra::interfaces::AnswerStamp validity;
+    Entry* older = nullptr;
+    Entry* newer = nullptr;
   };
+  using Entries = std::map<KeyPtrWrapper<T>, Entry, std::less<>>;
 
-  // Written under the lock, read without.
-  using Counter = std::atomic<uint64_t>;
+  // Others may look up between two batches.
+  static constexpr std::size_t kBatch = 16;
 
-  bool Counted(Counter& counter, bool found) TEVRA_REQUIRES(mutex_) {
-    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    return found;
+  bool HasExpired(const tevra::osa::TimeStruct& now) const TEVRA_EXCLUDES(mutex_) {
+    tevra::osa::MutexAutoLock lock(mutex_, -1, true);
+    return oldest_ != nullptr && IsExpired(*oldest_, now);
   }
+  // Erases a batch of what has expired.
+  void PruneSome(const tevra::osa::TimeStruct& now) TEVRA_EXCLUDES(mutex_) {
+    std::array<typename Entries::node_type, kBatch> expired;  // destroyed when the lock is free
+    tevra::osa::MutexAutoLock lock(mutex_, -1, true);
+    for (auto& node : expired) {
+      if (oldest_ == nullptr || !IsExpired(*oldest_, now)) return;
+      const auto place = entries_.find(oldest_->command->GetKey());
+      Unlink(*oldest_);
+      node = entries_.extract(place);
+    }
+  }
+
+  void Renew(Entry& entry, const tevra::osa::TimeStruct& now) TEVRA_REQUIRES(mutex_) {
+    Unlink(entry);
+    entry.last_use() = now;
+    Link(entry);
+  }
+  void Unlink(Entry& entry) TEVRA_REQUIRES(mutex_) {
+    (entry.older != nullptr ? entry.older->newer : oldest_) = entry.newer;
+    (entry.newer != nullptr ? entry.newer->older : newest_) = entry.older;
+  }
+  // At the end, unless the clock has been set back.
+  void Link(Entry& entry) TEVRA_REQUIRES(mutex_) {
+    Entry* older = newest_;
+    while (older != nullptr && entry.last_use() < older->last_use()) older = older->older;
+    entry.older = older;
+    entry.newer = older != nullptr ? older->newer : oldest_;
+    (entry.older != nullptr ? entry.older->newer : oldest_) = &entry;
+    (entry.newer != nullptr ? entry.newer->older : newest_) = &entry;
+  }
+
   tevra::osa::TimeStruct Now() const {
     tevra::osa::TimeStruct now;
     clock_.GetTime(now);
     return now;
   }
   bool IsExpired(const Entry& entry, const tevra::osa::TimeStruct& now) const {
-    tevra::osa::TimeStruct end = entry.stamp;
+    tevra::osa::TimeStruct end = entry.last_use();
     end += lifetime_.AsMicroseconds();
     return now >= end;
+  }
+  static bool Holds(const tevra::interfaces::AnswerStamp& validity,
+                    const tevra::osa::TimeStruct& now) {
+    return validity.Holds(static_cast<uint64_t>(now.seconds) * 1'000'000'000 +
+                          static_cast<uint64_t>(now.microseconds) * 1'000);
   }
 
   const tevra::osa::TimeSpan lifetime_;
@@ -115,11 +179,13 @@ class Cache {
 
   mutable tevra::osa::Mutex mutex_;
   // A key points to the command of its own entry.
-  std::map<KeyPtrWrapper<T>, Entry, std::less<>> entries_ TEVRA_GUARDED_BY(mutex_);
-  // Counts the clears.
-  uint64_t generation_ TEVRA_GUARDED_BY(mutex_) = 0;
-  Counter hits_{0};
-  Counter misses_{0};
+  Entries entries_ TEVRA_GUARDED_BY(mutex_);
+  // The ends of the list of all entries in order of last use.
+  Entry* oldest_ TEVRA_GUARDED_BY(mutex_) = nullptr;
+  Entry* newest_ TEVRA_GUARDED_BY(mutex_) = nullptr;
+  // Written under the lock, read without. The first counts the clears.
+  std::atomic<uint64_t> generation_{0};
+  std::atomic<uint64_t> hits_{0};
 };
 
 }  // namespace vigila::client

@@ -5,8 +5,8 @@
 
 namespace vigila::client {
 
-// The monotonic clock: a wall clock that is stepped back must not revive a cached answer. Any
-// thread.
+// CLOCK_BOOTTIME: a wall clock that is stepped back must not revive a cached answer, nor must a
+// machine that slept give one of yesterday. Any thread.
 class MonotonicTimeSource final : public tevra::osa::ITimeSource {
  public:
   void GetTime(tevra::osa::TimeStruct& now) const override;

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <initializer_list>
+#include <optional>
 #include <string>
 
 #include "tevra/core/secret_text.h"
@@ -29,6 +30,10 @@ bool IsAnyNull(std::initializer_list<const void*> arguments) {
 
 std::string TextOrEmpty(const char* text) {
   return text == nullptr ? std::string() : std::string(text);
+}
+
+int ResultOf(std::optional<bool> remembered) {
+  return remembered.has_value() ? static_cast<int>(*remembered) : VIGILA_WOULD_HAVE_TO_ASK;
 }
 
 // Deliberate: copied without a limit. The proxy refuses tokens and nonces that are longer than the
@@ -103,6 +108,17 @@ VIGILA_C_EXPORT int vigila_is_authenticated(vigila_client* client, const char* t
 VIGILA_C_EXPORT int vigila_is_protected(vigila_client* client, const char* path) {
   if (IsAnyNull({client, path})) return 0;
   return ClientOf(client).IsProtected(path);
+}
+
+VIGILA_C_EXPORT int vigila_try_authorize(vigila_client* client, const char* token,
+                                         const char* path) {
+  if (IsAnyNull({client, token, path})) return VIGILA_WOULD_HAVE_TO_ASK;
+  return ResultOf(ClientOf(client).TryAuthorize(token, path));
+}
+
+VIGILA_C_EXPORT int vigila_try_is_protected(vigila_client* client, const char* path) {
+  if (IsAnyNull({client, path})) return VIGILA_WOULD_HAVE_TO_ASK;
+  return ResultOf(ClientOf(client).TryIsProtected(path));
 }
 
 // Deliberate: 1 also when there is no nonce; the empty text tells.

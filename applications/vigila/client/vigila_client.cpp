@@ -42,6 +42,15 @@ bool VigilaClient::IsProtected(const std::string& path) const {
   return impl_->IsProtected(path);
 }
 
+std::optional<bool> VigilaClient::TryAuthorize(const std::string& token,
+                                               const std::string& path) const {
+  return impl_->TryAuthorize(token, path);
+}
+
+std::optional<bool> VigilaClient::TryIsProtected(const std::string& path) const {
+  return impl_->TryIsProtected(path);
+}
+
 void VigilaClient::Invalidate(const std::string& token) const {
   impl_->Invalidate(token);
 }

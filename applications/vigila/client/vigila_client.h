@@ -3,15 +3,19 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace vigila::client {
 
-// The authentication service as other services see it. Forwards each question to the server over
-// the message bus; the four questions that come with every request (Authenticate, Authorize,
-// IsAuthenticated, IsProtected) are answered from memory for 1.5 seconds after they were last
-// asked, and until the server announces a change or goes away.
+// The authentication service as other services see it, for callers in C++17 or later. Forwards each
+// question to the server over the message bus. The four questions that come with every request
+// (Authenticate, Authorize, IsAuthenticated, IsProtected) are answered from memory for 1.5 seconds
+// after they were last asked, for as long as the server is known to live and has not taken the
+// answer back. Once a call that ends a session or changes an account or a rule has returned, in
+// whatever process it was made, no grant is given that it ended; on a bus with a broker, once its
+// announcement has arrived.
 //
 // Any thread may call any operation at the same time, may be cancelled in it (pthread_cancel), and
 // may go on calling while the process ends by exit(). Destroy the client only when no call is under
@@ -20,9 +24,11 @@ namespace vigila::client {
 // A client belongs to the process that opened it. In a child of fork every call answers no at once,
 // with one log line; a client that the child opens works. Either process may destroy its copy.
 //
-// Operations never throw for a refusal or an unreachable server: the answer is then false or empty,
-// and no call waits longer than the bus's deadline. The constructor throws tevra::osa::Exception
-// when the platform's configuration is unusable; a server need not be running.
+// Operations never throw for a refusal or an unreachable server: the answer is then false or empty.
+// Each of them, TryAuthorize and TryIsProtected excepted, may ask the server and then waits for its
+// answer up to the bus's deadline (5 seconds unless configured otherwise). The constructor throws
+// tevra::osa::Exception when the platform's configuration is unusable; a server need not be
+// running.
 //
 // Texts are counted bytes of any value.
 class __attribute__((visibility("default"))) VigilaClient {
@@ -52,7 +58,8 @@ class __attribute__((visibility("default"))) VigilaClient {
                         const std::string& nonce, const std::string& created,
                         const std::string& mode, std::string& token) const;
 
-  // May the token's session reach the path? A grant restarts the session's idle timer.
+  // May the token's session reach the path? A grant restarts the session's idle timer when the
+  // server gave it, not when it came from memory.
   bool Authorize(const std::string& token, const std::string& path) const;
   // Does the token stand for a living session? Never for "NO_TOKEN".
   bool IsAuthenticated(const std::string& token) const;
@@ -60,8 +67,13 @@ class __attribute__((visibility("default"))) VigilaClient {
   // then refuses, before handing anything out.
   bool IsProtected(const std::string& path) const;
 
-  // Ends all sessions of the user of that name; "*" ends everybody's. Earlier answers may be given
-  // until the server's announcement arrives, as after Logout.
+  // The same two questions for callers that must not wait, such as servers with an event loop:
+  // answered from memory, at the cost of a look-up, or not at all. Then a thread that may wait asks
+  // Authorize or IsProtected; memory holds the answer afterwards unless Authorize refused.
+  std::optional<bool> TryAuthorize(const std::string& token, const std::string& path) const;
+  std::optional<bool> TryIsProtected(const std::string& path) const;
+
+  // Ends all sessions of the user of that name; "*" ends everybody's.
   void Invalidate(const std::string& token) const;
   bool Logout(const std::string& token) const;
 

@@ -11,6 +11,8 @@
 namespace vigila::client {
 
 using tevra::core::Logger;
+using tevra::interfaces::AnswerStamp;
+using tevra::interfaces::RevocationPage;
 using tevra::osa::ITimeSource;
 using tevra::osa::TimeSpan;
 
@@ -40,6 +42,23 @@ bool IsSession(const std::string& token) {
 
 const char* Text(bool answer) {
   return answer ? "true" : "false";
+}
+
+// The session whose end ends the answer: named by the question, by the answer, or none.
+void TieToQuestion(AnswerStamp& stamp, const AuthorizeCommand::Key& question) {
+  stamp.Concerns(question.token);
+}
+void TieToQuestion(AnswerStamp& stamp, const IsAuthenticatedCommand::Key& question) {
+  stamp.Concerns(question.token);
+}
+void TieToQuestion(AnswerStamp&, const IsProtectedCommand::Key&) {}
+void TieToQuestion(AnswerStamp&, const AuthenticateCommand::Key&) {}
+
+bool TieToAnswer(AnswerStamp& stamp, const std::string& token) {
+  return stamp.ConcernsAnswered(token);
+}
+bool TieToAnswer(AnswerStamp&, bool) {
+  return true;
 }
 
 }  // namespace
@@ -137,14 +156,14 @@ bool VigilaClient::Impl::Authorize(const std::string& token, const std::string& 
       authorize_cache_, {token, path},
       [&] { return std::make_unique<AuthorizeCommand>(token, path); },
       [](bool fresh) { return fresh; });
-  // Asked for every request of a web server, so the lines cost one look at the level together.
-  if (!Logger::IsEnabled(Logger::kDebug)) return granted;
-  if (cached) {
-    logger_->Debug("cached authorization for token %s to %s", token.c_str(), path.c_str());
-  }
-  logger_->Debug("authorize for %s to %s %s", token.c_str(), path.c_str(),
-                 granted ? "successful" : "failed");
-  return granted;
+  return ReportAuthorization(token, path, granted, cached);
+}
+
+std::optional<bool> VigilaClient::Impl::TryAuthorize(const std::string& token,
+                                                     const std::string& path) {
+  bool granted = false;
+  if (!Remember(authorize_cache_, {token, path}, granted)) return std::nullopt;
+  return ReportAuthorization(token, path, granted, true);
 }
 
 bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
@@ -159,16 +178,20 @@ bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
   return authenticated;
 }
 
-// Deliberate: every answer is kept, also the false one that stands for an unreachable server, and
-// every hit renews it. The server's next appearance empties the caches; until then Authorize
-// refuses.
+// Deliberate: every answer is kept, and every hit renews it: also, where no page tells whether the
+// server lives, the false one that stands for an unreachable server. The server's next appearance
+// empties the caches; until then Authorize refuses.
 bool VigilaClient::Impl::IsProtected(const std::string& path) {
   const auto [is_protected, cached] = Ask(
       is_protected_cache_, {path}, [&] { return std::make_unique<IsProtectedCommand>(path); },
       [](bool) { return true; });
-  if (cached) logger_->Debug("cached is_protected for %s", path.c_str());
-  logger_->Debug("is_protected for %s is %s", path.c_str(), Text(is_protected));
-  return is_protected;
+  return ReportProtection(path, is_protected, cached);
+}
+
+std::optional<bool> VigilaClient::Impl::TryIsProtected(const std::string& path) {
+  bool is_protected = false;
+  if (!Remember(is_protected_cache_, {path}, is_protected)) return std::nullopt;
+  return ReportProtection(path, is_protected, true);
 }
 
 // Deliberate: neither this nor Logout touches a cache; the server's announcement does.
@@ -209,14 +232,12 @@ std::vector<std::string> VigilaClient::Impl::GetAllowedPermissions(const std::st
 
 VigilaClient::Counts VigilaClient::Impl::GetCounts() const {
   Counts counts;
-  const auto add = [&counts](const auto& cache) {
-    counts.cache_hits += cache.Hits();
-    counts.cache_misses += cache.Misses();
-  };
+  const auto add = [&counts](const auto& cache) { counts.cache_hits += cache.Hits(); };
   add(authenticate_cache_);
   add(authorize_cache_);
   add(is_authenticated_cache_);
   add(is_protected_cache_);
+  counts.cache_misses = misses_.load(std::memory_order_relaxed);
   counts.failures = failures_.load(std::memory_order_relaxed);
   return counts;
 }
@@ -226,6 +247,12 @@ void VigilaClient::Impl::FlushCaches(bool) {
   authorize_cache_.Clear();
   is_authenticated_cache_.Clear();
   is_protected_cache_.Clear();
+}
+
+template <typename T>
+bool VigilaClient::Impl::Remember(Cache<T>& cache, const typename T::Key& question,
+                                  typename T::Answer& answer) {
+  return !IsInherited() && cache.FindLive(question, answer);
 }
 
 template <typename T, typename MakeCommand, typename IsKept>
@@ -241,23 +268,51 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
   reply.cached = cache.FindLive(question, reply.answer);
   if (reply.cached) return reply;
 
+  misses_.fetch_add(1, std::memory_order_relaxed);
   std::unique_ptr<T> command = make();
+  // In this order, before the question: a change that the stamp does not show raises the generation
+  // after it is read, or ends the page.
+  AnswerStamp stamp(provider_->GetRevocationPage());
+  TieToQuestion(stamp, question);
+  HeedEpoch(stamp);
   const uint64_t generation = cache.Generation();
   cache.Prune();
-  RunCommand(*command);
+  const bool answered = RunCommand(*command);
   reply.answer = command->GetAnswer();
-  if (is_kept(reply.answer)) cache.Store(std::move(command), generation);
+  if (is_kept(reply.answer) && TieToAnswer(stamp, reply.answer) && IsOfPage(stamp, answered)) {
+    cache.Store(std::move(command), generation, std::move(stamp));
+  }
   return reply;
 }
 
-void VigilaClient::Impl::RunCommand(Command& command) {
-  if (IsInherited()) return ReportFailure();
+void VigilaClient::Impl::HeedEpoch(const AnswerStamp& stamp) {
+  if (!stamp.Page()) return;
+  const uint64_t sum = stamp.Page()->Instance() + stamp.Epoch();
+  if (heeded_.load(std::memory_order_relaxed) == sum) return;
+  heeded_.store(sum, std::memory_order_relaxed);
+  FlushCaches(true);
+}
+
+// Whether the server that writes the stamp's page gave the answer. The proxy leaves a page when an
+// answer comes from another server, and what no server said no page can take back.
+bool VigilaClient::Impl::IsOfPage(const AnswerStamp& stamp, bool answered) const {
+  if (!stamp.Page() || stamp.Page() != provider_->GetRevocationPage()) return false;
+  return answered || stamp.Page() == RevocationPage::Unchanging();
+}
+
+bool VigilaClient::Impl::RunCommand(Command& command) {
+  if (IsInherited()) {
+    ReportFailure();
+    return false;
+  }
   try {
     command.Execute(provider_.get());
+    return true;
   } catch (const abi::__forced_unwind&) {
     throw;  // the thread is cancelled, which no handler may stop
   } catch (...) {
     ReportFailure();
+    return false;
   }
 }
 
@@ -268,7 +323,34 @@ void VigilaClient::Impl::ReportFailure() {
 
 void VigilaClient::Impl::Subscribe() {
   using Listener = tevra::core::VoidObjectMethodDelegate1<Impl, void (Impl::*)(bool), bool>;
-  provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::FlushCaches));
+  provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::OnChange));
+}
+
+// Where the server writes a page, the page tells which sessions have ended; who logs out does not
+// cost everyone else their answers.
+void VigilaClient::Impl::OnChange(bool value) {
+  const std::shared_ptr<const RevocationPage> page = provider_->GetRevocationPage();
+  const bool page_tells = page && page != RevocationPage::Unchanging();
+  if (!value && page_tells) return;
+  FlushCaches(value);
+}
+
+bool VigilaClient::Impl::ReportAuthorization(const std::string& token, const std::string& path,
+                                             bool granted, bool cached) {
+  // Asked for every request of a web server, so the lines cost one look at the level together.
+  if (!Logger::IsEnabled(Logger::kDebug)) return granted;
+  if (cached) {
+    logger_->Debug("cached authorization for token %s to %s", token.c_str(), path.c_str());
+  }
+  logger_->Debug("authorize for %s to %s %s", token.c_str(), path.c_str(),
+                 granted ? "successful" : "failed");
+  return granted;
+}
+
+bool VigilaClient::Impl::ReportProtection(const std::string& path, bool is_protected, bool cached) {
+  if (cached) logger_->Debug("cached is_protected for %s", path.c_str());
+  logger_->Debug("is_protected for %s is %s", path.c_str(), Text(is_protected));
+  return is_protected;
 }
 
 bool VigilaClient::Impl::ReportLogon(const std::string& username, const std::string& token,

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tevra/core/logger.h"
+#include "tevra/interfaces/answer_stamp.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/process_generation.h"
@@ -53,6 +54,8 @@ class VigilaClient::Impl final {
   bool Authorize(const std::string& token, const std::string& path);
   bool IsAuthenticated(const std::string& token);
   bool IsProtected(const std::string& path);
+  std::optional<bool> TryAuthorize(const std::string& token, const std::string& path);
+  std::optional<bool> TryIsProtected(const std::string& path);
   void Invalidate(const std::string& token);
   bool Logout(const std::string& token);
   std::string GetCredentials(const std::string& token);
@@ -76,14 +79,26 @@ class VigilaClient::Impl final {
     bool cached;
   };
 
+  // Asks the cache alone.
+  template <typename T>
+  bool Remember(Cache<T>& cache, const typename T::Key& question, typename T::Answer& answer);
   // Asks the cache, then the server by the command that `make` makes; keeps the server's answer
   // when `is_kept` says so. A hit makes no command: nothing is allocated for it.
   template <typename T, typename MakeCommand, typename IsKept>
   Reply<T> Ask(Cache<T>& cache, const typename T::Key& question, MakeCommand make, IsKept is_kept);
-  // Lets the server answer. Whatever goes wrong leaves one line and the initial answer.
-  void RunCommand(Command& command);
+  // Lets the server answer. Whatever goes wrong leaves one line and the initial answer, and gives
+  // false.
+  bool RunCommand(Command& command);
   void ReportFailure();
   void Subscribe();
+  void OnChange(bool value);
+  // Treats accounts or rules that have changed since the last question as the notification that is
+  // on its way.
+  void HeedEpoch(const tevra::interfaces::AnswerStamp& stamp);
+  bool IsOfPage(const tevra::interfaces::AnswerStamp& stamp, bool answered) const;
+  bool ReportAuthorization(const std::string& token, const std::string& path, bool granted,
+                           bool cached);
+  bool ReportProtection(const std::string& path, bool is_protected, bool cached);
   bool ReportLogon(const std::string& username, const std::string& token, bool success);
 
   Cache<AuthenticateCommand> authenticate_cache_;
@@ -94,7 +109,11 @@ class VigilaClient::Impl final {
   std::unique_ptr<Provider> provider_;
   tevra::core::Logger* const logger_;
   const tevra::osa::ProcessGeneration process_;
+  std::atomic<uint64_t> misses_{0};
   std::atomic<uint64_t> failures_{0};
+  // Instance and epoch of the page at the last question, added: an epoch that is raised changes the
+  // sum, and so does another server.
+  std::atomic<uint64_t> heeded_{0};
 };
 
 }  // namespace vigila::client

@@ -138,6 +138,9 @@ void ServerEnv::OpenAtRestKey() {
 void ServerEnv::CreateServices(bool test_settings) {
   security_provider_ = new SecurityProvider(this);
   KeepUntilTheProcessEnds(security_provider_);
+  session_manager_.TellEnds([provider = security_provider_](const std::string& token) {
+    provider->FireSessionEndListeners(token);
+  });
   permission_ = StartFailure::During(StartFailure::kStore, [&] {
     return boost::make_shared<AnnouncedPermission>(rule_manager_, platform_context_, test_settings,
                                                    *security_provider_);

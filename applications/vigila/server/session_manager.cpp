@@ -1,5 +1,7 @@
 #include "vigila/server/session_manager.h"
 
+#include <utility>
+
 #include "vigila/server/session_manager_impl.h"
 
 namespace vigila::server {
@@ -37,6 +39,10 @@ void SessionManager::Invalidate(const std::string& name) {
 
 void SessionManager::SetTimeout(int seconds) {
   impl_->SetTimeout(seconds);
+}
+
+void SessionManager::TellEnds(std::function<void(const std::string& token)> on_end) {
+  impl_->TellEnds(std::move(on_end));
 }
 
 }  // namespace vigila::server

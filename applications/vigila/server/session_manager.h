@@ -1,11 +1,12 @@
 #ifndef VIGILA_SERVER_SESSION_MANAGER_H_
 #define VIGILA_SERVER_SESSION_MANAGER_H_
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "vigila/contract/limits.h"
-#include "vigila/model/export.h"
+#include "vigila/server/export.h"
 
 namespace tevra::osa {
 class ITimeSource;
@@ -54,6 +55,11 @@ class VIGILA_EXPORT SessionManager {
   void Invalidate(const std::string& name);
   // Holds for the living sessions too.
   void SetTimeout(int seconds);
+
+  // Has `on_end` told the token of each session that Cancel or Invalidate ends, once it has ended
+  // and before they return. Idle sessions that expire are not told: whoever goes on using one knows
+  // only what the server said before. `on_end` must not call the manager. Before the first request.
+  void TellEnds(std::function<void(const std::string& token)> on_end);
 
  private:
   const std::unique_ptr<SessionManagerImpl> impl_;

@@ -158,12 +158,20 @@ void SessionManager::SessionManagerImpl::Invalidate(const std::string& name) {
   } else if (const auto found = by_user_.find(name); found != by_user_.end()) {
     tokens.assign(found->second.begin(), found->second.end());
   }
-  EndSessions(std::move(tokens), "invalidating");
+  EndSessions(tokens, "invalidating");
+  if (!on_end_) return;
+  for (const std::string& token : tokens) on_end_(token);
 }
 
 void SessionManager::SessionManagerImpl::SetTimeout(int seconds) {
   MutexAutoLock lock(mutex_);
   timeout_ = TimeSpan::FromSeconds(seconds);
+}
+
+void SessionManager::SessionManagerImpl::TellEnds(
+    std::function<void(const std::string& token)> on_end) {
+  MutexAutoLock lock(mutex_);
+  on_end_ = std::move(on_end);
 }
 
 void SessionManager::SessionManagerImpl::PruneSessions() {
@@ -180,7 +188,7 @@ void SessionManager::SessionManagerImpl::PruneSessions() {
     if (!IsExpired(last_access, now)) break;
     expired.push_back(session->first);
   }
-  if (!expired.empty()) EndSessions(std::move(expired), "expiring");
+  if (!expired.empty()) EndSessions(expired, "expiring");
 }
 
 bool SessionManager::SessionManagerImpl::DoCancel(const std::string& token) {
@@ -189,6 +197,7 @@ bool SessionManager::SessionManagerImpl::DoCancel(const std::string& token) {
   logger_->Information("canceling session enrollment (token = %s) for user %s", token.c_str(),
                        found->second.user->Name().c_str());
   DeleteSession(found);
+  if (on_end_) on_end_(token);
   return true;
 }
 
@@ -246,7 +255,7 @@ void SessionManager::SessionManagerImpl::DeleteSession(Sessions::iterator sessio
   sessions_.erase(session);
 }
 
-void SessionManager::SessionManagerImpl::EndSessions(std::vector<std::string> tokens,
+void SessionManager::SessionManagerImpl::EndSessions(std::vector<std::string>& tokens,
                                                      const char* how) {
   std::sort(tokens.begin(), tokens.end());
   for (const std::string& token : tokens) {

@@ -1,6 +1,7 @@
 #ifndef VIGILA_SERVER_SESSION_MANAGER_IMPL_H_
 #define VIGILA_SERVER_SESSION_MANAGER_IMPL_H_
 
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -39,6 +40,7 @@ class SessionManager::SessionManagerImpl final {
   bool Cancel(const std::string& token) TEVRA_EXCLUDES(mutex_);
   void Invalidate(const std::string& name) TEVRA_EXCLUDES(mutex_);
   void SetTimeout(int seconds) TEVRA_EXCLUDES(mutex_);
+  void TellEnds(std::function<void(const std::string& token)> on_end) TEVRA_EXCLUDES(mutex_);
 
  private:
   friend struct SessionManagerPeer;
@@ -69,8 +71,8 @@ class SessionManager::SessionManagerImpl final {
   // Takes the record unless it throws.
   void AddSession(const std::string& token, model::User* user) TEVRA_REQUIRES(mutex_);
   void DeleteSession(Sessions::iterator session) TEVRA_REQUIRES(mutex_);
-  // Logs `how` each one ends and deletes it, in ascending order.
-  void EndSessions(std::vector<std::string> tokens, const char* how) TEVRA_REQUIRES(mutex_);
+  // Sorts the tokens; logs `how` each one ends and deletes it, in ascending order.
+  void EndSessions(std::vector<std::string>& tokens, const char* how) TEVRA_REQUIRES(mutex_);
   std::string GenerateToken() const;
 
   tevra::osa::ITimeSource* const time_source_;
@@ -86,6 +88,7 @@ class SessionManager::SessionManagerImpl final {
   Strays strays_ TEVRA_GUARDED_BY(mutex_);
   std::map<std::string, Tokens> by_user_ TEVRA_GUARDED_BY(mutex_);
   tevra::osa::TimeSpan timeout_ TEVRA_GUARDED_BY(mutex_);
+  std::function<void(const std::string& token)> on_end_ TEVRA_GUARDED_BY(mutex_);
   tevra::osa::Mutex mutex_;
 };
 

@@ -1,11 +1,15 @@
 #include "tevra/interfaces/i_security_provider.h"
 
 #include "tevra/interfaces/listener_list.h"
+#include "tevra/interfaces/revocation_page.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
 
-ISecurityProvider::ISecurityProvider() : listeners_(std::make_unique<ListenerList<bool>>()) {}
+ISecurityProvider::ISecurityProvider()
+    : listeners_(std::make_unique<ListenerList<bool>>()),
+      session_end_listeners_(std::make_unique<ListenerList<std::string>>()),
+      page_(RevocationPage::Unchanging()) {}
 ISecurityProvider::~ISecurityProvider() = default;
 
 bool ISecurityProvider::TestLdap(const std::string&, const std::string&, const std::string&, int,
@@ -29,6 +33,29 @@ void ISecurityProvider::RemoveChangeListeners(void* target) {
 
 void ISecurityProvider::FireChangeListeners(bool value) {
   listeners_->Call(value);
+}
+
+void ISecurityProvider::AddSessionEndListener(
+    std::unique_ptr<core::IVoidDelegate1<std::string>> listener) {
+  session_end_listeners_->Add(std::move(listener));
+}
+
+void ISecurityProvider::RemoveSessionEndListeners(void* target) {
+  session_end_listeners_->Remove(target);
+}
+
+void ISecurityProvider::FireSessionEndListeners(const std::string& token) {
+  session_end_listeners_->Call(token);
+}
+
+std::shared_ptr<const RevocationPage> ISecurityProvider::GetRevocationPage() const {
+  osa::MutexAutoLock lock(page_mutex_);
+  return page_;
+}
+
+void ISecurityProvider::SetRevocationPage(std::shared_ptr<const RevocationPage> page) {
+  osa::MutexAutoLock lock(page_mutex_);
+  page_.swap(page);
 }
 
 }  // namespace tevra::interfaces

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tevra/core/delegate.h"
+#include "tevra/osa/mutex.h"
 
 namespace tevra::msgbus {
 class IMsgBus;
@@ -16,6 +17,7 @@ namespace tevra::interfaces {
 
 template <typename Value>
 class ListenerList;
+class RevocationPage;
 
 // The security service's contract, shared by the server's provider and the clients' proxy. The
 // order of the virtual operations, destructor first, is the contract; so are the signatures.
@@ -83,6 +85,9 @@ class ISecurityProvider {
   virtual std::string GetPassphrase(const std::string& id) const = 0;
   virtual bool DeletePassphrase(const std::string& id) = 0;
 
+  // The value is false when sessions have ended and nothing else has changed; listeners that look
+  // at the revocation page know then which answers are stale.
+  //
   // Takes ownership of the listener.
   void AddChangeListener(std::unique_ptr<core::IVoidDelegate1<bool>> listener);
   // Removes (and destroys) every listener whose target is `target`.
@@ -90,6 +95,17 @@ class ISecurityProvider {
   // Calls every listener with `value`, holding the listener mutex. Whatever a listener throws is
   // logged and keeps no other from hearing.
   void FireChangeListeners(bool value);
+
+  // The same for listeners that want the token of each session that is ended, by logging out, by an
+  // invalidation or by a change of its account, before the operation that ends it returns. Expiry
+  // of an idle session is not told.
+  void AddSessionEndListener(std::unique_ptr<core::IVoidDelegate1<std::string>> listener);
+  void RemoveSessionEndListeners(void* target);
+  void FireSessionEndListeners(const std::string& token);
+
+  // By which a caller knows whether the answers that it keeps still hold; null while that cannot be
+  // known. Answers from within the process hold until a listener is told otherwise.
+  std::shared_ptr<const RevocationPage> GetRevocationPage() const;
 
   // The bus-side server of a provider; destroying it ends the service.
   class IServer {
@@ -111,8 +127,15 @@ class ISecurityProvider {
   // tevra::osa::Exception when the bus refuses the name or the roles are misconfigured.
   static IServer* CreateServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
 
+ protected:
+  void SetRevocationPage(std::shared_ptr<const RevocationPage> page);
+
  private:
   const std::unique_ptr<ListenerList<bool>> listeners_;
+  const std::unique_ptr<ListenerList<std::string>> session_end_listeners_;
+
+  mutable osa::Mutex page_mutex_;
+  std::shared_ptr<const RevocationPage> page_ TEVRA_GUARDED_BY(page_mutex_);
 };
 
 }  // namespace tevra::interfaces

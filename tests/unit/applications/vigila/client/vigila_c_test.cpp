@@ -137,6 +137,24 @@ TEST_F(VigilaCTest, RefusesNullInTheThreeQuestions) {
   EXPECT_THAT(proxy_->Calls(), IsEmpty());
 }
 
+TEST_F(VigilaCTest, AnswersATryFromMemoryOrSaysThatItWouldHaveToAsk) {
+  EXPECT_EQ(vigila_try_authorize(client_, "t", "/p"), VIGILA_WOULD_HAVE_TO_ASK);
+  EXPECT_EQ(vigila_try_is_protected(client_, "/p"), VIGILA_WOULD_HAVE_TO_ASK);
+  EXPECT_THAT(proxy_->Calls(), IsEmpty());
+  vigila_authorize(client_, "t", "/p");
+  vigila_is_protected(client_, "/p");
+  proxy_->flag = false;
+  vigila_is_protected(client_, "/open");
+  EXPECT_EQ(vigila_try_authorize(client_, "t", "/p"), 1);
+  EXPECT_EQ(vigila_try_is_protected(client_, "/p"), 1);
+  EXPECT_EQ(vigila_try_is_protected(client_, "/open"), 0);
+  EXPECT_EQ(vigila_try_authorize(nullptr, "t", "/p"), VIGILA_WOULD_HAVE_TO_ASK);
+  EXPECT_EQ(vigila_try_authorize(client_, nullptr, "/p"), VIGILA_WOULD_HAVE_TO_ASK);
+  EXPECT_EQ(vigila_try_authorize(client_, "t", nullptr), VIGILA_WOULD_HAVE_TO_ASK);
+  EXPECT_EQ(vigila_try_is_protected(nullptr, "/p"), VIGILA_WOULD_HAVE_TO_ASK);
+  EXPECT_EQ(vigila_try_is_protected(client_, nullptr), VIGILA_WOULD_HAVE_TO_ASK);
+}
+
 TEST_F(VigilaCTest, CopiesANonce) {
   proxy_->text = std::string(32, 'a');
   EXPECT_EQ(vigila_get_nonce(client_, nonce_), 1);
@@ -157,7 +175,7 @@ TEST_F(VigilaCTest, RefusesNullForANonce) {
 }
 
 TEST_F(VigilaCTest, ServesACallerOfTheOldestKind) {
-  EXPECT_EQ(c89_logon(token_, nonce_), 5);
+  EXPECT_EQ(c89_logon(token_, nonce_), 7);
   EXPECT_STREQ(token_, "12345678");
   EXPECT_STREQ(nonce_, "12345678");
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -362,6 +363,133 @@ TEST_F(VigilaClientImplTest, KeepsTheGuessAboutProtectionUntilTheServerAppears) 
   }
   proxy_->FireChangeListeners(true);
   EXPECT_TRUE(impl_->IsProtected("/p"));
+}
+
+TEST_F(VigilaClientImplTest, KeepsNoGuessBesideAServersPage) {
+  proxy_->UsePage(page_);
+  proxy_->Fail();
+  EXPECT_FALSE(impl_->IsProtected("/p"));
+  proxy_->Recover();
+  EXPECT_TRUE(impl_->IsProtected("/p")) << "no server had said so";
+  EXPECT_EQ(Asked(), 2u);
+  EXPECT_TRUE(impl_->IsProtected("/p"));
+  EXPECT_EQ(Asked(), 2u);
+}
+
+TEST_F(VigilaClientImplTest, KeepsNothingWithoutAPage) {
+  proxy_->UsePage(nullptr);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(impl_->Authorize("t", "/p"));
+    EXPECT_TRUE(impl_->IsAuthenticated("t"));
+    EXPECT_TRUE(impl_->IsProtected("/p"));
+    EXPECT_TRUE(Authenticate("a", "b"));
+  }
+  EXPECT_EQ(Asked(), 8u);
+  proxy_->Fail();
+  EXPECT_FALSE(impl_->IsProtected("/p"));
+  proxy_->Recover();
+  EXPECT_TRUE(impl_->IsProtected("/p"));
+}
+
+TEST_F(VigilaClientImplTest, KeepsNoAnswerOfAnotherServerThanThatOfThePage) {
+  proxy_->UsePage(page_);
+  proxy_->while_asking = [this] { proxy_->UsePage(nullptr); };
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  proxy_->while_asking = nullptr;
+  proxy_->UsePage(page_);
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 2u);
+}
+
+TEST_F(VigilaClientImplTest, KeepsNoAnswerThatEndedWhileItWasAsked) {
+  proxy_->UsePage(page_);
+  proxy_->while_asking = [this] { page_->EndSession("t"); };
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  proxy_->while_asking = [this] { page_->RaiseEpoch(); };
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  proxy_->while_asking = nullptr;
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 3u);
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 3u);
+}
+
+TEST_F(VigilaClientImplTest, ForgetsWhatConcernsASessionOnceItHasEndedAndNothingElse) {
+  proxy_->UsePage(page_);
+  const auto ask = [this] {
+    proxy_->ForgetCalls();
+    EXPECT_TRUE(impl_->Authorize("12345678", "/p"));
+    EXPECT_TRUE(impl_->IsAuthenticated("12345678"));
+    EXPECT_TRUE(Authenticate("alice", "secret"));
+    EXPECT_TRUE(impl_->Authorize("0F3A9C21", "/p"));
+    EXPECT_TRUE(impl_->IsProtected("/p"));
+    return Asked();
+  };
+  EXPECT_EQ(ask(), 5u);
+  EXPECT_EQ(ask(), 0u);
+  page_->EndSession("12345678");
+  proxy_->FireChangeListeners(false);
+  EXPECT_EQ(ask(), 3u) << "the logon was answered with that token";
+  page_->RaiseEpoch();
+  EXPECT_EQ(ask(), 5u);
+  proxy_->FireChangeListeners(true);
+  EXPECT_EQ(ask(), 5u);
+}
+
+TEST_F(VigilaClientImplTest, EmptiesEveryCacheWhenAQuestionFindsTheEpochRaised) {
+  proxy_->UsePage(page_);
+  impl_->Authorize("t", "/1");
+  impl_->IsProtected("/p");
+  page_->RaiseEpoch();
+  const long kept = page_.use_count();  // each kept answer holds its page
+  impl_->Authorize("t", "/2");
+  EXPECT_EQ(page_.use_count(), kept - 1) << "two have gone, one has come";
+}
+
+TEST_F(VigilaClientImplTest, GivesNoAnswerOfAServerThatIsNotKnownToLive) {
+  proxy_->UsePage(page_);
+  page_->LiveUntil(1'000'500'000'000);
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  At(1000, 499'999);
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 1u);
+  At(1000, 500'000);
+  proxy_->Fail();
+  EXPECT_FALSE(impl_->Authorize("t", "/p"));
+}
+
+TEST_F(VigilaClientImplTest, AnswersATryFromMemoryOnly) {
+  EXPECT_EQ(impl_->TryAuthorize("t", "/p"), std::nullopt);
+  EXPECT_EQ(impl_->TryIsProtected("/p"), std::nullopt);
+  EXPECT_EQ(Asked(), 0u);
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_TRUE(impl_->IsProtected("/p"));
+  proxy_->flag = false;
+  EXPECT_FALSE(impl_->Authorize("t", "/refused"));
+  EXPECT_FALSE(impl_->IsProtected("/open"));
+  proxy_->ForgetCalls();
+  log_.Clear();
+  EXPECT_EQ(impl_->TryAuthorize("t", "/p"), true);
+  EXPECT_EQ(impl_->TryIsProtected("/p"), true);
+  EXPECT_EQ(impl_->TryAuthorize("t", "/refused"), std::nullopt) << "no refusal is kept";
+  EXPECT_EQ(impl_->TryIsProtected("/open"), false);
+  EXPECT_EQ(Asked(), 0u);
+  EXPECT_THAT(Log(), ElementsAre("cached authorization for token t to /p",
+                                 "authorize for t to /p successful", "cached is_protected for /p",
+                                 "is_protected for /p is true", "cached is_protected for /open",
+                                 "is_protected for /open is false"));
+  EXPECT_EQ(impl_->GetCounts().cache_hits, 3u);
+  EXPECT_EQ(impl_->GetCounts().cache_misses, 4u) << "what was not asked is no miss";
+}
+
+TEST_F(VigilaClientImplTest, RenewsWhatATryFinds) {
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  for (int second = 1001; second < 1005; ++second) {
+    At(second);
+    EXPECT_EQ(impl_->TryAuthorize("t", "/p"), true);
+  }
+  At(1006);
+  EXPECT_EQ(impl_->TryAuthorize("t", "/p"), std::nullopt);
 }
 
 TEST_F(VigilaClientImplTest, RefusesToAuthorizeWhileProtectionIsAGuess) {

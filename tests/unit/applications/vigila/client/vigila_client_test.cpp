@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@
 #include "vigila/check/fake_msg_bus.h"
 #include "vigila/client/vigila.h"
 #include "vigila/client/vigila_client_impl.h"
+
+std::optional<bool> Cpp17Visit(std::string& token);
 
 namespace vigila::client {
 namespace {
@@ -91,6 +94,13 @@ TEST_F(VigilaClientTest, BringsTextsOfAnyBytesWhole) {
                                                  bytes + comma + bytes + comma + bytes + ")",
                                              "AuthenticateWsse(false, " + bytes + comma + bytes +
                                                  comma + bytes + comma + bytes + ")"));
+}
+
+TEST_F(VigilaClientTest, ServesACallerOfTheOldestKind) {
+  provider_.text = "12345678";
+  std::string token;
+  EXPECT_EQ(Cpp17Visit(token), true);
+  EXPECT_EQ(token, "12345678");
 }
 
 TEST_F(VigilaClientTest, ForgetsEveryAnswerWhenTheServerAnnouncesAChange) {

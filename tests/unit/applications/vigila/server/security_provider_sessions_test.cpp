@@ -1,7 +1,9 @@
 // What becomes of sessions.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "security_provider_fixture.h"
 
@@ -46,6 +48,43 @@ TEST_F(SecurityProviderTest, ReadingCredentialsAndPathsDoesNotRestartTheIdleTime
   EXPECT_EQ(11u, Provider().GetAllowedPermissions(token).size());
   server_.Advance(1);
   EXPECT_EQ("", Provider().GetCredentials(token));
+}
+
+// Whatever ends sessions is told with their tokens before the operation returns: who keeps answers
+// by token must learn which of them are stale.
+TEST_F(SecurityProviderTest, EveryEndOfASessionIsTold) {
+  AddAdministrator();
+  Add("bob", "bob's secret", 8);
+  struct Tokens {
+    void OnEnd(const std::string& token) { tokens.push_back(token); }
+    Strings Take() { return std::exchange(tokens, {}); }
+    Strings tokens;
+  } ended;
+  using Listener =
+      tevra::core::VoidObjectMethodDelegate1<Tokens, void (Tokens::*)(const std::string&),
+                                             std::string>;
+  Provider().AddSessionEndListener(std::make_unique<Listener>(&ended, &Tokens::OnEnd));
+
+  std::string token = Logon("bob", "bob's secret");
+  Provider().Logout(token);
+  EXPECT_EQ(Strings({token}), ended.Take());
+  token = Logon("bob", "bob's secret");
+  Provider().Invalidate("bob");
+  EXPECT_EQ(Strings({token}), ended.Take());
+  token = Logon("bob", "bob's secret");
+  Provider().Invalidate("*");
+  EXPECT_EQ(Strings({token}), ended.Take());
+  token = Logon("bob", "bob's secret");
+  ASSERT_EQ(0, Provider().ModifyUsers(support::UsersJson({support::UserJson("bob", 4)})));
+  EXPECT_EQ(Strings({token}), ended.Take()) << "another group";
+  token = Logon("bob", "bob's secret");
+  ASSERT_EQ(
+      0, Provider().ModifyUsers(support::UsersJson({support::UserJson("bob", "another one", 4)})));
+  EXPECT_EQ(Strings({token}), ended.Take()) << "another password";
+  token = Logon("bob", "another one");
+  ASSERT_EQ(0, Provider().DeleteUsers({"bob"}));
+  EXPECT_EQ(Strings({token}), ended.Take());
+  Provider().RemoveSessionEndListeners(&ended);
 }
 
 TEST_F(SecurityProviderTest, LogoutEndsTheSessionAndNamesTheUser) {

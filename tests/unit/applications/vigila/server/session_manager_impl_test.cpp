@@ -433,6 +433,30 @@ TEST_F(SessionManagerImplTest, InvalidatesEverybodyInTokenOrder) {
   EXPECT_EQ(alive_, 0);
 }
 
+TEST_F(SessionManagerImplTest, TellsTheTokensOfSessionsOnceTheyHaveEnded) {
+  std::vector<std::string> ended;
+  const std::string first = Enroll(1, "alice");
+  const std::string second = Enroll(2, "bob");
+  const std::string third = Enroll(3, "bob");
+  manager_.TellEnds([&](const std::string& token) { ended.push_back(token); });
+  manager_.Cancel("nothing");
+  manager_.Invalidate("carol");
+  EXPECT_THAT(ended, IsEmpty());
+  EXPECT_TRUE(manager_.Cancel(first));
+  EXPECT_THAT(ended, ElementsAre(first));
+  manager_.Invalidate("bob");
+  EXPECT_THAT(ended, ElementsAre(first, second, third));
+}
+
+TEST_F(SessionManagerImplTest, DoesNotTellOfSessionsThatExpire) {
+  std::vector<std::string> ended;
+  manager_.TellEnds([&](const std::string& token) { ended.push_back(token); });
+  const std::string token = Enroll(1, "alice");
+  At(kStart + 5000);
+  EXPECT_FALSE(manager_.Refresh(token));
+  EXPECT_THAT(ended, IsEmpty());
+}
+
 TEST_F(SessionManagerImplTest, InvalidatesExpiredSessionsWithoutPruningThem) {
   Enroll(0, "alice");
   Enroll(1, "bob");

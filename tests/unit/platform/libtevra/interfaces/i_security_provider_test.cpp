@@ -13,6 +13,7 @@
 #include "support/change_recorder.h"
 #include "support/recording_provider.h"
 #include "support/virtual_slot.h"
+#include "tevra/interfaces/revocation_page.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
@@ -73,6 +74,32 @@ TEST(ISecurityProvider, RemovesEveryListenerOfATargetAndNoOther) {
   EXPECT_TRUE(leaving.Values().empty());
   EXPECT_EQ(staying.Values().size(), 1u);
   provider.RemoveChangeListeners(&leaving);
+}
+
+TEST(ISecurityProvider, TellsWhoListensForItTheTokenOfAnEndedSession) {
+  struct Tokens {
+    void OnEnd(const std::string& token) { tokens.push_back(token); }
+    std::vector<std::string> tokens;
+  };
+  using Listener =
+      core::VoidObjectMethodDelegate1<Tokens, void (Tokens::*)(const std::string&), std::string>;
+  RecordingProvider provider;
+  ChangeRecorder changes;
+  changes.Attach(provider);
+  Tokens heard;
+  provider.AddSessionEndListener(std::make_unique<Listener>(&heard, &Tokens::OnEnd));
+  provider.AddSessionEndListener(nullptr);
+  provider.FireSessionEndListeners("0F3A9C21");
+  EXPECT_EQ(heard.tokens, (std::vector<std::string>{"0F3A9C21"}));
+  EXPECT_TRUE(changes.Values().empty());
+  provider.RemoveSessionEndListeners(&heard);
+  provider.FireSessionEndListeners("12C5F92F");
+  EXPECT_EQ(heard.tokens.size(), 1u);
+}
+
+TEST(ISecurityProvider, HasAPageThatNeverChangesUnlessAProxyHasAnother) {
+  RecordingProvider provider;
+  EXPECT_EQ(provider.GetRevocationPage(), RevocationPage::Unchanging());
 }
 
 TEST(ISecurityProvider, OwnsItsListeners) {

@@ -11,6 +11,8 @@ int c89_logon(char* token, char* nonce) {
   answers += vigila_get_nonce(client, nonce);
   answers += vigila_authenticate(client, "alice", 5, "secret", 6, "", token);
   answers += vigila_authorize(client, token, "/path");
+  answers += vigila_try_authorize(client, token, "/path") != VIGILA_WOULD_HAVE_TO_ASK;
+  answers += vigila_try_is_protected(client, "/path") != VIGILA_WOULD_HAVE_TO_ASK;
   answers += vigila_is_authenticated(client, token);
   vigila_close(client);
   return answers;
