@@ -17,8 +17,13 @@
  *
  * Threads: any thread may call any function with the same client at the same time, except
  * vigila_close, which must be the last call and the only one under way. A thread may be cancelled
- * (pthread_cancel) in a call that waits for the server. Threads may go on calling while the process
- * ends by exit(); the client need not be closed before.
+ * (pthread_cancel) in a call that waits for the server; on a bus with a broker the cancellation
+ * takes effect when the wait is over. Threads may go on calling while the process ends by exit();
+ * the client need not be closed before.
+ *
+ * Cost: any number of clients in a process share one thread, one connection to listen and a few for
+ * calls, which are closed when they are not used. The last one closed ends them. Should the program
+ * close descriptors that it did not open, they are noticed within a second and opened anew.
  *
  * Processes: a client belongs to the process that opened it. In a child of fork every call answers
  * no at once, with one log line; a client that the child opens works. Either process may close its

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "tevra/interfaces/access_denied.h"
+#include "tevra/msgbus/connection_refused.h"
 #include "vigila/client/monotonic_time_source.h"
 #include "vigila/client/session_commands.h"
 #include "vigila/contract/result_tokens.h"
@@ -70,7 +72,8 @@ VigilaClient::Impl::Impl()
       is_protected_cache_(TimeSpan::FromSeconds(kLifetimeSecs), TheMonotonicClock()),
       bus_(std::in_place),
       provider_(Provider::CreateClient(&*bus_)),
-      logger_(Logger::GetLogger("VigilaClient")) {
+      logger_(Logger::GetLogger("VigilaClient")),
+      refusals_(TheMonotonicClock()) {
   Subscribe();
   bus_->StartServer();
 }
@@ -81,7 +84,8 @@ VigilaClient::Impl::Impl(std::unique_ptr<Provider> provider, const ITimeSource& 
       is_authenticated_cache_(TimeSpan::FromSeconds(kLifetimeSecs), clock),
       is_protected_cache_(TimeSpan::FromSeconds(kLifetimeSecs), clock),
       provider_(std::move(provider)),
-      logger_(Logger::GetLogger("VigilaClient")) {
+      logger_(Logger::GetLogger("VigilaClient")),
+      refusals_(clock) {
   Subscribe();
 }
 
@@ -310,10 +314,14 @@ bool VigilaClient::Impl::RunCommand(Command& command) {
     return true;
   } catch (const abi::__forced_unwind&) {
     throw;  // the thread is cancelled, which no handler may stop
+  } catch (const tevra::interfaces::AccessDenied& refusal) {
+    ReportRefusal(refusal.what());
+  } catch (const tevra::msgbus::ConnectionRefused& refusal) {
+    ReportRefusal(refusal.what());
   } catch (...) {
     ReportFailure();
-    return false;
   }
+  return false;
 }
 
 void VigilaClient::Impl::ReportFailure() {
@@ -351,6 +359,13 @@ bool VigilaClient::Impl::ReportProtection(const std::string& path, bool is_prote
   if (cached) logger_->Debug("cached is_protected for %s", path.c_str());
   logger_->Debug("is_protected for %s is %s", path.c_str(), Text(is_protected));
   return is_protected;
+}
+
+// The server is there and will not have this client, which someone must mend: a bound, a role, a
+// version. Said behind the line that every call without an answer leaves.
+void VigilaClient::Impl::ReportRefusal(const char* cause) {
+  ReportFailure();
+  if (refusals_.IsDue(cause)) logger_->Error("vigila refuses this process: %s", cause);
 }
 
 bool VigilaClient::Impl::ReportLogon(const std::string& username, const std::string& token,

@@ -18,6 +18,7 @@
 #include "vigila/client/access_commands.h"
 #include "vigila/client/authenticate_commands.h"
 #include "vigila/client/cache.h"
+#include "vigila/client/refusal_limiter.h"
 #include "vigila/client/vigila_client.h"
 
 namespace vigila::client {
@@ -90,6 +91,7 @@ class VigilaClient::Impl final {
   // false.
   bool RunCommand(Command& command);
   void ReportFailure();
+  void ReportRefusal(const char* cause);
   void Subscribe();
   void OnChange(bool value);
   // Treats accounts or rules that have changed since the last question as the notification that is
@@ -114,6 +116,7 @@ class VigilaClient::Impl final {
   // Instance and epoch of the page at the last question, added: an epoch that is raised changes the
   // sum, and so does another server.
   std::atomic<uint64_t> heeded_{0};
+  RefusalLimiter refusals_;
 };
 
 }  // namespace vigila::client

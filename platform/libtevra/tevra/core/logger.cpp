@@ -13,7 +13,7 @@
 #include "tevra/core/default_sink.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/osa/held_cancellation.h"
-#include "tevra/osa/process_generation.h"
+#include "tevra/osa/per_process.h"
 
 namespace tevra::core {
 namespace {
@@ -32,27 +32,16 @@ std::atomic<Logger*> g_loggers{nullptr};
 
 std::atomic<Logger::Sink*> g_sink{nullptr};  // null: the default
 
-// Serves one process; a child of fork makes another, for the mutex of its parent may be held by a
-// thread that the child does not have. Never destroyed: objects with static storage may log while
-// they are torn down, and other threads while the process ends.
 struct Outlet {
-  const osa::ProcessGeneration process;
   std::mutex mutex;  // held during Write
   DefaultSink default_sink;
 };
 
-Outlet& TheOutlet() {
-  static std::atomic<Outlet*> latest{nullptr};
-  Outlet* outlet = latest.load(std::memory_order_acquire);
-  if (outlet != nullptr && !outlet->process.IsInherited()) return *outlet;
-  auto made = std::make_unique<Outlet>();
-  if (latest.compare_exchange_strong(outlet, made.get())) return *made.release();
-  return *outlet;
-}
+constinit osa::PerProcess<Outlet> g_outlet;
 
 void Deliver(Logger::Level level, const std::string& logger, const std::string& text) {
   const osa::HeldCancellation held;
-  Outlet& outlet = TheOutlet();
+  Outlet& outlet = g_outlet.Get();
   const std::lock_guard<std::mutex> lock(outlet.mutex);
   Logger::Sink* const own = g_sink.load();
   (own != nullptr ? *own : outlet.default_sink).Write(level, logger, text);
@@ -165,7 +154,7 @@ bool Logger::IsEnabled(Level level) {
 
 Logger::Sink* Logger::SetSink(Sink* sink) {
   // The previous sink writes nothing any more once it is handed back.
-  const std::lock_guard<std::mutex> lock(TheOutlet().mutex);
+  const std::lock_guard<std::mutex> lock(g_outlet.Get().mutex);
   return g_sink.exchange(sink);
 }
 

@@ -85,6 +85,8 @@ BusConfig BusConfig::FromPlatform() {
   config.max_message_bytes = GetSize("max_message_bytes", config.max_message_bytes, 1024, 1 << 27);
   config.max_output_bytes = GetSize("max_output_bytes", config.max_output_bytes, 1024, 1 << 30);
   config.pool_size = GetSize("pool_size", config.pool_size, 1, 1024);
+  config.idle_timeout = std::chrono::milliseconds(
+      platform.GetInt(kSection, "idle_timeout_ms", config.idle_timeout.count(), 1, INT_MAX));
   config.service_uid = ParseUser(platform.GetString(kSection, "service_user", "root"));
   return config;
 }

@@ -24,6 +24,7 @@ struct BusConfig {
   size_t max_message_bytes = 2 << 20;
   size_t max_output_bytes = 4 << 20;
   size_t pool_size = 8;
+  std::chrono::milliseconds idle_timeout{10000};  // after which an unused connection is closed
   uid_t service_uid = 0;
 
   // Throws tevra::osa::Exception that names the key with a wrong value.
@@ -32,6 +33,8 @@ struct BusConfig {
   // Whether a server that runs as `uid` may be believed: root, this process's own user, or the
   // configured service user.
   bool Trusts(uid_t uid) const;
+
+  bool operator==(const BusConfig&) const = default;
 };
 
 }  // namespace tevra::msgbus

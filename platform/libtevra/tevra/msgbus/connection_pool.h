@@ -1,9 +1,12 @@
 #ifndef TEVRA_MSGBUS_CONNECTION_POOL_H_
 #define TEVRA_MSGBUS_CONNECTION_POOL_H_
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -30,8 +33,10 @@ class ConnectionPool final {
  public:
   using ConnectionPtr = std::unique_ptr<Connection>;
   using Connect = std::function<ConnectionPtr(Deadline deadline)>;
+  using Clock = std::chrono::steady_clock;
 
-  // A connection on loan. Goes back to the pool unless it was discarded; must not outlive the pool.
+  // A connection on loan. Goes back to the pool when it was used to the end; must not outlive the
+  // pool.
   class Lease final {
    public:
     Lease(ConnectionPool& pool, ConnectionPtr connection, bool is_new)
@@ -48,11 +53,14 @@ class ConnectionPool final {
     Lease& operator=(const Lease&) = delete;
 
     Connection* operator->() { return connection_.get(); }
+    // Nothing is under way on the connection. Not said when its use ends with the thread, which
+    // may be cancelled: half a message may be sent, half an answer read.
+    void Keep() { keep_ = !is_lost_; }
     // Anything but kDone ends the connection and throws: osa::Exception with what became of the
     // message to `whom`, or for With to try again.
     void Check(Outcome outcome, const char* whom) {
       if (outcome == Outcome::kDone) return;
-      keep_ = false;
+      is_lost_ = true;
       if (outcome == Outcome::kNotSent && !is_new_) throw WasDead();
       if (outcome == Outcome::kTimedOut) {
         throw osa::Exception("message bus: no answer from %s in time", whom);
@@ -64,7 +72,8 @@ class ConnectionPool final {
     ConnectionPool& pool_;
     ConnectionPtr connection_;
     const bool is_new_;
-    bool keep_ = true;
+    bool is_lost_ = false;
+    bool keep_ = false;
   };
 
   ConnectionPool(size_t size, Connect connect) : size_(size), connect_(std::move(connect)) {}
@@ -77,7 +86,11 @@ class ConnectionPool final {
     for (;;) {
       Lease lease = Borrow(deadline);
       try {
-        return use(lease);
+        use(lease);
+        return lease.Keep();
+      } catch (const osa::Exception&) {
+        lease.Keep();
+        throw;
       } catch (const WasDead&) {
         // The peer has been away, so the other idle connections are as dead as this one.
         DiscardIdle();
@@ -85,8 +98,25 @@ class ConnectionPool final {
     }
   }
 
+  // Closes those that nothing has borrowed since then; whether others are idle.
+  bool CloseIdle(Clock::time_point since) {
+    std::vector<Idle> leaving;  // closed when the mutex is free again
+    const std::lock_guard<std::mutex> lock(mutex_);
+    // The one that came back last is lent first, so the oldest stand in front.
+    const auto staying = std::find_if(idle_.begin(), idle_.end(),
+                                      [since](const Idle& idle) { return idle.since > since; });
+    leaving.assign(std::make_move_iterator(idle_.begin()), std::make_move_iterator(staying));
+    idle_.erase(idle_.begin(), staying);
+    open_ -= leaving.size();
+    return !idle_.empty();
+  }
+
  private:
   struct WasDead {};
+  struct Idle {
+    ConnectionPtr connection;
+    Clock::time_point since;
+  };
 
   Lease Borrow(Deadline deadline) {
     {
@@ -95,7 +125,7 @@ class ConnectionPool final {
           returned_.wait_until(lock, deadline, [this] { return !idle_.empty() || open_ < size_; });
       if (!available) throw osa::Exception("message bus: every connection is busy");
       if (!idle_.empty()) {
-        ConnectionPtr connection = std::move(idle_.back());
+        ConnectionPtr connection = std::move(idle_.back().connection);
         idle_.pop_back();
         return Lease(*this, std::move(connection), false);
       }
@@ -110,7 +140,7 @@ class ConnectionPool final {
   }
 
   void DiscardIdle() {
-    std::vector<ConnectionPtr> idle;
+    std::vector<Idle> idle;
     {
       const std::lock_guard<std::mutex> lock(mutex_);
       idle.swap(idle_);
@@ -122,7 +152,7 @@ class ConnectionPool final {
   void Return(ConnectionPtr connection) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
-      idle_.push_back(std::move(connection));
+      idle_.push_back({std::move(connection), Clock::now()});
     }
     returned_.notify_one();
   }
@@ -140,7 +170,7 @@ class ConnectionPool final {
   std::mutex mutex_;
   std::condition_variable returned_;
   // Guarded by mutex_.
-  std::vector<ConnectionPtr> idle_;
+  std::vector<Idle> idle_;
   size_t open_ = 0;  // idle, lent, or being connected
 };
 

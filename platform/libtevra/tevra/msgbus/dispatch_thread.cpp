@@ -1,9 +1,9 @@
 #include "tevra/msgbus/dispatch_thread.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -21,6 +21,7 @@ namespace tevra::msgbus {
 namespace {
 
 constexpr DispatchThread::Id kWakeId = 0;
+constexpr std::chrono::seconds kLookInterval{1};
 
 void Guarded(const DispatchThread::Task& task) {
   try {
@@ -37,7 +38,10 @@ void Guarded(const DispatchThread::Task& task) {
 void DispatchThread::Stop() {
   if (!started_ || !thread_.joinable()) return;
   quit_ = true;
-  Wake();
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Wake();
+  }
   thread_.join();
 }
 
@@ -45,14 +49,7 @@ void DispatchThread::Start() {
   if (started_) return;
   const std::lock_guard<std::mutex> lock(mutex_);
   if (started_) return;
-  osa::Descriptor epoll(epoll_create1(EPOLL_CLOEXEC));
-  osa::Descriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  epoll_event event{EPOLLIN, {.u64 = kWakeId}};
-  if (!epoll || !wake || epoll_ctl(epoll.get(), EPOLL_CTL_ADD, wake.get(), &event) != 0) {
-    throw osa::Exception("message bus: no event loop: %s", strerror(errno));
-  }
-  epoll_ = std::move(epoll);
-  wake_ = std::move(wake);
+  Open();
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
@@ -67,14 +64,27 @@ void DispatchThread::Start() {
   started_ = true;
 }
 
+// An epoll set and a pair of sockets to end its waiting. With mutex_ held.
+void DispatchThread::Open() {
+  osa::Descriptor epoll(epoll_create1(EPOLL_CLOEXEC));
+  int ends[2] = {-1, -1};
+  const bool paired = socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0;
+  OwnedSocket wake{osa::Descriptor(ends[0])};
+  OwnedSocket woken{osa::Descriptor(ends[1])};
+  epoll_event event{EPOLLIN, {.u64 = kWakeId}};
+  if (!epoll || !paired || epoll_ctl(epoll.get(), EPOLL_CTL_ADD, woken.get(), &event) != 0) {
+    throw osa::Exception("message bus: no event loop: %s", strerror(errno));
+  }
+  epoll_ = std::move(epoll);
+  wake_ = std::move(wake);
+  woken_ = std::move(woken);
+}
+
 void DispatchThread::Post(Task task) {
   Start();
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    posted_.push_back(std::move(task));
-    if (posted_.size() > 1) return;
-  }
-  Wake();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  posted_.push_back(std::move(task));
+  if (posted_.size() == 1) Wake();
 }
 
 void DispatchThread::Invoke(const Task& task) {
@@ -104,13 +114,14 @@ DispatchThread::Id DispatchThread::Watch(int fd, uint32_t events, Ready ready) {
   if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
     throw osa::Exception("message bus: epoll: %s", strerror(errno));
   }
-  watches_[id] = std::make_shared<WatchEntry>(WatchEntry{fd, std::move(ready)});
+  watches_[id] = std::make_shared<WatchEntry>(WatchEntry{fd, events, std::move(ready)});
   return id;
 }
 
 void DispatchThread::Modify(Id watch, uint32_t events) {
   const auto entry = watches_.find(watch);
   if (entry == watches_.end()) return;
+  entry->second->events = events;
   epoll_event event{events, {.u64 = watch}};
   epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, entry->second->fd, &event);
 }
@@ -146,20 +157,63 @@ void DispatchThread::Loop() {
       // Copies, for the kernel packs its structure and leaves the members unaligned.
       const Id id = events[static_cast<size_t>(i)].data.u64;
       const uint32_t what = events[static_cast<size_t>(i)].events;
-      if (id == kWakeId) {
-        uint64_t wakes = 0;
-        [[maybe_unused]] const ssize_t ignored = read(wake_.get(), &wakes, sizeof wakes);
-        continue;
-      }
-      const auto entry = watches_.find(id);
-      if (entry == watches_.end()) continue;
-      const std::shared_ptr<WatchEntry> watch = entry->second;
-      Guarded([&watch, what] { watch->ready(what); });
+      Dispatch(id, what);
     }
+    if ((count < 0 && errno != EINTR) || Clock::now() >= next_look_) LookAfterDescriptors();
     RunPosted();
     RunTimers();
     if (work_) Guarded([this, &more_waits] { more_waits = work_(); });
   }
+}
+
+void DispatchThread::Dispatch(Id id, uint32_t events) {
+  if (id == kWakeId) {
+    std::array<char, 64> wakes;
+    if (woken_.IsIntact()) recv(woken_.get(), wakes.data(), wakes.size(), MSG_DONTWAIT);
+    return;
+  }
+  const auto entry = watches_.find(id);
+  if (entry == watches_.end()) return;
+  const std::shared_ptr<WatchEntry> watch = entry->second;
+  Guarded([&watch, events] { watch->ready(events); });
+}
+
+// A set knows a descriptor by its file as well as by its number, so it does not find one that is
+// another file's by now.
+void DispatchThread::LookAfterDescriptors() {
+  next_look_ = Clock::now() + kLookInterval;
+  epoll_event wake{EPOLLIN, {.u64 = kWakeId}};
+  if (!woken_.IsIntact() || !wake_.IsIntact() ||
+      epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, woken_.get(), &wake) != 0) {
+    return OpenAnew();
+  }
+  std::vector<Id> lost;
+  for (const auto& [id, watch] : watches_) {
+    epoll_event event{watch->events, {.u64 = id}};
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, watch->fd, &event) != 0) lost.push_back(id);
+  }
+  for (const Id id : lost) Dispatch(id, kLost);
+}
+
+void DispatchThread::OpenAnew() {
+  // Deliberate: not closed. That no epoll set can be told from another is why it is given up.
+  static_cast<void>(epoll_.Release());
+  try {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Open();
+  } catch (const osa::Exception& failure) {
+    // Without a set there is nothing to wait with; the next round tries again.
+    core::Logger::GetLogger("MsgBus")->Error("%s", failure.what());
+    poll(nullptr, 0, static_cast<int>(std::chrono::milliseconds(kLookInterval).count()));
+    return;
+  }
+  std::vector<Id> ids;
+  for (const auto& [id, watch] : watches_) {
+    epoll_event event{watch->events, {.u64 = id}};
+    epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, watch->fd, &event);
+    ids.push_back(id);
+  }
+  for (const Id id : ids) Dispatch(id, kLost);
 }
 
 void DispatchThread::RunPosted() {
@@ -183,15 +237,15 @@ void DispatchThread::RunTimers() {
 }
 
 int DispatchThread::NextTimeoutMs() const {
-  if (timers_.empty()) return -1;
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(timers_.begin()->first - Clock::now());
+  const Clock::time_point next =
+      timers_.empty() ? next_look_ : std::min(next_look_, timers_.begin()->first);
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
   return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
 }
 
+// With mutex_ held. Where it cannot wake the thread, the next look at the descriptors does.
 void DispatchThread::Wake() {
-  const uint64_t one = 1;
-  [[maybe_unused]] const ssize_t ignored = write(wake_.get(), &one, sizeof one);
+  if (wake_.IsIntact()) send(wake_.get(), "", 1, MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 }  // namespace tevra::msgbus

@@ -12,18 +12,27 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tevra/msgbus/owned_socket.h"
 #include "tevra/osa/descriptor.h"
 #include "tevra/osa/process_generation.h"
 
 namespace tevra::msgbus {
 
-// The one thread on which a bus reads its connections and runs its handlers. Costs nothing until it
-// is started. All signals are blocked on it: stop signals belong to the program's main thread.
+// The one thread on which buses read their connections and run their handlers. Costs nothing until
+// it is started. All signals are blocked on it: stop signals belong to the program's main thread.
+//
+// The program may close descriptors that it did not open, as daemons do that begin with
+// closefrom(). So the thread looks once a second whether its numbers are still its own, makes what
+// it needs anew, and tells those who watch.
 class DispatchThread final {
  public:
   using Task = std::function<void()>;
   using Ready = std::function<void(uint32_t events)>;
   using Id = uint64_t;
+
+  // What a watch reports when its descriptor was closed by someone else: the number may be another
+  // file's by now, which must not be read, written or closed.
+  static constexpr uint32_t kLost = 1u << 31;
 
   DispatchThread() = default;
   ~DispatchThread() { Stop(); }
@@ -38,6 +47,7 @@ class DispatchThread final {
   void Start();
   void Post(Task task);
   void Invoke(const Task& task);  // waits for the task and rethrows what it threw
+  bool IsStarted() const { return started_; }
   bool IsCurrent() const;
   // Joins the thread; tasks not yet begun are dropped. Nothing may be posted any more.
   void Stop();
@@ -54,6 +64,7 @@ class DispatchThread final {
   using Clock = std::chrono::steady_clock;
   struct WatchEntry {
     int fd;
+    uint32_t events;
     Ready ready;
   };
   struct Timer {
@@ -62,14 +73,16 @@ class DispatchThread final {
   };
 
   void Loop();
+  void Open();
+  void Dispatch(Id id, uint32_t events);
+  void LookAfterDescriptors();
+  void OpenAnew();
   void RunPosted();
   void RunTimers();
   int NextTimeoutMs() const;
   void Wake();
 
   const osa::ProcessGeneration process_;
-  osa::Descriptor epoll_;  // constant once started
-  osa::Descriptor wake_;
   std::function<bool()> work_;
   std::atomic<bool> started_{false};
   std::atomic<bool> quit_{false};
@@ -77,9 +90,14 @@ class DispatchThread final {
   std::atomic<std::thread::id> thread_id_{};
 
   std::mutex mutex_;
-  std::vector<Task> posted_;  // guarded by mutex_
+  // Guarded by mutex_.
+  std::vector<Task> posted_;
+  OwnedSocket wake_;
 
   // Used on the thread only.
+  osa::Descriptor epoll_;
+  OwnedSocket woken_;  // the other end of wake_
+  Clock::time_point next_look_{};
   Id last_id_ = 0;
   std::unordered_map<Id, std::shared_ptr<WatchEntry>> watches_;
   std::multimap<Clock::time_point, Timer> timers_;

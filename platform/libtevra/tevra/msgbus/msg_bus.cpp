@@ -6,13 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "tevra/msgbus/broker/broker_transport.h"
 #include "tevra/msgbus/bus_config.h"
-#include "tevra/msgbus/direct/direct_transport.h"
-#include "tevra/msgbus/dispatch_thread.h"
+#include "tevra/msgbus/engine.h"
 #include "tevra/msgbus/handler_table.h"
 #include "tevra/msgbus/request_dispatcher.h"
-#include "tevra/msgbus/transport.h"
 #include "tevra/osa/exception.h"
 #include "tevra/osa/process_generation.h"
 
@@ -22,28 +19,52 @@ namespace {
 // What the user of a bus has asked for, apart from handlers.
 struct Registrations {
   std::set<std::string> destinations;
+  std::set<std::string> watched;
   bool running = false;
 };
 
 }  // namespace
 
+// A bus that serves nothing stands on the engine that it shares with others. One that serves gets
+// an engine of its own, for its handlers must not wait for those of others.
 class MsgBus::Impl {
  public:
   explicit Impl(MsgBus& bus)
-      : config_(BusConfig::FromPlatform()), dispatcher_(bus, handlers_, config_.max_message_bytes) {
-    if (config_.transport == BusConfig::Transport::kDirect) {
-      transport_ = std::make_unique<DirectTransport>(config_, dispatch_, dispatcher_);
-    } else {
-      transport_ = std::make_unique<BrokerTransport>(config_, dispatch_, dispatcher_);
-    }
+      : config_(BusConfig::FromPlatform()),
+        dispatcher_(bus, handlers_, config_.max_message_bytes) {}
+  ~Impl() {
+    if (Engine* const engine = engine_) engine->Unsubscribe(dispatcher_);
   }
-  ~Impl() { dispatch_.Stop(); }
 
   bool IsInherited() const { return process_.IsInherited(); }
   HandlerTable& handlers() { return handlers_; }
   RequestDispatcher& dispatcher() { return dispatcher_; }
-  DispatchThread& dispatch() { return dispatch_; }
-  Transport& transport() { return *transport_; }
+
+  Engine& engine() {
+    Engine* const engine = engine_.load(std::memory_order_acquire);
+    return engine != nullptr ? *engine : SharedEngine();
+  }
+  bool HasOwnEngine() const { return has_own_engine_; }
+  Engine& OwnEngine() {
+    const std::lock_guard<std::mutex> lock(engine_mutex_);
+    if (!own_) {
+      if (shared_) shared_->Unsubscribe(dispatcher_);
+      own_ = std::make_unique<Engine>(config_, &dispatcher_);
+      for (const std::string& name : CopyRegistrations().watched) {
+        own_->Subscribe(dispatcher_, name);
+      }
+      engine_.store(own_.get(), std::memory_order_release);
+      has_own_engine_ = true;
+    }
+    return *own_;
+  }
+  void Watch(const std::string& name) {
+    Engine& engine = this->engine();
+    engine.transport().CheckName(name);
+    const std::lock_guard<std::mutex> lock(engine_mutex_);
+    ChangeRegistrations([&name](Registrations& now) { now.watched.insert(name); });
+    engine_.load()->Subscribe(dispatcher_, name);
+  }
 
   Registrations CopyRegistrations() const {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -63,15 +84,30 @@ class MsgBus::Impl {
   }
 
  private:
+  Engine& SharedEngine() {
+    const std::lock_guard<std::mutex> lock(engine_mutex_);
+    if (engine_.load() == nullptr) {
+      shared_ = Engine::Shared(config_);
+      engine_ = shared_.get();
+    }
+    return *engine_;
+  }
+
   const osa::ProcessGeneration process_;
   const BusConfig config_;
   std::atomic<uint32_t> last_serial_{0};
-  DispatchThread dispatch_;
   HandlerTable handlers_;
   RequestDispatcher dispatcher_;
-  std::unique_ptr<Transport> transport_;
   mutable std::mutex mutex_;
   Registrations registrations_;  // guarded by mutex_
+
+  std::mutex engine_mutex_;
+  // Guarded by engine_mutex_; each made once, and kept for the calls that are under way.
+  std::shared_ptr<Engine> shared_;
+  std::unique_ptr<Engine> own_;
+  // The one in use; null until there is need of one.
+  std::atomic<Engine*> engine_{nullptr};
+  std::atomic<bool> has_own_engine_{false};
 };
 
 MsgBus::Impl& MsgBus::Own() const {
@@ -91,20 +127,20 @@ void MsgBus::SendMsg(MsgBusMsg& message) {
   Impl& own = Own();
   own.Stamp(message);
   if (!message.GetDestination().empty()) {
-    return own.transport().Post(message, own.DeadlineAfter(-1));
+    return own.engine().Post(message, own.DeadlineAfter(-1));
   }
   // Without a server there is no one to hear a broadcast.
-  if (!IsRunning()) return;
-  Transport& transport = own.transport();
-  if (own.dispatch().IsCurrent()) return transport.Broadcast(message);
-  own.dispatch().Post([&transport, message] { transport.Broadcast(message); });
+  if (!IsRunning() || !own.HasOwnEngine()) return;
+  Engine& engine = own.engine();
+  if (engine.dispatch().IsCurrent()) return engine.transport().Broadcast(message);
+  engine.dispatch().Post([&engine, message] { engine.transport().Broadcast(message); });
 }
 
 void MsgBus::SendMsgWaitForReply(MsgBusMsg& message, std::unique_ptr<MsgBusMsg>& reply,
                                  int timeout_ms) {
   Impl& own = Own();
   own.Stamp(message);
-  reply = own.transport().Call(message, own.DeadlineAfter(timeout_ms));
+  reply = own.engine().Call(message, own.DeadlineAfter(timeout_ms));
 }
 
 void MsgBus::SendReply(const MsgBusMsg& message) {
@@ -113,21 +149,26 @@ void MsgBus::SendReply(const MsgBusMsg& message) {
 
 void MsgBus::StartServer() {
   Impl& own = Own();
-  own.dispatch().Invoke([&own] {
+  const auto run = [&own] {
+    own.ChangeRegistrations([](Registrations& now) { now.running = true; });
+  };
+  if (!own.HasOwnEngine()) return run();
+  Engine& engine = own.engine();
+  engine.dispatch().Invoke([&] {
     const Registrations wanted = own.CopyRegistrations();
     std::vector<std::string> served;
     try {
       for (const std::string& name : wanted.destinations) {
-        own.transport().Serve(name);
+        engine.transport().Serve(name);
         served.push_back(name);
       }
     } catch (...) {
       if (!wanted.running) {
-        for (const std::string& name : served) own.transport().StopServing(name);
+        for (const std::string& name : served) engine.transport().StopServing(name);
       }
       throw;
     }
-    own.ChangeRegistrations([](Registrations& now) { now.running = true; });
+    run();
   });
 }
 
@@ -146,11 +187,16 @@ bool MsgBus::StartServer(const std::string& name) {
 void MsgBus::StopServer() {
   if (!IsRunning()) return;
   Impl& own = Own();
-  own.dispatch().Invoke([&own] {
-    // First: a client whose connection ends may look at once whether the server runs.
+  const auto stop = [&own] {
     own.ChangeRegistrations([](Registrations& now) { now.running = false; });
+  };
+  if (!own.HasOwnEngine()) return stop();
+  Engine& engine = own.engine();
+  engine.dispatch().Invoke([&] {
+    // First: a client whose connection ends may look at once whether the server runs.
+    stop();
     for (const std::string& name : own.CopyRegistrations().destinations) {
-      own.transport().StopServing(name);
+      engine.transport().StopServing(name);
     }
   });
 }
@@ -162,19 +208,18 @@ void MsgBus::StopServer(const std::string& name) {
 
 void MsgBus::RegisterDestinationName(const std::string& name) {
   Impl& own = Own();
-  own.transport().CheckName(name);
-  if (IsRunning()) {
-    own.dispatch().Invoke([&own, &name] { own.transport().Serve(name); });
-  }
+  Engine& engine = own.OwnEngine();
+  engine.transport().CheckName(name);
+  if (IsRunning()) engine.dispatch().Invoke([&] { engine.transport().Serve(name); });
   own.ChangeRegistrations([&name](Registrations& now) { now.destinations.insert(name); });
 }
 
 void MsgBus::UnregisterDestinationName(const std::string& name) {
   if (impl_->IsInherited()) return;
-  Impl& own = *impl_;
-  own.ChangeRegistrations([&name](Registrations& now) { now.destinations.erase(name); });
-  if (!IsRunning()) return;
-  own.dispatch().Invoke([&own, &name] { own.transport().StopServing(name); });
+  impl_->ChangeRegistrations([&name](Registrations& now) { now.destinations.erase(name); });
+  if (!IsRunning() || !impl_->HasOwnEngine()) return;
+  Engine& engine = impl_->engine();
+  engine.dispatch().Invoke([&] { engine.transport().StopServing(name); });
 }
 
 bool MsgBus::IsRunning() const {
@@ -191,16 +236,14 @@ void MsgBus::UnregisterMessageHandler(IMessageHandler* handler) {
 }
 
 void MsgBus::WatchDestination(const std::string& name) {
-  Impl& own = Own();
-  own.transport().CheckName(name);
-  Transport& transport = own.transport();
-  own.dispatch().Post([&transport, name] { transport.Watch(name); });
+  Own().Watch(name);
 }
 
 bool MsgBus::HasServer(const std::string& name) {
   Impl& own = Own();
-  own.transport().CheckName(name);
-  return own.transport().HasServer(name, own.DeadlineAfter(-1));
+  Transport& transport = own.engine().transport();
+  transport.CheckName(name);
+  return transport.HasServer(name, own.DeadlineAfter(-1));
 }
 
 }  // namespace tevra::msgbus

@@ -15,9 +15,13 @@ namespace tevra::msgbus {
 //           peer-to-peer D-Bus; no broker runs.
 //   broker  [MsgBus] address: "system", "session" or a D-Bus address.
 //
-// Promises: handlers run one at a time on this bus's one dispatch thread; SendMsgWaitForReply runs
+// Promises: handlers run one at a time on the bus's one dispatch thread; SendMsgWaitForReply runs
 // from any number of threads at once and never waits past its deadline; a dead peer fails the call
-// at once and the next call reconnects.
+// at once and the next call reconnects, also when the program has closed the bus's descriptors.
+//
+// Buses that serve nothing share their thread and their connections with all others of the process
+// that have the same configuration, so the handlers of all of them run one at a time; the last one
+// destroyed ends them. A bus that serves destinations has a thread and connections of its own.
 //
 // A bus belongs to the process that made it: in a child of fork it throws tevra::osa::Exception at
 // once, or does nothing where there is nothing to report, and touches nothing of the parent's.

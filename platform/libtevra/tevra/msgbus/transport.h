@@ -20,6 +20,8 @@ class Transport {
   virtual std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) = 0;
   virtual void Post(const MsgBusMsg& message, Deadline deadline) = 0;  // wants no answer
   virtual bool HasServer(const std::string& name, Deadline deadline) = 0;
+  // Closes the connections that no call has used since then; whether others are idle.
+  virtual bool CloseIdle(std::chrono::steady_clock::time_point since) = 0;
 
   // On the dispatch thread.
   virtual void Serve(const std::string& name) = 0;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "tevra/osa/exception.h"
+#include "tevra/osa/held_cancellation.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -30,10 +31,20 @@ BrokerClient::BrokerClient(const BusConfig& config)
         return std::make_unique<Connection>(config_.address);
       }) {}
 
+template <typename Use>
+void BrokerClient::With(Deadline deadline, const Use& use) {
+  // sd-bus cannot be left in the middle: the cancellation of a thread waits for the deadline.
+  const osa::HeldCancellation held;
+  pool_.With(deadline, [&use](Lease& lease) {
+    if (!lease->IsIntact()) lease.Check(Outcome::kNotSent, "the broker");
+    use(lease);
+  });
+}
+
 std::unique_ptr<MsgBusMsg> BrokerClient::Call(const MsgBusMsg& message, Deadline deadline) {
   CheckLength(message);
   std::unique_ptr<MsgBusMsg> reply;
-  pool_.With(deadline, [&](Lease& lease) {
+  With(deadline, [&](Lease& lease) {
     reply = Try(lease, message, deadline);
     if (!reply) reply = Try(lease, message, deadline);
   });
@@ -44,19 +55,18 @@ std::unique_ptr<MsgBusMsg> BrokerClient::Call(const MsgBusMsg& message, Deadline
 void BrokerClient::Post(const MsgBusMsg& message, Deadline deadline) {
   CheckLength(message);
   const std::string& name = message.GetDestination();
-  pool_.With(deadline, [&](Lease& lease) {
+  With(deadline, [&](Lease& lease) {
     // Nobody would tell that a remembered owner has gone, so ask again.
     const std::string owner = FindOwner(lease, name, deadline);
-    const MessagePtr wire = MessageCodec::EncodeCall(lease->link.bus(), message, owner, false);
-    lease.Check(lease->link.SendAndFlush(wire.get(), deadline), name.c_str());
+    const MessagePtr wire = MessageCodec::EncodeCall(lease->link->bus(), message, owner, false);
+    lease.Check(lease->link->SendAndFlush(wire.get(), deadline), name.c_str());
   });
 }
 
 bool BrokerClient::HasServer(const std::string& name, Deadline deadline) {
   bool owned = false;
-  pool_.With(deadline, [&](Lease& lease) {
-    owned = AskBroker(lease, "GetNameOwner", name, deadline) != nullptr;
-  });
+  With(deadline,
+       [&](Lease& lease) { owned = AskBroker(lease, "GetNameOwner", name, deadline) != nullptr; });
   return owned;
 }
 
@@ -72,9 +82,9 @@ std::unique_ptr<MsgBusMsg> BrokerClient::Try(Lease& lease, const MsgBusMsg& mess
   const auto known = lease->owners.find(name);
   const std::string owner =
       known != lease->owners.end() ? known->second : FindOwner(lease, name, deadline);
-  const MessagePtr wire = MessageCodec::EncodeCall(lease->link.bus(), message, owner, true);
+  const MessagePtr wire = MessageCodec::EncodeCall(lease->link->bus(), message, owner, true);
   MessagePtr answer;
-  lease.Check(lease->link.Call(wire.get(), deadline, &answer), name.c_str());
+  lease.Check(lease->link->Call(wire.get(), deadline, &answer), name.c_str());
   if (const sd_bus_error* error = sd_bus_message_get_error(answer.get())) {
     if (IsOwnerGone(error)) {
       lease->owners.erase(name);
@@ -109,7 +119,7 @@ std::string BrokerClient::FindOwner(Lease& lease, const std::string& name, Deadl
 MessagePtr BrokerClient::AskBroker(Lease& lease, const char* member, const std::string& argument,
                                    Deadline deadline) {
   sd_bus_message* call = nullptr;
-  if (sd_bus_message_new_method_call(lease->link.bus(), &call, kBroker, kBrokerPath, kBroker,
+  if (sd_bus_message_new_method_call(lease->link->bus(), &call, kBroker, kBrokerPath, kBroker,
                                      member) < 0) {
     throw osa::Exception("message bus: out of memory");
   }
@@ -118,7 +128,7 @@ MessagePtr BrokerClient::AskBroker(Lease& lease, const char* member, const std::
     throw osa::Exception("message bus: \"%s\" is no name", argument.c_str());
   }
   MessagePtr answer;
-  lease.Check(lease->link.Call(call, deadline, &answer), "the broker");
+  lease.Check(lease->link->Call(call, deadline, &answer), "the broker");
   if (sd_bus_message_get_error(answer.get()) != nullptr) return nullptr;
   return answer;
 }

@@ -9,6 +9,7 @@
 #include "tevra/msgbus/bus_config.h"
 #include "tevra/msgbus/connection_pool.h"
 #include "tevra/msgbus/msg_bus_msg.h"
+#include "tevra/osa/file_identity.h"
 
 namespace tevra::msgbus {
 
@@ -22,21 +23,31 @@ class BrokerClient final {
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline);
   void Post(const MsgBusMsg& message, Deadline deadline);
   bool HasServer(const std::string& name, Deadline deadline);
+  bool CloseIdle(std::chrono::steady_clock::time_point since) { return pool_.CloseIdle(since); }
 
  private:
   struct Connection {
-    explicit Connection(const std::string& address) : link(address) {}
+    explicit Connection(const std::string& address)
+        : link(std::make_unique<BusLink>(address)), identity(link->fd()) {}
+    // sd-bus would close a number that is another file's by now.
+    ~Connection() {
+      if (!IsIntact()) static_cast<void>(link.release());
+    }
+    bool IsIntact() const { return identity.IsOf(link->fd()); }
     // Input that waits inside sd-bus is a second answer, which the next call must not take for its
     // own.
-    bool IsReusable() const { return !link.HasQueuedInput(); }
+    bool IsReusable() const { return !link->HasQueuedInput(); }
 
-    BusLink link;
+    std::unique_ptr<BusLink> link;
+    const osa::FileIdentity identity;
     // Names whose owner was found trustworthy over this connection, and who it was.
     std::map<std::string, std::string> owners;
   };
   using Lease = ConnectionPool<Connection>::Lease;
 
   void CheckLength(const MsgBusMsg& message) const;
+  template <typename Use>
+  void With(Deadline deadline, const Use& use);
   // Null when the owner that was known has gone.
   std::unique_ptr<MsgBusMsg> Try(Lease& lease, const MsgBusMsg& message, Deadline deadline);
   std::string FindOwner(Lease& lease, const std::string& name, Deadline deadline);

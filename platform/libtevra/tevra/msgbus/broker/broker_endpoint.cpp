@@ -76,8 +76,8 @@ class BrokerEndpoint::Request final : public RequestScheduler::Request {
 };
 
 BrokerEndpoint::BrokerEndpoint(const BusConfig& config, DispatchThread& dispatch,
-                               RequestDispatcher& dispatcher)
-    : config_(config), dispatch_(dispatch), dispatcher_(dispatcher) {
+                               RequestDispatcher* requests, Subscribers& subscribers)
+    : config_(config), dispatch_(dispatch), requests_(requests), subscribers_(subscribers) {
   dispatch_.AfterEvents([this] { return scheduler_.RunSome(); });
 }
 
@@ -119,7 +119,12 @@ void BrokerEndpoint::Connect() {
     // Callers that have gone need not be remembered.
     AddMatch(std::string(kOwnerChangedRule) + "arg2=''");
     events_ = link_->Events();
-    watch_ = dispatch_.Watch(link_->fd(), events_, [this](uint32_t) { OnReady(); });
+    watch_ = dispatch_.Watch(link_->fd(), events_, [this](uint32_t events) {
+      if ((events & DispatchThread::kLost) == 0) return OnReady();
+      // Not closed: sd-bus would close a number that is another file's by now.
+      static_cast<void>(link_.release());
+      Lose();
+    });
   } catch (...) {
     link_.reset();
     throw;
@@ -158,7 +163,7 @@ void BrokerEndpoint::Lose() {
   callers_.clear();
   for (auto& [name, watched] : watched_) {
     watched.owner.clear();
-    dispatcher_.DispatchVanishing(name);
+    subscribers_.Vanished(name);
   }
   ReconnectLater();
 }
@@ -249,8 +254,8 @@ void BrokerEndpoint::OnCall(sd_bus_message* call) {
     sd_bus_reply_method_errorf(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls of yours wait");
     return;
   }
-  const bool is_dear = dispatcher_.IsDear(OrEmpty(sd_bus_message_get_interface(call)),
-                                          OrEmpty(sd_bus_message_get_member(call)));
+  const bool is_dear = requests_->IsDear(OrEmpty(sd_bus_message_get_interface(call)),
+                                         OrEmpty(sd_bus_message_get_member(call)));
   scheduler_.Add(caller->turns, is_dear ? RequestScheduler::kDear : RequestScheduler::kCheap,
                  std::make_shared<Request>(*this, call, caller->credentials));
 }
@@ -270,7 +275,7 @@ void BrokerEndpoint::Answer(sd_bus_message* call, const Credentials& caller) {
   const bool expects_reply = sd_bus_message_get_expect_reply(call) > 0;
   const bool is_well_formed = MessageCodec::DecodeBody(call, config_.max_message_bytes, &request);
   const MsgBusMsg answer =
-      is_well_formed ? dispatcher_.Answer(request, expects_reply)
+      is_well_formed ? requests_->Answer(request, expects_reply)
                      : MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
   if (!expects_reply) return;
   const MessagePtr wire = MessageCodec::EncodeAnswer(call, answer);
@@ -290,7 +295,7 @@ void BrokerEndpoint::OnSignal(sd_bus_message* signal) {
     MsgBusMsg message = MessageCodec::NamesOf(signal, "");
     message.SetSender(watched.server);
     if (MessageCodec::DecodeBody(signal, config_.max_message_bytes, &message)) {
-      dispatcher_.DispatchSignal(message);
+      subscribers_.Signal(name, message);
     }
     return;
   }
@@ -306,7 +311,7 @@ void BrokerEndpoint::OnOwnerChanged(sd_bus_message* signal) {
   if (watched == watched_.end() || watched->second.owner == after) return;
   if (!watched->second.owner.empty()) {
     watched->second.owner.clear();
-    dispatcher_.DispatchVanishing(name);
+    subscribers_.Vanished(name);
   }
   if (*after == '\0') return;
   try {
@@ -328,7 +333,7 @@ void BrokerEndpoint::Greet(const std::string& name, const std::string& owner) {
   Watched& watched = watched_[name];
   if (watched.owner == owner) return;
   watched = {owner, credentials};
-  dispatcher_.DispatchAppearance(name);
+  subscribers_.Appeared(name);
 }
 
 MessagePtr BrokerEndpoint::Ask(const char* member, const std::string& argument) {

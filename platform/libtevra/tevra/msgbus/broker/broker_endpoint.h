@@ -13,6 +13,7 @@
 #include "tevra/msgbus/dispatch_thread.h"
 #include "tevra/msgbus/request_dispatcher.h"
 #include "tevra/msgbus/request_scheduler.h"
+#include "tevra/msgbus/subscribers.h"
 
 namespace tevra::msgbus {
 
@@ -22,8 +23,9 @@ namespace tevra::msgbus {
 // the broker takes, at the most the configured time.
 class BrokerEndpoint final {
  public:
-  // All must outlive the endpoint.
-  BrokerEndpoint(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher& dispatcher);
+  // All must outlive the endpoint. Without `requests` nothing is served.
+  BrokerEndpoint(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher* requests,
+                 Subscribers& subscribers);
 
   void Serve(const std::string& name);
   void StopServing(const std::string& name);
@@ -70,7 +72,8 @@ class BrokerEndpoint final {
 
   const BusConfig& config_;
   DispatchThread& dispatch_;
-  RequestDispatcher& dispatcher_;
+  RequestDispatcher* const requests_;
+  Subscribers& subscribers_;
   std::unique_ptr<BusLink> link_;
   DispatchThread::Id watch_ = 0;
   DispatchThread::Id timer_ = 0;

@@ -5,8 +5,8 @@
 namespace tevra::msgbus {
 
 BrokerTransport::BrokerTransport(const BusConfig& config, DispatchThread& dispatch,
-                                 RequestDispatcher& dispatcher)
-    : dispatch_(dispatch), endpoint_(config, dispatch, dispatcher), client_(config) {}
+                                 RequestDispatcher* requests, Subscribers& subscribers)
+    : dispatch_(dispatch), endpoint_(config, dispatch, requests, subscribers), client_(config) {}
 
 void BrokerTransport::CheckName(const std::string& name) const {
   if (sd_bus_service_name_is_valid(name.c_str()) > 0 && name[0] != ':') return;

@@ -13,13 +13,17 @@ namespace tevra::msgbus {
 // D-Bus through a message broker.
 class BrokerTransport final : public Transport {
  public:
-  // All must outlive the transport.
-  BrokerTransport(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher& dispatcher);
+  // All must outlive the transport. Without `requests` nothing is served.
+  BrokerTransport(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher* requests,
+                  Subscribers& subscribers);
 
   void CheckName(const std::string& name) const override;
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) override;
   void Post(const MsgBusMsg& message, Deadline deadline) override;
   bool HasServer(const std::string& name, Deadline deadline) override;
+  bool CloseIdle(std::chrono::steady_clock::time_point since) override {
+    return client_.CloseIdle(since);
+  }
 
   void Serve(const std::string& name) override { endpoint_.Serve(name); }
   void StopServing(const std::string& name) override { endpoint_.StopServing(name); }

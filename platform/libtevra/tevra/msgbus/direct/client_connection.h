@@ -9,30 +9,14 @@
 
 #include "tevra/msgbus/bus_config.h"
 #include "tevra/msgbus/connection_pool.h"
+#include "tevra/msgbus/connection_refused.h"
 #include "tevra/msgbus/deadline.h"
-#include "tevra/msgbus/direct/owned_socket.h"
 #include "tevra/msgbus/msg_bus_msg.h"
+#include "tevra/msgbus/owned_socket.h"
 #include "tevra/msgbus/wire/frame.h"
 #include "tevra/msgbus/wire/frame_reader.h"
-#include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
-
-// What a server said instead of letting a client in.
-class ConnectionRefused final : public osa::Exception {
- public:
-  ConnectionRefused(const std::string& destination, std::string error_name, std::string text)
-      : Exception("message bus: %s refuses the connection: %s", destination.c_str(), text.c_str()),
-        error_name_(std::move(error_name)),
-        text_(std::move(text)) {}
-
-  const std::string& error_name() const { return error_name_; }
-  const std::string& text() const { return text_; }
-
- private:
-  const std::string error_name_;
-  const std::string text_;
-};
 
 // A client's connection for calls, which waits in send and recv for as long as the deadline allows.
 // Not synchronised.

@@ -44,6 +44,13 @@ bool DirectClient::HasServer(const std::string& name) const {
          errno == EAGAIN;
 }
 
+bool DirectClient::CloseIdle(std::chrono::steady_clock::time_point since) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  bool others = false;
+  for (const auto& [name, pool] : pools_) others = pool->CloseIdle(since) || others;
+  return others;
+}
+
 DirectClient::Pool& DirectClient::PoolFor(const MsgBusMsg& message) {
   const std::string& name = message.GetDestination();
   if (message.Size() > config_.max_message_bytes) {

@@ -25,6 +25,7 @@ class DirectClient final {
   void Post(const MsgBusMsg& message, Deadline deadline);
   // Whether a live server listens, trustworthy or not.
   bool HasServer(const std::string& name) const;
+  bool CloseIdle(std::chrono::steady_clock::time_point since);
 
  private:
   using Pool = ConnectionPool<ClientConnection>;

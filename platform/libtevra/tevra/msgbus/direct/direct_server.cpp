@@ -86,8 +86,9 @@ void DirectServer::Serve(const std::string& name) {
   Listener listener;
   listener.socket =
       std::make_unique<DirectListener>(config_.runtime_dir, name, config_.socket_mode);
-  listener.watch =
-      dispatch_.Watch(listener.socket->fd(), EPOLLIN, [this, name](uint32_t) { Accept(name); });
+  listener.watch = dispatch_.Watch(listener.socket->fd(), EPOLLIN, [this, name](uint32_t events) {
+    if ((events & DispatchThread::kLost) == 0) Accept(name);
+  });
   listeners_.emplace(name, std::move(listener));
 }
 
@@ -161,6 +162,10 @@ void DirectServer::Admit(osa::Descriptor socket, const std::string& name) {
 
 void DirectServer::OnReady(const ClientPtr& client, uint32_t events) {
   if (client->dropped) return;
+  if ((events & DispatchThread::kLost) != 0) {
+    static_cast<void>(client->socket.Release());
+    return Drop(client, "");
+  }
   if ((events & EPOLLOUT) != 0 && !client->writer.Flush(client->socket.get())) {
     return Drop(client, "");
   }

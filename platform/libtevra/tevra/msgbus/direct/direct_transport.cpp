@@ -6,11 +6,10 @@
 namespace tevra::msgbus {
 
 DirectTransport::DirectTransport(const BusConfig& config, DispatchThread& dispatch,
-                                 RequestDispatcher& dispatcher)
-    : dispatch_(dispatch),
-      server_(config, dispatch, dispatcher),
-      watcher_(config, dispatch, dispatcher),
-      client_(config) {}
+                                 RequestDispatcher* requests, Subscribers& subscribers)
+    : dispatch_(dispatch), watcher_(config, dispatch, subscribers), client_(config) {
+  if (requests != nullptr) server_.emplace(config, dispatch, *requests);
+}
 
 void DirectTransport::CheckName(const std::string& name) const {
   DestinationSocket::CheckName(name);
@@ -28,7 +27,7 @@ void DirectTransport::Post(const MsgBusMsg& message, Deadline deadline) {
 
 // The one thread that could answer, or let the connection in, would wait for it.
 void DirectTransport::CheckIsNotOwn(const MsgBusMsg& message) const {
-  if (dispatch_.IsCurrent() && server_.Serves(message.GetDestination())) {
+  if (server_ && dispatch_.IsCurrent() && server_->Serves(message.GetDestination())) {
     throw osa::Exception("message bus: a handler cannot wait for its own bus");
   }
 }

@@ -2,11 +2,13 @@
 #define TEVRA_MSGBUS_DIRECT_DIRECT_TRANSPORT_H_
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "tevra/msgbus/direct/direct_client.h"
 #include "tevra/msgbus/direct/direct_server.h"
 #include "tevra/msgbus/direct/direct_watcher.h"
+#include "tevra/msgbus/subscribers.h"
 #include "tevra/msgbus/transport.h"
 
 namespace tevra::msgbus {
@@ -14,24 +16,28 @@ namespace tevra::msgbus {
 // A wire of our own over one Unix socket for each destination.
 class DirectTransport final : public Transport {
  public:
-  // All must outlive the transport.
-  DirectTransport(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher& dispatcher);
+  // All must outlive the transport. Without `requests` nothing is served.
+  DirectTransport(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher* requests,
+                  Subscribers& subscribers);
 
   void CheckName(const std::string& name) const override;
   std::unique_ptr<MsgBusMsg> Call(const MsgBusMsg& message, Deadline deadline) override;
   void Post(const MsgBusMsg& message, Deadline deadline) override;
   bool HasServer(const std::string& name, Deadline deadline) override;
+  bool CloseIdle(std::chrono::steady_clock::time_point since) override {
+    return client_.CloseIdle(since);
+  }
 
-  void Serve(const std::string& name) override { server_.Serve(name); }
-  void StopServing(const std::string& name) override { server_.StopServing(name); }
-  void Broadcast(const MsgBusMsg& message) override { server_.Broadcast(message); }
+  void Serve(const std::string& name) override { server_.value().Serve(name); }
+  void StopServing(const std::string& name) override { server_.value().StopServing(name); }
+  void Broadcast(const MsgBusMsg& message) override { server_.value().Broadcast(message); }
   void Watch(const std::string& name) override { watcher_.Watch(name); }
 
  private:
   void CheckIsNotOwn(const MsgBusMsg& message) const;
 
   DispatchThread& dispatch_;
-  DirectServer server_;
+  std::optional<DirectServer> server_;
   DirectWatcher watcher_;
   DirectClient client_;
 };

@@ -28,10 +28,10 @@ core::Logger* Log() {
 }  // namespace
 
 DirectWatcher::DirectWatcher(const BusConfig& config, DispatchThread& dispatch,
-                             RequestDispatcher& dispatcher)
+                             Subscribers& subscribers)
     : config_(config),
       dispatch_(dispatch),
-      dispatcher_(dispatcher),
+      subscribers_(subscribers),
       directory_(dispatch, config.runtime_dir, [this] { TryAll(); }) {}
 
 void DirectWatcher::Watch(const std::string& name) {
@@ -128,7 +128,7 @@ bool DirectWatcher::OnFrame(Watched& watched, std::string_view body) {
   signal.SetSerial(frame->serial);
   signal.SetSender(watched.server);
   if (!wire::ReadValues(frame->values, &signal)) return false;
-  dispatcher_.DispatchSignal(signal);
+  subscribers_.Signal(watched.name, signal);
   return true;
 }
 
@@ -141,7 +141,7 @@ bool DirectWatcher::OnWelcome(Watched& watched, const wire::Frame& frame) {
   }
   watched.welcome = true;
   dispatch_.Cancel(std::exchange(watched.timer, 0));
-  dispatcher_.DispatchAppearance(watched.name);
+  subscribers_.Appeared(watched.name);
   return true;
 }
 
@@ -152,7 +152,7 @@ void DirectWatcher::Close(Watched& watched) {
   const bool was_welcome = std::exchange(watched.welcome, false);
   // Said also of a server that would not have us: calls may still reach it over other connections,
   // and of its changes nothing is heard.
-  dispatcher_.DispatchVanishing(watched.name);
+  subscribers_.Vanished(watched.name);
   // A server that let us in before may be back already; one that would not is left alone a while.
   if (was_welcome) {
     Try(watched);

@@ -9,9 +9,9 @@
 
 #include "tevra/msgbus/bus_config.h"
 #include "tevra/msgbus/direct/directory_watch.h"
-#include "tevra/msgbus/direct/owned_socket.h"
 #include "tevra/msgbus/dispatch_thread.h"
-#include "tevra/msgbus/request_dispatcher.h"
+#include "tevra/msgbus/owned_socket.h"
+#include "tevra/msgbus/subscribers.h"
 #include "tevra/msgbus/wire/frame.h"
 #include "tevra/msgbus/wire/frame_reader.h"
 
@@ -24,7 +24,7 @@ namespace tevra::msgbus {
 class DirectWatcher final {
  public:
   // All must outlive the watcher.
-  DirectWatcher(const BusConfig& config, DispatchThread& dispatch, RequestDispatcher& dispatcher);
+  DirectWatcher(const BusConfig& config, DispatchThread& dispatch, Subscribers& subscribers);
 
   void Watch(const std::string& name);
 
@@ -51,7 +51,7 @@ class DirectWatcher final {
 
   const BusConfig& config_;
   DispatchThread& dispatch_;
-  RequestDispatcher& dispatcher_;
+  Subscribers& subscribers_;
   DirectoryWatch directory_;
   std::map<std::string, std::unique_ptr<Watched>> watched_;  // only grows
 };

@@ -32,11 +32,18 @@ void DirectoryWatch::Start() {
                                                strerror(errno));
     return Poll();
   }
-  dispatch_.Watch(inotify_.get(), EPOLLIN, [this](uint32_t) { OnEvents(); });
+  watch_ = dispatch_.Watch(inotify_.get(), EPOLLIN, [this](uint32_t events) { OnEvents(events); });
   Arm();
 }
 
-void DirectoryWatch::OnEvents() {
+void DirectoryWatch::OnEvents(uint32_t events) {
+  if ((events & DispatchThread::kLost) != 0) {
+    dispatch_.Remove(watch_);
+    static_cast<void>(inotify_.Release());
+    armed_ = -1;
+    Start();
+    return changed_();
+  }
   alignas(inotify_event) std::array<char, 4096> buffer;
   bool lost = false;
   ssize_t count = 0;

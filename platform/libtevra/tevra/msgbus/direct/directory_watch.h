@@ -18,7 +18,7 @@ class DirectoryWatch final {
   void Start();
 
  private:
-  void OnEvents();
+  void OnEvents(uint32_t events);
   void Arm();
   bool ArmOn(const std::string& directory);
   void Poll();
@@ -27,6 +27,7 @@ class DirectoryWatch final {
   const std::string directory_;
   const DispatchThread::Task changed_;
   osa::Descriptor inotify_;
+  DispatchThread::Id watch_ = 0;
   int armed_ = -1;         // the kernel's number for what is watched
   bool complete_ = false;  // the directory itself is watched, not one above it
 };

@@ -13,6 +13,8 @@
 
 #include "support/client_fixture.h"
 #include "tevra/core/delegate.h"
+#include "tevra/interfaces/access_denied.h"
+#include "tevra/msgbus/connection_refused.h"
 
 namespace vigila::client {
 namespace {
@@ -543,6 +545,45 @@ TEST_F(VigilaClientImplTest, LeavesTheProxyAloneWhenItKeepsTheListener) {
   impl_.reset();
   EXPECT_EQ(proxies_, 1);
   delete proxy;
+}
+
+TEST_F(VigilaClientImplTest, SaysOnceAMinuteWhyTheServerRefusesIt) {
+  const std::string refused = "could not connect to vigila";
+  const std::string role = "vigila refuses this process: the role is missing";
+  const std::string bound =
+      "vigila refuses this process: message bus: x refuses the connection: too many";
+  const auto lines_of = [this](std::exception_ptr failure) {
+    const size_t before = Log().size();
+    proxy_->failure = failure;
+    impl_->GetNonce();
+    proxy_->Recover();
+    std::vector<std::string> lines = Log();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
+    return lines;
+  };
+  const auto no_role =
+      std::make_exception_ptr(tevra::interfaces::AccessDenied("the role is missing"));
+  const auto no_room =
+      std::make_exception_ptr(tevra::msgbus::ConnectionRefused("x", "a.Name", "too many"));
+  EXPECT_THAT(lines_of(no_role), ElementsAre(refused, role));
+  EXPECT_THAT(lines_of(no_role), ElementsAre(refused));
+  EXPECT_THAT(lines_of(no_room), ElementsAre(refused, bound)) << "another cause";
+  At(1059, 999999);
+  EXPECT_THAT(lines_of(no_role), ElementsAre(refused));
+  At(1060);
+  EXPECT_THAT(lines_of(no_role), ElementsAre(refused, role));
+  EXPECT_THAT(lines_of(std::make_exception_ptr(std::runtime_error("no server"))),
+              ElementsAre(refused))
+      << "a server that is not there refuses no one";
+}
+
+TEST_F(VigilaClientImplTest, SaysNoMoreThanAFewCausesOfRefusals) {
+  for (int i = 0; i < 100; ++i) {
+    proxy_->failure =
+        std::make_exception_ptr(tevra::interfaces::AccessDenied(std::to_string(i).c_str()));
+    impl_->GetNonce();
+  }
+  EXPECT_EQ(Log().size(), 100u + 16u);
 }
 
 TEST_F(VigilaClientImplTest, CountsWhatBecameOfTheQuestions) {

@@ -150,9 +150,10 @@ TEST(OneShotClient, CostsNoThread) {
   msgbus::MsgBus bus;
   const std::unique_ptr<ISecurityProvider> one_shot(ISecurityProvider::CreateOneShotClient(&bus));
   EXPECT_TRUE(one_shot->Authorize("token", "/path"));
-  EXPECT_EQ(threads(), before);
+  const auto without = threads();
+  EXPECT_LE(without, before);
   const std::unique_ptr<ISecurityProvider> listening(ISecurityProvider::CreateClient(&bus));
-  EXPECT_EQ(threads(), before + 1);
+  EXPECT_GT(threads(), without);
 }
 
 TEST_F(Proxy, TakesItsRegistrationsBack) {

@@ -1,9 +1,10 @@
-#ifndef TEVRA_MSGBUS_DIRECT_OWNED_SOCKET_H_
-#define TEVRA_MSGBUS_DIRECT_OWNED_SOCKET_H_
+#ifndef TEVRA_MSGBUS_OWNED_SOCKET_H_
+#define TEVRA_MSGBUS_OWNED_SOCKET_H_
 
-#include <sys/types.h>
+#include <utility>
 
 #include "tevra/osa/descriptor.h"
+#include "tevra/osa/file_identity.h"
 
 namespace tevra::msgbus {
 
@@ -14,7 +15,8 @@ namespace tevra::msgbus {
 class OwnedSocket final {
  public:
   OwnedSocket() = default;
-  explicit OwnedSocket(osa::Descriptor socket);
+  explicit OwnedSocket(osa::Descriptor socket)
+      : socket_(std::move(socket)), identity_(socket_.get()) {}
   OwnedSocket(OwnedSocket&&) = default;
   OwnedSocket& operator=(OwnedSocket&& other) noexcept;
   ~OwnedSocket() { Close(); }
@@ -22,17 +24,16 @@ class OwnedSocket final {
   int get() const { return socket_.get(); }
   explicit operator bool() const { return static_cast<bool>(socket_); }
   // Whether the number is still this socket's.
-  bool IsIntact() const;
+  bool IsIntact() const { return identity_.IsOf(socket_.get()); }
   // Ends the connection also where another process holds a copy of the descriptor. A number that
   // is no longer ours is left alone.
   void Close();
 
  private:
   osa::Descriptor socket_;
-  dev_t device_ = 0;
-  ino_t inode_ = 0;
+  osa::FileIdentity identity_;
 };
 
 }  // namespace tevra::msgbus
 
-#endif  // TEVRA_MSGBUS_DIRECT_OWNED_SOCKET_H_
+#endif  // TEVRA_MSGBUS_OWNED_SOCKET_H_
