@@ -17,7 +17,6 @@ namespace tevra::core {
 namespace {
 
 constexpr char kDefaultIdentifier[] = "vigila";
-constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
 
 // Bytes of the printable character at the start of `text`; 0 when there is none, as for control
 // bytes, the C1 controls that terminals obey (U+0080 to U+009F) and what is not UTF-8.
