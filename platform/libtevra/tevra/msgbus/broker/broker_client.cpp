@@ -36,7 +36,7 @@ void BrokerClient::With(Deadline deadline, const Use& use) {
   // sd-bus cannot be left in the middle: the cancellation of a thread waits for the deadline.
   const osa::HeldCancellation held;
   pool_.With(deadline, [&use](Lease& lease) {
-    if (!lease->IsIntact()) lease.Check(Outcome::kNotSent, "the broker");
+    if (!lease->link.IsIntact()) lease.Check(Outcome::kNotSent, "the broker");
     use(lease);
   });
 }
@@ -58,8 +58,8 @@ void BrokerClient::Post(const MsgBusMsg& message, Deadline deadline) {
   With(deadline, [&](Lease& lease) {
     // Nobody would tell that a remembered owner has gone, so ask again.
     const std::string owner = FindOwner(lease, name, deadline);
-    const MessagePtr wire = MessageCodec::EncodeCall(lease->link->bus(), message, owner, false);
-    lease.Check(lease->link->SendAndFlush(wire.get(), deadline), name.c_str());
+    const MessagePtr wire = MessageCodec::EncodeCall(lease->link.bus(), message, owner, false);
+    lease.Check(lease->link.SendAndFlush(wire.get(), deadline), name.c_str());
   });
 }
 
@@ -82,9 +82,9 @@ std::unique_ptr<MsgBusMsg> BrokerClient::Try(Lease& lease, const MsgBusMsg& mess
   const auto known = lease->owners.find(name);
   const std::string owner =
       known != lease->owners.end() ? known->second : FindOwner(lease, name, deadline);
-  const MessagePtr wire = MessageCodec::EncodeCall(lease->link->bus(), message, owner, true);
+  const MessagePtr wire = MessageCodec::EncodeCall(lease->link.bus(), message, owner, true);
   MessagePtr answer;
-  lease.Check(lease->link->Call(wire.get(), deadline, &answer), name.c_str());
+  lease.Check(lease->link.Call(wire.get(), deadline, &answer), name.c_str());
   if (const sd_bus_error* error = sd_bus_message_get_error(answer.get())) {
     if (IsOwnerGone(error)) {
       lease->owners.erase(name);
@@ -119,7 +119,7 @@ std::string BrokerClient::FindOwner(Lease& lease, const std::string& name, Deadl
 MessagePtr BrokerClient::AskBroker(Lease& lease, const char* member, const std::string& argument,
                                    Deadline deadline) {
   sd_bus_message* call = nullptr;
-  if (sd_bus_message_new_method_call(lease->link->bus(), &call, kBroker, kBrokerPath, kBroker,
+  if (sd_bus_message_new_method_call(lease->link.bus(), &call, kBroker, kBrokerPath, kBroker,
                                      member) < 0) {
     throw osa::Exception("message bus: out of memory");
   }
@@ -128,7 +128,7 @@ MessagePtr BrokerClient::AskBroker(Lease& lease, const char* member, const std::
     throw osa::Exception("message bus: \"%s\" is no name", argument.c_str());
   }
   MessagePtr answer;
-  lease.Check(lease->link->Call(call, deadline, &answer), "the broker");
+  lease.Check(lease->link.Call(call, deadline, &answer), "the broker");
   if (sd_bus_message_get_error(answer.get()) != nullptr) return nullptr;
   return answer;
 }

@@ -9,7 +9,6 @@
 #include "tevra/msgbus/bus_config.h"
 #include "tevra/msgbus/connection_pool.h"
 #include "tevra/msgbus/msg_bus_msg.h"
-#include "tevra/osa/file_identity.h"
 
 namespace tevra::msgbus {
 
@@ -27,19 +26,12 @@ class BrokerClient final {
 
  private:
   struct Connection {
-    explicit Connection(const std::string& address)
-        : link(std::make_unique<BusLink>(address)), identity(link->fd()) {}
-    // sd-bus would close a number that is another file's by now.
-    ~Connection() {
-      if (!IsIntact()) static_cast<void>(link.release());
-    }
-    bool IsIntact() const { return identity.IsOf(link->fd()); }
+    explicit Connection(const std::string& address) : link(address) {}
     // Input that waits inside sd-bus is a second answer, which the next call must not take for its
     // own.
-    bool IsReusable() const { return !link->HasQueuedInput(); }
+    bool IsReusable() const { return !link.HasQueuedInput(); }
 
-    std::unique_ptr<BusLink> link;
-    const osa::FileIdentity identity;
+    BusLink link;
     // Names whose owner was found trustworthy over this connection, and who it was.
     std::map<std::string, std::string> owners;
   };

@@ -119,12 +119,7 @@ void BrokerEndpoint::Connect() {
     // Callers that have gone need not be remembered.
     AddMatch(std::string(kOwnerChangedRule) + "arg2=''");
     events_ = link_->Events();
-    watch_ = dispatch_.Watch(link_->fd(), events_, [this](uint32_t events) {
-      if ((events & DispatchThread::kLost) == 0) return OnReady();
-      // Not closed: sd-bus would close a number that is another file's by now.
-      static_cast<void>(link_.release());
-      Lose();
-    });
+    watch_ = dispatch_.Watch(link_->fd(), events_, [this](uint32_t) { OnReady(); });
   } catch (...) {
     link_.reset();
     throw;
@@ -217,6 +212,7 @@ void BrokerEndpoint::DrainLater() {
 }
 
 void BrokerEndpoint::OnReady() {
+  if (!link_->IsIntact()) return Lose();
   do {
     if (link_->Advance() == BusLink::Progress::kDead) return Lose();
     if (const MessagePtr message = link_->TakeIncoming()) OnMessage(message.get());

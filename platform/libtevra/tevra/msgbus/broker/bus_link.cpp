@@ -41,6 +41,7 @@ BusLink::BusLink(const std::string& address) {
     Check(sd_bus_start(bus_));
     fd_ = sd_bus_get_fd(bus_);
     Check(fd_);
+    identity_ = osa::FileIdentity(fd_);
   } catch (...) {
     sd_bus_close_unref(bus_);
     throw;
@@ -49,7 +50,9 @@ BusLink::BusLink(const std::string& address) {
 
 BusLink::~BusLink() {
   incoming_.reset();
-  sd_bus_close_unref(bus_);
+  // sd-bus would close the number.
+  const bool is_open = sd_bus_get_fd(bus_) >= 0;
+  if (!is_open || IsIntact()) sd_bus_close_unref(bus_);
 }
 
 uint32_t BusLink::Events() const {

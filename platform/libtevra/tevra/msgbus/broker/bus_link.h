@@ -12,6 +12,7 @@
 #include "tevra/msgbus/broker/message_codec.h"
 #include "tevra/msgbus/connection_pool.h"
 #include "tevra/msgbus/deadline.h"
+#include "tevra/osa/file_identity.h"
 
 namespace tevra::msgbus {
 
@@ -29,6 +30,9 @@ class BusLink final {
 
   sd_bus* bus() const { return bus_; }
   int fd() const { return fd_; }
+  // Whether the number is still the connection's. One that the program has closed, and that may be
+  // another file's by now, is left alone, and with it what sd-bus holds.
+  bool IsIntact() const { return identity_.IsOf(fd_); }
   // What to wait for, as poll flags.
   uint32_t Events() const;
 
@@ -55,6 +59,7 @@ class BusLink final {
 
   sd_bus* bus_ = nullptr;
   int fd_ = -1;
+  osa::FileIdentity identity_;
   MessagePtr incoming_;
   std::deque<size_t> queued_sizes_;  // of the messages in sd-bus's write queue
   size_t queued_bytes_ = 0;

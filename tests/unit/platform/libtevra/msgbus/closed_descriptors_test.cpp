@@ -16,6 +16,7 @@
 
 #include "support/event_log.h"
 #include "support/function_handler.h"
+#include "support/private_dbus_daemon.h"
 #include "transport_fixture.h"
 
 namespace tevra::msgbus {
@@ -60,9 +61,16 @@ class Bystanders {
   std::vector<std::array<int, 2>> sockets_;
 };
 
-class ClosedDescriptors : public TransportTest {
+class ClosedDescriptors : public TransportTest, public testing::WithParamInterface<const char*> {
  protected:
-  ClosedDescriptors() {
+  void SetUp() override {
+    if (kUnderThreadSanitizer) GTEST_SKIP() << "the sanitizer allows no threads after fork";
+    platform_.Set("MsgBus", "transport", GetParam());
+    if (GetParam() == std::string("broker")) {
+      broker_ = support::PrivateDbusDaemon::Start();
+      if (!broker_) GTEST_SKIP() << "dbus-daemon is not installed";
+      platform_.Set("MsgBus", "address", broker_->address());
+    }
     server_ = NewBus();
     server_->RegisterMessageHandler("Echo", kInterface, &echo_);
     server_->RegisterMessageHandler("Tell", kInterface, &tell_);
@@ -107,16 +115,18 @@ class ClosedDescriptors : public TransportTest {
     bus.SendMsg(told);
     bus.SendReply(MsgBusMsg::ReplyTo(message));
   }};
+  std::unique_ptr<support::PrivateDbusDaemon> broker_;
   std::unique_ptr<MsgBus> server_;
 };
 
-TEST_F(ClosedDescriptors, AreOpenedAnewAndTheirNumbersLeftAlone) {
-  if (kUnderThreadSanitizer) GTEST_SKIP() << "the sanitizer allows no threads after fork";
+INSTANTIATE_TEST_SUITE_P(OnTransport, ClosedDescriptors, testing::Values("direct", "broker"),
+                         [](const auto& transport) { return std::string(transport.param); });
+
+TEST_P(ClosedDescriptors, AreOpenedAnewAndTheirNumbersLeftAlone) {
   EXPECT_EQ(InChild(CloseAllUnderABus), 0);
 }
 
-TEST_F(ClosedDescriptors, DoNoHarmToABusThatIsDestroyedAtOnce) {
-  if (kUnderThreadSanitizer) GTEST_SKIP() << "the sanitizer allows no threads after fork";
+TEST_P(ClosedDescriptors, DoNoHarmToABusThatIsDestroyedAtOnce) {
   EXPECT_EQ(InChild([] {
               auto bus = NewBus();
               bus->WatchDestination(kDestination);
