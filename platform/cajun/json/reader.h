@@ -16,8 +16,9 @@
 namespace json {
 
 // Reads one JSON document, strictly: UTF-8 only, nothing behind the document, numbers that a double
-// can hold, at most kMaxDepth levels of objects and arrays. Of equal member names the last value
-// wins. A call that throws leaves its element untouched.
+// can hold, at most kMaxDepth levels of objects and arrays, no name twice in one object: of two
+// passwords for one account no reader can tell which one was meant. A call that throws leaves its
+// element untouched.
 class Reader {
  public:
   static constexpr size_t kMaxDepth = 128;
@@ -70,7 +71,9 @@ class Reader::Builder {
   bool end_array() { return Close(); }
   bool key(const std::string& name) {
     Level& level = open_.back();
-    level.member = &static_cast<Object&>(*level.element)[name];
+    Object& object = *level.element;
+    if (object.Find(name) != object.End()) throw ParseException("two members of one name");
+    level.member = &object[name];
     return true;
   }
   bool parse_error(size_t, const std::string&, const nlohmann::json::exception& error) {
