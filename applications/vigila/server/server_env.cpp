@@ -68,49 +68,39 @@ void KeepUntilTheProcessEnds(SecurityProvider* provider) {
 const char ServerEnv::kSettingsGroupName[] = "Applications/vigila";
 
 ServerEnv::ServerEnv()
-    : time_source_(new tevra::osa::SystemTimeSource),
+    : time_source_(std::make_unique<tevra::osa::SystemTimeSource>()),
       vigila_server_(*this),
-      session_manager_(time_source_, SessionManager::kDefaultTimeoutSecs) {
+      session_manager_(time_source_.get(), SessionManager::kDefaultTimeoutSecs) {
   Build(&MakeBus<tevra::msgbus::MsgBus>, false);
 }
 
 ServerEnv::ServerEnv(bool test_settings)
-    : time_source_(new tevra::check::ExplicitTimeSource),
+    : time_source_(std::make_unique<tevra::check::ExplicitTimeSource>()),
       vigila_server_(*this),
-      session_manager_(time_source_, SessionManager::kDefaultTimeoutSecs) {
+      session_manager_(time_source_.get(), SessionManager::kDefaultTimeoutSecs) {
   Build(&MakeBus<tevra::check::fake::FakeMsgBus>, test_settings);
 }
 
 ServerEnv::~ServerEnv() {
   // First, so that no request reaches the target any more.
-  delete permission_runner_;
-  permission_runner_ = nullptr;
+  permission_runner_.reset();
   // Deliberate: the platform goes before the permission target, which outlives its own context and
   // must not use it any more.
   krand_core_settings_deinit();
   krand_core_deinit();
   krand_core_ipc_deinit(ipc_handle_);
   krand_core_logging_deinit(platform_context_);
-  delete bus_;
-  delete time_source_;
+  bus_.reset();
+  time_source_.reset();
   permission_.reset();
 }
 
 void ServerEnv::Build(std::unique_ptr<tevra::msgbus::IMsgBus> (*make_bus)(), bool test_settings) {
-  try {
-    bus_ = make_bus().release();
-    InitializePlatform();
-    StartFailure::During(StartFailure::kStore, [&] { OpenAtRestKey(); });
-    CreateServices(test_settings);
-    StartFailure::During(StartFailure::kBus, [&] { bus_->StartServer(); });
-  } catch (...) {
-    // The platform stays initialised: the process that could not build its server ends.
-    delete permission_runner_;
-    permission_.reset();
-    delete bus_;
-    delete time_source_;
-    throw;
-  }
+  bus_ = make_bus();
+  InitializePlatform();
+  StartFailure::During(StartFailure::kStore, [&] { OpenAtRestKey(); });
+  CreateServices(test_settings);
+  StartFailure::During(StartFailure::kBus, [&] { bus_->StartServer(); });
 }
 
 void ServerEnv::InitializePlatform() {
@@ -146,7 +136,8 @@ void ServerEnv::CreateServices(bool test_settings) {
                                                    *security_provider_);
   });
   permission_runner_ = StartFailure::During(StartFailure::kBus, [&] {
-    return new KrandApiPermissionTargetRun(kPermissionTarget, platform_context_, permission_);
+    return std::make_unique<KrandApiPermissionTargetRun>(kPermissionTarget, platform_context_,
+                                                         permission_);
   });
 }
 

@@ -41,12 +41,12 @@ class VIGILA_EXPORT ServerEnv {
   ServerEnv(const ServerEnv&) = delete;
   ServerEnv& operator=(const ServerEnv&) = delete;
 
-  tevra::osa::ITimeSource* GetTimeSource() const { return time_source_; }
+  tevra::osa::ITimeSource* GetTimeSource() const { return time_source_.get(); }
   VigilaServer& GetVigilaServer() { return vigila_server_; }
   SessionManager& GetSessionManager() { return session_manager_; }
   RuleManager& GetRuleManager() { return rule_manager_; }
   AtRestCipher& GetAtRestCipher() { return *at_rest_cipher_; }
-  tevra::msgbus::IMsgBus* GetMsgBus() const { return bus_; }
+  tevra::msgbus::IMsgBus* GetMsgBus() const { return bus_.get(); }
   void* GetPlatformContext() const { return platform_context_; }
   SecurityProvider* GetSecurityProvider() const { return security_provider_; }
 
@@ -56,25 +56,26 @@ class VIGILA_EXPORT ServerEnv {
   static std::string Base64Decode(const std::string& text);
 
  private:
-  // Ends construction, or takes down what stands and rethrows.
+  // Ends construction. Throws with the platform still initialised: the process that could not build
+  // its server ends.
   void Build(std::unique_ptr<tevra::msgbus::IMsgBus> (*make_bus)(), bool test_settings);
   void InitializePlatform();
   void OpenAtRestKey();
   void CreateServices(bool test_settings);
 
-  // In order of construction.
-  tevra::osa::ITimeSource* time_source_;
+  // In order of construction; what stands when construction fails goes in reverse order.
+  std::unique_ptr<tevra::osa::ITimeSource> time_source_;
   VigilaServer vigila_server_;
   SessionManager session_manager_;
   RuleManager rule_manager_;
-  tevra::msgbus::IMsgBus* bus_ = nullptr;
+  std::unique_ptr<tevra::msgbus::IMsgBus> bus_;
   std::unique_ptr<StoreLock> store_lock_;
   std::unique_ptr<AtRestCipher> at_rest_cipher_;
   krand_core_ipc_handle ipc_handle_ = 0;
   void* platform_context_ = nullptr;
-  SecurityProvider* security_provider_ = nullptr;
+  SecurityProvider* security_provider_ = nullptr;  // lives until the process ends
   boost::shared_ptr<PermissionImpl> permission_;
-  KrandApiPermissionTargetRun* permission_runner_ = nullptr;
+  std::unique_ptr<KrandApiPermissionTargetRun> permission_runner_;
 };
 
 }  // namespace vigila::server
