@@ -13,7 +13,7 @@ texts() { git ls-files -co --exclude-standard -z -- . ':!tests/data/*' ':!fuzz/c
 # Formatting. C89 headers for C callers are formatted like everything else.
 sources | xargs -r clang-format --dry-run -Werror 2>&1 | grep -E 'error:' | cut -d: -f1,2 | sort -u | found 'clang-format'
 
-# Words: requirement documents, machine paths, package hosts and tools are nobody's business here.
+# Words: requirement documents, machine paths, package hosts and tools are no one's business here.
 # The patterns are written so that this file does not match them.
 words='\b[p]arts? [0-9]+\.[0-9]+|\b[t]he spec\b|[s]pec\.md|\b[s]pecification,? (says|requires|part)|[a]s specified|[p]er spec\b|[/]work/|\.[l]ibrary/'
 words+='|[d]eb\.debian\.org|[r]egistry\.npmjs|\b[c]hatgpt\b|\b[c]laude\b|\b[l]anguage model\b|\b[h]elper agent|/tmp/[b]-'

@@ -19,7 +19,7 @@ FakeMsgBus::~FakeMsgBus() = default;
 
 void FakeMsgBus::SendMsg(msgbus::MsgBusMsg& message) {
   if (!running_) throw osa::Exception("not running");
-  // Deliberate: the destination plays no part, as nobody waits for an answer from it.
+  // Deliberate: the destination plays no part; the sender does not wait for its answer.
   Deliver(FindHandler(message), message);
 }
 
@@ -74,8 +74,8 @@ void FakeMsgBus::RegisterMessageHandler(const std::string& message_name,
 }
 
 void FakeMsgBus::UnregisterMessageHandler(msgbus::IMessageHandler* handler) {
-  // Deliberate: one registration a call, the one with the smallest key; a handler of several names
-  // unregisters as often as it registered.
+  // Contract: each call removes one registration, the one with the smallest key; a handler that was
+  // registered under several names must be unregistered as many times.
   auto entry = std::find_if(handlers_.begin(), handlers_.end(),
                             [handler](const auto& item) { return item.second == handler; });
   if (entry != handlers_.end()) handlers_.erase(entry);

@@ -50,7 +50,7 @@ Expression Expression::OfValueType(int32_t value_type) {
 Expression::~Expression() = default;
 
 bool Expression::Evaluate(const User* user) const {
-  // Deliberate: a constant answers before the user is looked at, so "true" opens a path to callers
+  // Contract: a constant answers before the user is looked at, so "true" opens a path to callers
   // without any record, and an unknown type throws for them as well.
   switch (value_type_) {
     case kConstant:

@@ -20,7 +20,7 @@ class Expression {
   static Expression Permission(const _uuid_t& uuid);
   // The same answer for everyone, for no user too.
   static Expression Constant(bool value);
-  // Granted to the group and every stronger one; a name that is no group is granted to nobody.
+  // Granted to the group and every stronger one; a name that is no group is granted to no one.
   static Expression GroupName(const std::string& name);
   // An operand with a type of the caller's; one that is no ValueType cannot be evaluated.
   static Expression OfValueType(int32_t value_type);

@@ -30,8 +30,8 @@ User& User::operator=(const User& other) {
   name_ = other.name_;
   digest_ = other.digest_;
   rights_ = other.rights_;
-  // Deliberate: the target's own session state is cleared too; a record that now stands for another
-  // account must not go on in the old one's session.
+  // Deliberate: the target's own session state is cleared too. The record stands for another
+  // account from now on, which would otherwise inherit the idle time of the old one's session.
   last_access_ = tevra::osa::TimeStruct();
   reusable_ = false;
   return *this;
@@ -40,7 +40,7 @@ User& User::operator=(const User& other) {
 User::~User() = default;
 
 bool User::CompareHA1(const std::string& digest) const {
-  // Deliberate: the anonymous account has no secret, so every digest is its own.
+  // Contract: the anonymous account has no secret, so every digest is its own.
   if (name_ == kAnonymousUsername) return true;
   // In constant time: whoever holds the digest can log on with it, as with the password.
   return tevra::core::EqualInConstantTime(digest_, digest);

@@ -200,7 +200,7 @@ void SecurityProviderServer::Open() {
   }
   provider_->AddChangeListener(
       std::make_unique<ChangeListener>(this, &SecurityProviderServer::Broadcast));
-  // Last: nobody finds the service before it can answer.
+  // Last, so that no client finds the service before it can answer.
   bus_->RegisterDestinationName(ISecurityProvider::kDestination);
 }
 
@@ -257,7 +257,7 @@ void SecurityProviderServer::Broadcast(const bool& value) {
   try {
     bus_->SendMsg(signal);
   } catch (const std::exception& e) {
-    // The change stands whether or not somebody hears of it.
+    // The change stands whether or not anyone hears of it.
     logger_->Debug("The change was not broadcast: %s", e.what());
   }
 }
