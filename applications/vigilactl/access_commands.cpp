@@ -23,46 +23,38 @@ ExitCode Authorize(Invocation& invocation, const AuthorizeOptions& options) {
   const std::string token = TokenFrom(options.both ? options.token_or_path : "");
   const std::string& path = options.both ? options.path : options.token_or_path;
   const bool granted = invocation.Provider().Authorize(token, path);
-  json::Object object;
-  object["Path"] = json::String(path);
-  object["Granted"] = json::Boolean(granted);
+  Json object = {{"Path", path}, {"Granted", granted}};
   if (granted) return invocation.Answer(object, "granted\n");
   invocation.Answer(object, "refused\n");
   return kRefused;
 }
 
 ExitCode ListPaths(Invocation& invocation, const std::string& argument) {
-  json::Array paths;
+  Json paths = Json::array();
   std::string text;
   for (const std::string& path : invocation.Provider().GetAllowedPaths(TokenFrom(argument))) {
-    paths.Insert(json::String(path));
+    paths.push_back(path);
     text += Printable(path) + '\n';
   }
-  json::Object object;
-  object["Paths"] = paths;
+  Json object = {{"Paths", paths}};
   return invocation.Answer(object, text);
 }
 
 ExitCode ListPermissions(Invocation& invocation, const std::string& argument) {
-  json::Array permissions;
+  Json permissions = Json::array();
   TextTable table({"PERMISSION", "NAME"});
   for (const std::string& id : invocation.Provider().GetAllowedPermissions(TokenFrom(argument))) {
-    json::Object permission;
-    permission["ID"] = json::String(id);
-    permission["Name"] = json::String(PermissionName(id));
-    permissions.Insert(permission);
+    Json permission = {{"ID", id}, {"Name", PermissionName(id)}};
+    permissions.push_back(permission);
     table.AddRow({id, PermissionName(id)});
   }
-  json::Object object;
-  object["Permissions"] = permissions;
+  Json object = {{"Permissions", permissions}};
   return invocation.Answer(object, table.Render());
 }
 
 ExitCode IsProtected(Invocation& invocation, const std::string& path) {
   const bool is_protected = invocation.Provider().IsProtected(path);
-  json::Object object;
-  object["Path"] = json::String(path);
-  object["Protected"] = json::Boolean(is_protected);
+  Json object = {{"Path", path}, {"Protected", is_protected}};
   return invocation.Answer(object, is_protected ? "protected\n" : "open\n");
 }
 

@@ -1,26 +1,34 @@
 #include "vigilactl/account_listing.h"
 
-#include <sstream>
-#include <utility>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
 
-#include "json/elements.h"
-#include "json/reader.h"
-#include "tevra/core/json_utils.h"
 #include "tevra/osa/exception.h"
 #include "vigilactl/printable_text.h"
 
 namespace vigilactl {
 
+namespace {
+
+using Json = nlohmann::json;
+
+uint32_t GroupOf(const Json& account) {
+  const Json& group = account.at("Group");
+  if (!group.is_number_unsigned() || group > std::numeric_limits<uint32_t>::max()) {
+    throw std::runtime_error("a group is no 32-bit number");
+  }
+  return group.get<uint32_t>();
+}
+
+}  // namespace
+
 std::vector<ListedAccount> ListAccounts(const tevra::interfaces::ISecurityProvider& provider) {
-  std::istringstream text(JsonWithoutStrayBytes(provider.GetUsers()));
   std::vector<ListedAccount> accounts;
   try {
-    json::Object document;
-    json::Reader::Read(document, text);
-    const json::Array& users = std::as_const(document)["Users"];
-    for (auto user = users.Begin(); user != users.End(); ++user) {
-      accounts.push_back({tevra::core::JsonUtils::AsString((*user)["Name"]),
-                          tevra::core::JsonUtils::AsUnsigned((*user)["Group"])});
+    const Json document = Json::parse(JsonWithoutStrayBytes(provider.GetUsers()));
+    for (const Json& user : document.at("Users")) {
+      accounts.push_back({user.at("Name").get<std::string>(), GroupOf(user)});
     }
   } catch (const std::exception& error) {
     throw tevra::osa::Exception("the service's account listing cannot be read: %s", error.what());

@@ -1,8 +1,5 @@
 #include "vigilactl/invocation.h"
 
-#include <sstream>
-
-#include "json/writer.h"
 #include "tevra/core/logger.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/interfaces/access_denied.h"
@@ -64,7 +61,7 @@ KrandApiPermissionInitiator& Invocation::Permissions() {
   return *permissions_;
 }
 
-ExitCode Invocation::Answer(const json::Object& object, const std::string& text) {
+ExitCode Invocation::Answer(const Json& object, const std::string& text) {
   if (json) {
     PrintJson(object);
   } else {
@@ -73,9 +70,9 @@ ExitCode Invocation::Answer(const json::Object& object, const std::string& text)
   return kDone;
 }
 
-ExitCode Invocation::Refuse(json::Object object, const std::string& sentence) {
+ExitCode Invocation::Refuse(Json object, const std::string& sentence) {
   if (json) {
-    object["Message"] = json::String(sentence);
+    object["Message"] = sentence;
     PrintJson(object);
   } else {
     err_ << "vigilactl: " << Printable(sentence) << '\n';
@@ -85,9 +82,7 @@ ExitCode Invocation::Refuse(json::Object object, const std::string& sentence) {
 
 ExitCode Invocation::Fail(ExitCode code, const std::string& sentence) {
   if (json) {
-    json::Object object;
-    object["Exit"] = json::Number(code);
-    object["Message"] = json::String(sentence);
+    Json object = {{"Exit", static_cast<int>(code)}, {"Message", sentence}};
     PrintJson(object);
   } else {
     err_ << "vigilactl: " << Printable(sentence) << '\n';
@@ -99,12 +94,8 @@ void Invocation::Note(const std::string& sentence) {
   if (!json) err_ << "vigilactl: note: " << Printable(sentence) << '\n';
 }
 
-void Invocation::PrintJson(const json::Object& object) {
-  std::ostringstream text;
-  json::Writer::Write(object, text);
-  std::string line = text.str();
-  while (!line.empty() && line.back() == '\n') line.pop_back();
-  out_ << line << '\n';
+void Invocation::PrintJson(const Json& object) {
+  out_ << object.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace vigilactl

@@ -3,16 +3,18 @@
 
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
 
-#include "json/elements.h"
 #include "krand/interfaces/permission_initiator.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "vigilactl/exit_code.h"
 
 namespace vigilactl {
+
+using Json = nlohmann::ordered_json;
 
 // One run of the program: the options that hold for every verb, the verb that the command line
 // chose, the connections it asks for (opened on first use) and where its answer goes.
@@ -38,17 +40,17 @@ class Invocation final {
   KrandApiPermissionInitiator& Permissions();
 
   // The answer of a verb that was done.
-  ExitCode Answer(const json::Object& object, const std::string& text);
+  ExitCode Answer(const Json& object, const std::string& text);
   // The answer of a verb that the service refused: `object` plus "Message", or the sentence on the
   // error output.
-  ExitCode Refuse(json::Object object, const std::string& sentence);
+  ExitCode Refuse(Json object, const std::string& sentence);
   // A failure before any answer: "Exit" and "Message", or the sentence on the error output.
   ExitCode Fail(ExitCode code, const std::string& sentence);
   // Advice beside the answer, for people only.
   void Note(const std::string& sentence);
 
  private:
-  void PrintJson(const json::Object& object);
+  void PrintJson(const Json& object);
 
   std::ostream& out_;
   std::ostream& err_;

@@ -1,11 +1,8 @@
 #include <unistd.h>
 
 #include <memory>
-#include <sstream>
 #include <string>
-#include <utility>
 
-#include "json/reader.h"
 #include "krand/base64/base64.h"
 #include "tevra/osa/exception.h"
 #include "vigilactl/commands.h"
@@ -29,9 +26,7 @@ ExitCode AddPassphrase(Invocation& invocation, const PassphraseOptions& options)
       ReadSecret(options.password_stdin ? SecretSource::kStandardInput : SecretSource::kTerminal,
                  "passphrase " + Printable(options.alias), true);
   const std::string id = invocation.Provider().AddPassphrase(phrase.Text(), options.alias);
-  json::Object object;
-  object["Alias"] = json::String(options.alias);
-  object["ID"] = json::String(id);
+  Json object = {{"Alias", options.alias}, {"ID", id}};
   if (id.empty()) {
     return invocation.Refuse(object, phrase.Text().empty() ? "The passphrase is empty."
                                                            : "The passphrase was not stored.");
@@ -40,18 +35,14 @@ ExitCode AddPassphrase(Invocation& invocation, const PassphraseOptions& options)
 }
 
 ExitCode ListPassphrases(Invocation& invocation) {
-  std::istringstream text(JsonWithoutStrayBytes(invocation.Provider().GetPassphrases()));
-  json::Object document;
+  Json document;
   TextTable table({"ID", "ALIAS"});
   try {
-    json::Reader::Read(document, text);
-    const json::Array& entries = std::as_const(document)["Passphrases"];
-    for (auto entry = entries.Begin(); entry != entries.End(); ++entry) {
-      const json::String& id = (*entry)["ID"];
-      const json::String& alias = (*entry)["Alias"];
-      table.AddRow({id.Value(), alias.Value()});
+    document = Json::parse(JsonWithoutStrayBytes(invocation.Provider().GetPassphrases()));
+    for (const Json& entry : document.at("Passphrases")) {
+      table.AddRow({entry.at("ID").get<std::string>(), entry.at("Alias").get<std::string>()});
     }
-  } catch (const json::Exception& error) {
+  } catch (const Json::exception& error) {
     throw tevra::osa::Exception("the service's passphrase listing cannot be read: %s",
                                 error.what());
   }
@@ -60,22 +51,23 @@ ExitCode ListPassphrases(Invocation& invocation) {
 
 ExitCode ShowPassphrase(Invocation& invocation, const std::string& id) {
   const SecretText phrase(invocation.Provider().GetPassphrase(id));
-  json::Object object;
-  object["ID"] = json::String(id);
+  Json object = {{"ID", id}};
   if (phrase.Text().empty()) return invocation.Refuse(object, "There is no such passphrase.");
-  object["Phrase"] = json::String(phrase.Text());
-  object["PhraseBase64"] = json::String(krand::lib::Base64::Encode(phrase.Text()));
+  object["Phrase"] = phrase.Text();
+  object["PhraseBase64"] = krand::lib::Base64::Encode(phrase.Text());
   // A pipe gets the bytes as they are, a terminal only what it may show.
   const bool terminal = isatty(STDOUT_FILENO) == 1;
   const SecretText shown((terminal ? Printable(phrase.Text()) : phrase.Text()) + "\n");
-  return invocation.Answer(object, shown.Text());
+  const ExitCode code = invocation.Answer(object, shown.Text());
+  for (const char* secret : {"Phrase", "PhraseBase64"}) {
+    tevra::core::Wipe(object[secret].get_ref<std::string&>());
+  }
+  return code;
 }
 
 ExitCode DeletePassphrase(Invocation& invocation, const std::string& id) {
   const bool deleted = invocation.Provider().DeletePassphrase(id);
-  json::Object object;
-  object["ID"] = json::String(id);
-  object["Deleted"] = json::Boolean(deleted);
+  Json object = {{"ID", id}, {"Deleted", deleted}};
   if (!deleted) return invocation.Refuse(object, "There is no such passphrase.");
   return invocation.Answer(object, "Deleted " + Printable(id) + ".\n");
 }

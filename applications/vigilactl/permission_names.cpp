@@ -47,7 +47,7 @@ std::string RuleMeaning(const std::string& rule) {
   if (!rule.empty() && rule.front() == '@' && IsRuleGroup(rule.substr(1))) {
     return rule.substr(1) + " and above";
   }
-  return "nobody at all";
+  return "no one at all";
 }
 
 std::string RuleDoubt(const std::string& rule) {

@@ -16,39 +16,31 @@ constexpr TextArgument kPathArgument = {"PATH", "The rule's path, as listed", tr
 
 ExitCode ListRules(Invocation& invocation) {
   TextTable table({"PATH", "RULE", "CHANGEABLE", "MEANING"});
-  json::Array rules;
+  Json rules = Json::array();
   // The permission interface answers for one path at a time and lists nothing.
   for (const vigila::contract::Rule& known : vigila::contract::kRules) {
     const std::optional<std::string> rule = invocation.Permissions().GetAccessRule(known.path);
     if (!rule) continue;
     const bool changeable = known.setting != nullptr;
     table.AddRow({known.path, *rule, changeable ? "yes" : "no", RuleMeaning(*rule)});
-    json::Object entry;
-    entry["Path"] = json::String(known.path);
-    entry["Rule"] = json::String(*rule);
-    entry["Changeable"] = json::Boolean(changeable);
-    rules.Insert(entry);
+    Json entry = {{"Path", known.path}, {"Rule", *rule}, {"Changeable", changeable}};
+    rules.push_back(entry);
   }
-  json::Object object;
-  object["Rules"] = rules;
+  Json object = {{"Rules", rules}};
   return invocation.Answer(object, table.Render());
 }
 
 ExitCode GetRule(Invocation& invocation, const std::string& path) {
   const std::optional<std::string> rule = invocation.Permissions().GetAccessRule(path);
-  json::Object object;
-  object["Path"] = json::String(path);
+  Json object = {{"Path", path}};
   if (!rule) return invocation.Refuse(object, "There is no rule for this path.");
-  object["Rule"] = json::String(*rule);
+  object["Rule"] = *rule;
   return invocation.Answer(object, Printable(*rule) + "\n");
 }
 
 ExitCode SetRule(Invocation& invocation, const std::string& path, const std::string& rule) {
   const bool changed = invocation.Permissions().SetAccessRule(path, rule);
-  json::Object object;
-  object["Path"] = json::String(path);
-  object["Rule"] = json::String(rule);
-  object["Changed"] = json::Boolean(changed);
+  Json object = {{"Path", path}, {"Rule", rule}, {"Changed", changed}};
   if (!changed) {
     return invocation.Refuse(object, "This path has no rule that can be changed.");
   }

@@ -30,9 +30,7 @@ ExitCode Login(Invocation& invocation, const LoginOptions& options) {
   const SecretText encoded(Base64::Encode(password.Text()));
   const std::string answer = invocation.Provider().Authenticate(
       options.reuse, Base64::Encode(options.name), encoded.Text());
-  json::Object object;
-  object["Name"] = json::String(options.name);
-  object["Token"] = json::String(answer);
+  Json object = {{"Name", options.name}, {"Token", answer}};
   if (!vigila::contract::IsSessionToken(answer))
     return invocation.Refuse(object, SentenceOfRefusedLogon(answer));
   return invocation.Answer(object, answer + "\n");
@@ -40,16 +38,14 @@ ExitCode Login(Invocation& invocation, const LoginOptions& options) {
 
 ExitCode Logout(Invocation& invocation, const std::string& argument) {
   const bool ended = invocation.Provider().Logout(TokenFrom(argument));
-  json::Object object;
-  object["LoggedOut"] = json::Boolean(ended);
+  Json object = {{"LoggedOut", ended}};
   if (!ended) return invocation.Refuse(object, "The session could not be ended.");
   return invocation.Answer(object, "Logged out.\n");
 }
 
 ExitCode WhoAmI(Invocation& invocation, const std::string& argument) {
   const std::string name = invocation.Provider().GetCredentials(TokenFrom(argument));
-  json::Object object;
-  object["Name"] = json::String(name);
+  Json object = {{"Name", name}};
   if (name.empty()) return invocation.Refuse(object, "The token belongs to no session.");
   return invocation.Answer(object, Printable(name) + "\n");
 }
@@ -57,8 +53,7 @@ ExitCode WhoAmI(Invocation& invocation, const std::string& argument) {
 ExitCode Invalidate(Invocation& invocation, const std::string& name, bool all) {
   if (all == !name.empty()) throw UsageError("give a NAME or --all, not both");
   invocation.Provider().Invalidate(all ? "*" : name);
-  json::Object object;
-  object["Name"] = json::String(all ? "*" : name);
+  Json object = {{"Name", all ? "*" : name}};
   return invocation.Answer(object, all || name == "*"
                                        ? "Ended every session.\n"
                                        : "Ended every session of " + Printable(name) + ".\n");

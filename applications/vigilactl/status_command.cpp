@@ -41,15 +41,14 @@ ExitCode Status(Invocation& invocation) {
   const bool administrator = AdministratorExists(invocation.Provider());
   const std::optional<size_t> accounts = NumberOfAccounts(invocation.Provider());
 
-  json::Object object;
-  object["Reachable"] = json::Boolean(true);
-  object["Transport"] = json::String(transport.kind);
-  object["Address"] = json::String(transport.address);
-  object["AdministratorExists"] = json::Boolean(administrator);
+  Json object = {{"Reachable", true},
+                 {"Transport", transport.kind},
+                 {"Address", transport.address},
+                 {"AdministratorExists", administrator}};
   if (accounts) {
-    object["Accounts"] = json::Number(static_cast<double>(*accounts));
+    object["Accounts"] = *accounts;
   } else {
-    object["Accounts"] = json::Null();
+    object["Accounts"] = nullptr;
   }
   TextTable table;
   table.AddRow({"Service", "reachable"});

@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "json/writer.h"
 #include "tevra/core/utf8.h"
 #include "vigilactl/account_listing.h"
 #include "vigilactl/commands.h"
@@ -35,18 +33,15 @@ void RequireUtf8(const std::string& text, const char* what) {
 }
 
 // The request for one account; a null password keeps the present one.
-std::string AccountDocument(const std::string& name, uint32_t group, const SecretText* password) {
-  json::Object entry;
-  entry["Name"] = json::String(name);
-  if (password != nullptr) entry["Password"] = json::String(password->Text());
-  entry["Group"] = json::Number(group);
-  json::Array entries;
-  entries.Insert(entry);
-  json::Object document;
-  document["Users"] = entries;
-  std::ostringstream text;
-  json::Writer::Write(document, text);
-  return text.str();
+SecretText AccountDocument(const std::string& name, uint32_t group, const SecretText* password) {
+  Json document;
+  Json& entry = document["Users"][0];
+  entry["Name"] = name;
+  if (password != nullptr) entry["Password"] = password->Text();
+  entry["Group"] = group;
+  SecretText text(document.dump());
+  if (password != nullptr) tevra::core::Wipe(entry["Password"].get_ref<std::string&>());
+  return text;
 }
 
 SecretText ReadNewPassword(const UserOptions& options) {
@@ -57,26 +52,22 @@ SecretText ReadNewPassword(const UserOptions& options) {
   return password;
 }
 
-ExitCode ReportCode(Invocation& invocation, json::Object object, int code,
-                    const std::string& done) {
-  object["Code"] = json::Number(code);
+ExitCode ReportCode(Invocation& invocation, Json object, int code, const std::string& done) {
+  object["Code"] = code;
   if (code != 0) return invocation.Refuse(object, SentenceOf(code));
   return invocation.Answer(object, done + "\n");
 }
 
 ExitCode ListUsers(Invocation& invocation) {
   TextTable table({"NAME", "GROUP"});
-  json::Array users;
+  Json users = Json::array();
   for (const ListedAccount& account : ListAccounts(invocation.Provider())) {
     table.AddRow({account.name, GroupName(account.group)});
-    json::Object user;
-    user["Name"] = json::String(account.name);
-    user["Group"] = json::Number(account.group);
-    user["GroupName"] = json::String(GroupName(account.group));
-    users.Insert(user);
+    Json user = {
+        {"Name", account.name}, {"Group", account.group}, {"GroupName", GroupName(account.group)}};
+    users.push_back(user);
   }
-  json::Object object;
-  object["Users"] = users;
+  Json object = {{"Users", users}};
   return invocation.Answer(object, table.Render());
 }
 
@@ -84,10 +75,9 @@ ExitCode AddUser(Invocation& invocation, const UserOptions& options) {
   RequireUtf8(options.name, "name");
   const uint32_t group = ParseGroup(options.group);
   const SecretText password = ReadNewPassword(options);
-  const int code = invocation.Provider().AddUsers(AccountDocument(options.name, group, &password));
-  json::Object object;
-  object["Name"] = json::String(options.name);
-  object["Group"] = json::Number(group);
+  const int code =
+      invocation.Provider().AddUsers(AccountDocument(options.name, group, &password).Text());
+  Json object = {{"Name", options.name}, {"Group", group}};
   return ReportCode(invocation, object, code,
                     "Added " + Printable(options.name) + " to " + GroupName(group) + ".");
 }
@@ -113,24 +103,21 @@ ExitCode ModifyUser(Invocation& invocation, const UserOptions& options) {
   std::unique_ptr<SecretText> password;
   if (with_password) password = std::make_unique<SecretText>(ReadNewPassword(options));
   const uint32_t group = GroupForChange(invocation, options);
-  const int code =
-      invocation.Provider().ModifyUsers(AccountDocument(options.name, group, password.get()));
-  json::Object object;
-  object["Name"] = json::String(options.name);
-  object["Group"] = json::Number(group);
+  const int code = invocation.Provider().ModifyUsers(
+      AccountDocument(options.name, group, password.get()).Text());
+  Json object = {{"Name", options.name}, {"Group", group}};
   return ReportCode(invocation, object, code, "Changed " + Printable(options.name) + ".");
 }
 
 ExitCode DeleteUsers(Invocation& invocation, const UserOptions& options) {
   const int code = invocation.Provider().DeleteUsers(options.names);
-  json::Array names;
+  Json names = Json::array();
   std::string listed;
   for (const std::string& name : options.names) {
-    names.Insert(json::String(name));
+    names.push_back(name);
     listed += (listed.empty() ? "" : ", ") + Printable(name);
   }
-  json::Object object;
-  object["Names"] = names;
+  Json object = {{"Names", names}};
   return ReportCode(invocation, object, code, "Deleted " + listed + ".");
 }
 

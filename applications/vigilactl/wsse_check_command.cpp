@@ -29,7 +29,6 @@ using krand::lib::Base64;
 using tevra::crypto::GCryptDigest;
 using vigila::client::VigilaXml;
 
-// How far a creation time may be off the device's clock, either way.
 constexpr size_t kMaxEnvelopeBytes = 16u << 20;
 // How much is shown of what stands before the place where the reader stopped.
 constexpr size_t kContextBytes = 40;
@@ -197,19 +196,19 @@ std::string Shown(const std::string& name, const char* value) {
   return "(not shown: no digest)";
 }
 
-json::Object JsonReport(const Reading& reading, const Reasons& reasons) {
-  json::Object object;
+Json JsonReport(const Reading& reading, const Reasons& reasons) {
+  Json object;
   for (const auto& [name, value] : FieldsOf(reading.reader)) {
     if (value == nullptr) {
-      object[name] = json::Null();
+      object[name] = nullptr;
     } else {
-      object[name] = json::String(Shown(name, value));
+      object[name] = Shown(name, value);
     }
   }
-  object["Bytes"] = json::Number(static_cast<double>(reading.envelope.size()));
-  object["BytesRead"] = json::Number(static_cast<double>(reading.taken));
-  json::Array sentences;
-  for (const std::string& reason : reasons) sentences.Insert(json::String(reason));
+  object["Bytes"] = reading.envelope.size();
+  object["BytesRead"] = reading.taken;
+  Json sentences = Json::array();
+  for (const std::string& reason : reasons) sentences.push_back(reason);
   object["Reasons"] = sentences;
   return object;
 }

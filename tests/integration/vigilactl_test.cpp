@@ -404,7 +404,7 @@ TEST_F(Vigilactl, RefusesToChangeARuleThatIsFixed) {
 TEST_F(Vigilactl, WarnsOfARuleThatRefusesEverybody) {
   const Finished end = device_.Ctl({"rule", "set", "/ws/*", "@admin"});
   EXPECT_EQ(end.exit_code, 0);
-  EXPECT_EQ(end.out, "/ws/* is now for: nobody at all\n");
+  EXPECT_EQ(end.out, "/ws/* is now for: no one at all\n");
   EXPECT_NE(end.err.find("no such group"), std::string::npos) << end.err;
   Expect(device_.Ctl({"rule", "get", "/ws/*"}), 0, "@admin\n");
   EXPECT_EQ(device_.Ctl({"rule", "set", "/ws/*", ""}).exit_code, 0);

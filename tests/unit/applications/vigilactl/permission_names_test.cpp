@@ -19,7 +19,7 @@ TEST(RuleMeaning, SaysWhoPasses) {
   EXPECT_EQ(RuleMeaning("{88049574-465a-4f41-89d4-d6d517e8c218}"), "who may: read media");
   EXPECT_EQ(RuleMeaning("{}"), "who may: (an unknown permission)");
   for (const char* rule : {"", "false", "True", "@", "@nobody", "@Admins", "admins"}) {
-    EXPECT_EQ(RuleMeaning(rule), "nobody at all") << rule;
+    EXPECT_EQ(RuleMeaning(rule), "no one at all") << rule;
   }
 }
 
