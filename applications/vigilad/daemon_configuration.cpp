@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "tevra/core/platform_config.h"
-#include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "vigila/server/server_env.h"
 
@@ -34,7 +34,7 @@ DaemonConfiguration DaemonConfiguration::Read() {
 
   platform.GetBool("DeviceInformation", "present", true);
   // Each reads its section when it is made, and does nothing else until it is started.
-  const tevra::interfaces::CallerRoles roles;
+  const tevra::msgbus::CallerRoles roles;
   const tevra::msgbus::MsgBus bus;
   return configuration;
 }

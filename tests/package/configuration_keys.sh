@@ -10,7 +10,7 @@ read_by_code() {
     grep -oE '(GetString|GetInt|GetBool|GetSize)\( *([A-Za-z:]+, *|"[A-Za-z/]+", *)?"[a-z_]+"' |
     sed -E 's/.*"([a-z_]+)"$/\1/'
   # Read through a table of names.
-  grep -ohE '"(service|admin)_groups"' platform/libtevra/tevra/interfaces/caller_roles.cpp | tr -d '"'
+  grep -ohE '"(service|admin)_groups"' platform/libtevra/tevra/msgbus/caller_roles.cpp | tr -d '"'
 }
 sample() { sed -nE 's/^#([a-z_]+) = ?(.*)$/\1=\2/p' packaging/config/platform.sample.ini; }
 # shellcheck disable=SC2016 # the backticks are the document's

@@ -1,14 +1,17 @@
 #ifndef SUPPORT_RAW_SOCKET_H_
 #define SUPPORT_RAW_SOCKET_H_
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -25,6 +28,11 @@ class RawSocket {
  public:
   explicit RawSocket(int fd) : fd_(fd) {}
   RawSocket(RawSocket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  RawSocket& operator=(RawSocket&& other) noexcept {
+    Close();
+    fd_ = std::exchange(other.fd_, -1);
+    return *this;
+  }
   ~RawSocket() { Close(); }
 
   static RawSocket ConnectTo(const std::string& path) {
@@ -34,6 +42,19 @@ class RawSocket {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << path;
     return RawSocket(fd);
+  }
+
+  // Connects as another user, which only root can. The kernel notes who called connect, and a
+  // system call by itself changes the identity of one thread only.
+  static RawSocket ConnectAs(const std::string& path, uid_t uid, const std::vector<gid_t>& groups) {
+    RawSocket connected(-1);
+    std::thread([&] {
+      if (syscall(SYS_setgroups, groups.size(), groups.data()) == 0 &&
+          syscall(SYS_setresgid, -1, uid, -1) == 0 && syscall(SYS_setresuid, -1, uid, -1) == 0) {
+        connected = ConnectTo(path);
+      }
+    }).join();
+    return connected;
   }
 
   void Close() {

@@ -5,17 +5,18 @@
 #include <variant>
 
 #include "krand/interfaces/permission_protocol.h"
+#include "tevra/core/folded_log.h"
 #include "tevra/core/logger.h"
-#include "tevra/interfaces/caller_roles.h"
 #include "tevra/msgbus/bus_error.h"
+#include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 
 namespace {
 
 using krand::interfaces::PermissionProtocol;
-using tevra::interfaces::CallerRoles;
 using tevra::msgbus::BusError;
+using tevra::msgbus::CallerRoles;
 using tevra::msgbus::IMsgBus;
 using tevra::msgbus::MsgBusMsg;
 
@@ -95,9 +96,11 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
                                     const std::string& signature) {
     if (!roles_.Holds(request.Sender(), role)) {
       const char* const role_name = CallerRoles::RoleName(role);
-      logger_->Notice("Permission target %s: %s refused to user %lu, who does not hold the role %s",
-                      name_.c_str(), request.GetName().c_str(),
-                      static_cast<unsigned long>(request.Sender().uid), role_name);
+      const std::string user = std::to_string(request.Sender().uid);
+      complaints_.Write(tevra::core::Logger::kNotice, request.Sender().uid, role_name,
+                        "Permission target " + name_ + ": " + request.GetName() +
+                            " refused to user " + user + ", who does not hold the role " +
+                            role_name);
       return Error(request, BusError::kAccessDenied, CallerRoles::Refusal(role, request.GetName()));
     }
     if (request.Signature() != signature) {
@@ -151,6 +154,8 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
   const boost::shared_ptr<KrandApiPermissionTargetImplBase> target_;
   const CallerRoles roles_;
   bool registered_ = false;
+
+  tevra::core::FoldedLog complaints_{logger_};  // on the bus's thread only
 
   tevra::msgbus::MsgBus bus_;
 };

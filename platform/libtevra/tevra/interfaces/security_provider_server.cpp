@@ -1,22 +1,24 @@
 #include <atomic>
-#include <cinttypes>
 #include <exception>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "tevra/core/folded_log.h"
 #include "tevra/core/logger.h"
-#include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/bus_error.h"
+#include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
 namespace {
 
+using msgbus::CallerRoles;
 using Arguments = std::vector<msgbus::MsgBusMsg::Value>;
 
 // The letter of a type in a message's signature.
@@ -95,23 +97,28 @@ struct Served<&ISecurityProvider::Logout> {
   }
 };
 
+// Private-key operations and writes to the store take milliseconds, all else microseconds.
+enum class Cost { kCheap, kDear };
+
 struct Operation {
   const char* name;
   CallerRoles::Role role;
+  Cost cost;
   std::string_view signature;
   bool (*run)(ISecurityProvider&, const Arguments&, msgbus::MsgBusMsg& reply);
 };
 
 template <auto method>
-constexpr Operation Serve(const char* name, CallerRoles::Role role) {
-  return {name, role, Served<method>::kSignature, &Served<method>::Run};
+constexpr Operation Serve(const char* name, CallerRoles::Role role, Cost cost = Cost::kCheap) {
+  return {name, role, cost, Served<method>::kSignature, &Served<method>::Run};
 }
 
 // What the bus offers, to whom; nothing else is served.
 constexpr Operation kOperations[] = {
-    Serve<&ISecurityProvider::Authenticate>("Authenticate", CallerRoles::kService),
+    Serve<&ISecurityProvider::Authenticate>("Authenticate", CallerRoles::kService, Cost::kDear),
     Serve<&ISecurityProvider::AuthenticateHttp>("AuthenticateHttp", CallerRoles::kService),
-    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse", CallerRoles::kService),
+    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse", CallerRoles::kService,
+                                                Cost::kDear),
     Serve<&ISecurityProvider::TestLdap>("TestLdap", CallerRoles::kService),
     Serve<&ISecurityProvider::Invalidate>("Invalidate", CallerRoles::kAdmin),
     Serve<&ISecurityProvider::IsAuthenticated>("IsAuthenticated", CallerRoles::kService),
@@ -126,14 +133,16 @@ constexpr Operation kOperations[] = {
     Serve<&ISecurityProvider::AllowHttpDigest>("AllowHttpDigest", CallerRoles::kService),
     Serve<&ISecurityProvider::GetNonce>("GetNonce", CallerRoles::kService),
     Serve<&ISecurityProvider::GetUsers>("GetUsers", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::AddUsers>("AddUsers", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::AddUsers>("AddUsers", CallerRoles::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", CallerRoles::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", CallerRoles::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", CallerRoles::kAdmin,
+                                                Cost::kDear),
+    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", CallerRoles::kAdmin, Cost::kDear),
     Serve<&ISecurityProvider::GetPassphrases>("GetPassphrases", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", CallerRoles::kAdmin),
+    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", CallerRoles::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", CallerRoles::kAdmin,
+                                                Cost::kDear),
 };
 
 class SecurityProviderServer final : public ISecurityProvider::IServer {
@@ -151,6 +160,7 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
     void HandleMessage(msgbus::IMsgBus& bus, msgbus::MsgBusMsg& message) override {
       bus.SendReply(server_.Answer(operation_, message));
     }
+    bool IsDear() const override { return operation_.cost == Cost::kDear; }
 
    private:
     SecurityProviderServer& server_;
@@ -174,6 +184,7 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
   const CallerRoles roles_;
   std::vector<std::unique_ptr<OperationHandler>> handlers_;
 
+  core::FoldedLog complaints_{logger_};  // on the bus's thread only
   std::atomic<uint64_t> refused_calls_ = 0;
 };
 
@@ -216,7 +227,8 @@ msgbus::MsgBusMsg SecurityProviderServer::Answer(const Operation& operation,
     const std::string text = std::string(operation.name) + " takes (" +
                              std::string(operation.signature) + "), not (" + request.Signature() +
                              ")";
-    logger_->Information("Malformed call: %s", text.c_str());
+    complaints_.Write(core::Logger::kInformation, request.Sender().uid, "malformed",
+                      "Malformed call: " + text);
     return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kInvalidArgs, text);
   }
   try {
@@ -244,9 +256,12 @@ msgbus::MsgBusMsg SecurityProviderServer::Run(const Operation& operation,
 msgbus::MsgBusMsg SecurityProviderServer::Refuse(const Operation& operation,
                                                  const msgbus::MsgBusMsg& request) {
   const uint64_t count = ++refused_calls_;
-  const char* role = CallerRoles::RoleName(operation.role);
-  logger_->Notice("Refused %s to user %u, who does not hold the role %s (refusal %" PRIu64 ")",
-                  operation.name, static_cast<unsigned>(request.Sender().uid), role, count);
+  const uid_t user = request.Sender().uid;
+  const std::string role = CallerRoles::RoleName(operation.role);
+  complaints_.Write(core::Logger::kNotice, user, role,
+                    std::string("Refused ") + operation.name + " to user " + std::to_string(user) +
+                        ", who does not hold the role " + role + " (refusal " +
+                        std::to_string(count) + ")");
   return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kAccessDenied,
                                     CallerRoles::Refusal(operation.role, operation.name));
 }

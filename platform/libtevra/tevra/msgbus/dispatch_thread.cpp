@@ -135,7 +135,14 @@ void DispatchThread::Remove(Id watch) {
 
 DispatchThread::Id DispatchThread::After(std::chrono::milliseconds delay, Task task) {
   const Id id = ++last_id_;
-  timers_.emplace(Clock::now() + delay, Timer{id, std::move(task)});
+  timers_.emplace(Clock::now() + delay, Timer{id, {}, std::make_shared<Task>(std::move(task))});
+  return id;
+}
+
+DispatchThread::Id DispatchThread::Every(std::chrono::milliseconds interval, Task task) {
+  const Id id = ++last_id_;
+  timers_.emplace(Clock::now() + interval,
+                  Timer{id, interval, std::make_shared<Task>(std::move(task))});
   return id;
 }
 
@@ -230,9 +237,11 @@ void DispatchThread::RunTimers() {
   if (timers_.empty()) return;
   const Clock::time_point now = Clock::now();
   while (!timers_.empty() && timers_.begin()->first <= now) {
-    const Task task = std::move(timers_.begin()->second.task);
+    const Timer timer = std::move(timers_.begin()->second);
     timers_.erase(timers_.begin());
-    Guarded(task);
+    // Before it runs: it may cancel itself.
+    if (timer.interval.count() > 0) timers_.emplace(now + timer.interval, timer);
+    Guarded(*timer.task);
   }
 }
 

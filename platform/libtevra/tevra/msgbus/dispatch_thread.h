@@ -58,6 +58,7 @@ class DispatchThread final {
   void Modify(Id watch, uint32_t events);
   void Remove(Id watch);
   Id After(std::chrono::milliseconds delay, Task task);
+  Id Every(std::chrono::milliseconds interval, Task task);
   void Cancel(Id timer);
 
  private:
@@ -69,7 +70,8 @@ class DispatchThread final {
   };
   struct Timer {
     Id id;
-    Task task;
+    std::chrono::milliseconds interval;  // 0: once
+    std::shared_ptr<const Task> task;
   };
 
   void Loop();

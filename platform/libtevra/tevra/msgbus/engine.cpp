@@ -76,6 +76,13 @@ void Engine::Subscribe(RequestDispatcher& bus, const std::string& destination) {
   });
 }
 
+void Engine::Tell(const RequestDispatcher& bus, const std::string& destination,
+                  WatchStates::News news) {
+  // By then the bus may be gone.
+  dispatch_.Post(
+      [this, known = &bus, destination, news] { subscribers_.TellOne(known, destination, news); });
+}
+
 void Engine::Unsubscribe(const RequestDispatcher& bus) {
   if (!dispatch_.IsStarted()) return;
   dispatch_.Invoke([this, &bus] { subscribers_.Remove(bus); });

@@ -38,6 +38,8 @@ class Engine final {
   // save the one that calls it.
   void Subscribe(RequestDispatcher& bus, const std::string& destination);
   void Unsubscribe(const RequestDispatcher& bus);
+  // Tells a bus that hears of the destination what one of its own calls has shown.
+  void Tell(const RequestDispatcher& bus, const std::string& destination, WatchStates::News news);
 
   DispatchThread& dispatch() { return dispatch_; }
   Transport& transport() { return *transport_; }

@@ -1,10 +1,14 @@
 #ifndef TEVRA_MSGBUS_I_MSG_BUS_H_
 #define TEVRA_MSGBUS_I_MSG_BUS_H_
 
+#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "tevra/msgbus/msg_bus_msg.h"
+#include "tevra/osa/descriptor.h"
 
 namespace tevra::msgbus {
 
@@ -27,7 +31,8 @@ class IMsgBus {
  public:
   // Interface and names of the local messages that tell a handler that a watched destination has
   // appeared (again), and that its broadcasts no longer come or could not be had. The body is the
-  // destination's name.
+  // destination's name. The first answer after a call that failed is an appearance, and an answer
+  // that comes while the broadcasts do not is a vanishing: either way earlier answers may be stale.
   static constexpr const char* kLocalInterface = "tevra.msgbus.Local";
   static constexpr const char* kDestinationAppeared = "DestinationAppeared";
   static constexpr const char* kDestinationVanished = "DestinationVanished";
@@ -60,6 +65,31 @@ class IMsgBus {
   // kDestinationAppeared and kDestinationVanished whenever it comes and goes. A bus without peers
   // has nothing to do.
   virtual void WatchDestination(const std::string& name) { static_cast<void>(name); }
+
+  // What a watched destination handed out when it last appeared.
+  struct Shared {
+    osa::Descriptor descriptor;  // none when the server or the transport hands out none
+    uint64_t instance = 0;       // of the server, as its answers tell it
+  };
+  // Hands a copy of `descriptor` to everyone with the role service who watches the destination from
+  // now on. A bus that cannot pass descriptors has nothing to do.
+  virtual void ShareDescriptor(const std::string& destination, int descriptor) {
+    static_cast<void>(destination), static_cast<void>(descriptor);
+  }
+  virtual Shared SharedDescriptor(const std::string& destination) {
+    static_cast<void>(destination);
+    return {};
+  }
+  // The number that answers of this bus's servers tell as their instance; 0 where none is told.
+  virtual uint64_t Instance() const { return 0; }
+
+  // For a bus that serves: runs `task` on the thread that runs the handlers, again and again. Once
+  // StopTimer has returned it does not run any more. A bus without a thread has no timers.
+  virtual uint64_t StartTimer(std::chrono::milliseconds interval, std::function<void()> task) {
+    static_cast<void>(interval), static_cast<void>(task);
+    return 0;
+  }
+  virtual void StopTimer(uint64_t timer) { static_cast<void>(timer); }
 };
 
 }  // namespace tevra::msgbus

@@ -1,6 +1,10 @@
 #include "tevra/msgbus/msg_bus.h"
 
+#include <fcntl.h>
+
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -51,6 +55,7 @@ class MsgBus::Impl {
       if (shared_) shared_->Unsubscribe(dispatcher_);
       own_ = std::make_unique<Engine>(config_, &dispatcher_);
       for (const std::string& name : CopyRegistrations().watched) {
+        dispatcher_.watches().SetEstablished(name, false);
         own_->Subscribe(dispatcher_, name);
       }
       engine_.store(own_.get(), std::memory_order_release);
@@ -63,6 +68,7 @@ class MsgBus::Impl {
     engine.transport().CheckName(name);
     const std::lock_guard<std::mutex> lock(engine_mutex_);
     ChangeRegistrations([&name](Registrations& now) { now.watched.insert(name); });
+    dispatcher_.watches().Watch(name);
     engine_.load()->Subscribe(dispatcher_, name);
   }
 
@@ -140,7 +146,17 @@ void MsgBus::SendMsgWaitForReply(MsgBusMsg& message, std::unique_ptr<MsgBusMsg>&
                                  int timeout_ms) {
   Impl& own = Own();
   own.Stamp(message);
-  reply = own.engine().Call(message, own.DeadlineAfter(timeout_ms));
+  Engine& engine = own.engine();
+  const std::string& name = message.GetDestination();
+  WatchStates& watches = own.dispatcher().watches();
+  try {
+    reply = engine.Call(message, own.DeadlineAfter(timeout_ms));
+  } catch (...) {
+    watches.NoteFailedCall(name);
+    throw;
+  }
+  const WatchStates::News news = watches.AfterAnswer(name);
+  if (news != WatchStates::News::kNone) engine.Tell(own.dispatcher(), name, news);
 }
 
 void MsgBus::SendReply(const MsgBusMsg& message) {
@@ -237,6 +253,39 @@ void MsgBus::UnregisterMessageHandler(IMessageHandler* handler) {
 
 void MsgBus::WatchDestination(const std::string& name) {
   Own().Watch(name);
+}
+
+void MsgBus::ShareDescriptor(const std::string& destination, int descriptor) {
+  Engine& engine = Own().OwnEngine();
+  engine.transport().CheckName(destination);
+  engine.dispatch().Invoke([&] {
+    osa::Descriptor copy(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    if (!copy) throw osa::Exception("message bus: nothing to share: %s", strerror(errno));
+    engine.transport().Share(destination, std::move(copy));
+  });
+}
+
+IMsgBus::Shared MsgBus::SharedDescriptor(const std::string& destination) {
+  Engine& engine = Own().engine();
+  Shared shared;
+  engine.dispatch().Invoke([&] { shared = engine.transport().SharedBy(destination); });
+  return shared;
+}
+
+uint64_t MsgBus::Instance() const {
+  return Own().OwnEngine().transport().Instance();
+}
+
+uint64_t MsgBus::StartTimer(std::chrono::milliseconds interval, std::function<void()> task) {
+  DispatchThread& dispatch = Own().OwnEngine().dispatch();
+  uint64_t timer = 0;
+  dispatch.Invoke([&] { timer = dispatch.Every(interval, std::move(task)); });
+  return timer;
+}
+
+void MsgBus::StopTimer(uint64_t timer) {
+  DispatchThread& dispatch = Own().OwnEngine().dispatch();
+  dispatch.Invoke([&] { dispatch.Cancel(timer); });
 }
 
 bool MsgBus::HasServer(const std::string& name) {

@@ -8,11 +8,11 @@
 
 namespace tevra::msgbus {
 
-// The host's message bus: D-Bus through sd-bus, over one of two transports chosen by [MsgBus]
-// transport in the platform configuration.
+// The host's message bus, over one of two transports chosen by [MsgBus] transport in the platform
+// configuration.
 //
 //   direct  (default) a destination is a Unix socket of that name in [MsgBus] runtime_dir, speaking
-//           peer-to-peer D-Bus; no broker runs.
+//           a wire of its own (docs/reference/bus.md); no broker runs.
 //   broker  [MsgBus] address: "system", "session" or a D-Bus address.
 //
 // Promises: handlers run one at a time on the bus's one dispatch thread; SendMsgWaitForReply runs
@@ -47,6 +47,11 @@ class MsgBus : public IMsgBus {
                               IMessageHandler* handler) override;
   void UnregisterMessageHandler(IMessageHandler* handler) override;
   void WatchDestination(const std::string& name) override;
+  void ShareDescriptor(const std::string& destination, int descriptor) override;
+  Shared SharedDescriptor(const std::string& destination) override;
+  uint64_t Instance() const override;
+  uint64_t StartTimer(std::chrono::milliseconds interval, std::function<void()> task) override;
+  void StopTimer(uint64_t timer) override;
 
   // Whether anyone, of any user, serves the destination now. Throws tevra::osa::Exception when the
   // broker cannot be asked.

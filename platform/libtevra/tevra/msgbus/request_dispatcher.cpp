@@ -74,11 +74,20 @@ void RequestDispatcher::SendReply(const MsgBusMsg& reply) {
 }
 
 void RequestDispatcher::DispatchAppearance(const std::string& destination) {
-  DispatchLocal(IMsgBus::kDestinationAppeared, destination);
+  watches_.SetEstablished(destination, true);
+  DispatchNews(WatchStates::News::kAppeared, destination);
 }
 
 void RequestDispatcher::DispatchVanishing(const std::string& destination) {
-  DispatchLocal(IMsgBus::kDestinationVanished, destination);
+  watches_.SetEstablished(destination, false);
+  DispatchNews(WatchStates::News::kVanished, destination);
+}
+
+void RequestDispatcher::DispatchNews(WatchStates::News news, const std::string& destination) {
+  if (news == WatchStates::News::kNone) return;
+  DispatchLocal(news == WatchStates::News::kAppeared ? IMsgBus::kDestinationAppeared
+                                                     : IMsgBus::kDestinationVanished,
+                destination);
 }
 
 void RequestDispatcher::DispatchLocal(const char* name, const std::string& destination) {

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "tevra/msgbus/handler_table.h"
+#include "tevra/msgbus/watch_states.h"
 
 namespace tevra::msgbus {
 
@@ -26,8 +27,12 @@ class RequestDispatcher final {
   // Never longer than a message may be; the text of an error is valid UTF-8.
   MsgBusMsg Answer(MsgBusMsg& request, bool expects_reply);
   void DispatchSignal(MsgBusMsg& signal) { RunListener(signal); }
+  // The broadcasts of a watched destination come from now on, or come no more.
   void DispatchAppearance(const std::string& destination);
   void DispatchVanishing(const std::string& destination);
+  // What an answer has shown.
+  void DispatchNews(WatchStates::News news, const std::string& destination);
+  WatchStates& watches() { return watches_; }
 
   // Keeps the answer for the call under way, the last one counts; drops it when its call has ended.
   void SendReply(const MsgBusMsg& reply);
@@ -41,6 +46,7 @@ class RequestDispatcher final {
   HandlerTable& handlers_;
   const size_t max_message_bytes_;
   uint64_t last_tag_ = 0;
+  WatchStates watches_;
 
   std::mutex mutex_;
   uint64_t current_tag_ = 0;        // guarded by mutex_; 0 between calls

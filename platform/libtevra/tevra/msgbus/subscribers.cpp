@@ -38,6 +38,13 @@ void Subscribers::Vanished(const std::string& destination) {
   ForEach(destination, [&](RequestDispatcher& bus) { bus.DispatchVanishing(destination); });
 }
 
+void Subscribers::TellOne(const RequestDispatcher* bus, const std::string& destination,
+                          WatchStates::News news) {
+  ForEach(destination, [&](RequestDispatcher& known) {
+    if (&known == bus) known.DispatchNews(news, destination);
+  });
+}
+
 template <typename Tell>
 void Subscribers::ForEach(const std::string& destination, Tell tell) {
   const auto round = subscribers_;

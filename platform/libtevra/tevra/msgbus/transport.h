@@ -5,7 +5,7 @@
 #include <string>
 
 #include "tevra/msgbus/deadline.h"
-#include "tevra/msgbus/msg_bus_msg.h"
+#include "tevra/msgbus/i_msg_bus.h"
 
 namespace tevra::msgbus {
 
@@ -28,6 +28,17 @@ class Transport {
   virtual void StopServing(const std::string& name) = 0;
   virtual void Broadcast(const MsgBusMsg& message) = 0;
   virtual void Watch(const std::string& name) = 0;
+  // What only some transports can.
+  virtual void Share(const std::string& name, osa::Descriptor descriptor) {
+    static_cast<void>(name), static_cast<void>(descriptor);
+  }
+  virtual IMsgBus::Shared SharedBy(const std::string& name) {
+    static_cast<void>(name);
+    return {};
+  }
+
+  // Any thread.
+  virtual uint64_t Instance() const { return 0; }
 };
 
 }  // namespace tevra::msgbus

@@ -15,8 +15,8 @@
 #include "support/platform_fixture.h"
 #include "support/text_thrown_by.h"
 #include "tevra/interfaces/access_denied.h"
-#include "tevra/interfaces/caller_roles.h"
 #include "tevra/msgbus/bus_error.h"
+#include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 

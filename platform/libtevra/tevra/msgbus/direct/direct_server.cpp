@@ -1,5 +1,6 @@
 #include "tevra/msgbus/direct/direct_server.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
@@ -11,7 +12,7 @@
 
 #include "tevra/core/logger.h"
 #include "tevra/msgbus/bus_error.h"
-#include "tevra/msgbus/direct/destination_socket.h"
+#include "tevra/msgbus/direct/descriptor_passing.h"
 #include "tevra/msgbus/direct/peer_credentials.h"
 #include "tevra/msgbus/wire/frame_reader.h"
 #include "tevra/msgbus/wire/frame_writer.h"
@@ -23,11 +24,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kAcceptPause{100};
 constexpr int kAcceptsAtOnce = 16;
-
-core::Logger* Log() {
-  static core::Logger* const logger = core::Logger::GetLogger("MsgBus");
-  return logger;
-}
 
 uint64_t NewInstance() {
   uint64_t instance = 0;
@@ -75,7 +71,11 @@ class DirectServer::Client final : public RequestScheduler::Request,
 
 DirectServer::DirectServer(const BusConfig& config, DispatchThread& dispatch,
                            RequestDispatcher& dispatcher)
-    : config_(config), dispatch_(dispatch), dispatcher_(dispatcher), instance_(NewInstance()) {
+    : config_(config),
+      dispatch_(dispatch),
+      dispatcher_(dispatcher),
+      instance_(NewInstance()),
+      complaints_(core::Logger::GetLogger("MsgBus")) {
   dispatch_.AfterEvents([this] { return scheduler_.RunSome(); });
 }
 
@@ -83,6 +83,8 @@ DirectServer::~DirectServer() = default;
 
 void DirectServer::Serve(const std::string& name) {
   if (Serves(name)) return;
+  if (!admission_) admission_.emplace(config_);
+  KeepReserve();
   Listener listener;
   listener.socket =
       std::make_unique<DirectListener>(config_.runtime_dir, name, config_.socket_mode);
@@ -118,45 +120,74 @@ void DirectServer::Broadcast(const MsgBusMsg& message) {
   for (const ClientPtr& client : receivers) Send(client, frame);
 }
 
+void DirectServer::KeepReserve() {
+  if (!reserve_) reserve_.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
 void DirectServer::Accept(const std::string& name) {
+  KeepReserve();
   for (int i = 0; i < kAcceptsAtOnce; ++i) {
+    if (AcceptOne(name)) continue;
+    const bool is_full = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
+    if (!is_full) return;
+    complaints_.Write(core::Logger::kWarning, 0, "accept",
+                      name + ": cannot accept: " + strerror(errno));
+    if (AcceptFromReserve(name)) continue;
     const auto listener = listeners_.find(name);
     if (listener == listeners_.end()) return;
-    osa::Descriptor socket(
-        accept4(listener->second.socket->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (socket) {
-      Admit(std::move(socket), name);
-      continue;
-    }
-    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-      Log()->Warning("%s: cannot accept: %s", name.c_str(), strerror(errno));
-      const DispatchThread::Id watch = listener->second.watch;
-      dispatch_.Modify(watch, 0);
-      dispatch_.After(kAcceptPause, [this, watch] { dispatch_.Modify(watch, EPOLLIN); });
-    }
+    const DispatchThread::Id watch = listener->second.watch;
+    dispatch_.Modify(watch, 0);
+    dispatch_.After(kAcceptPause, [this, watch] { dispatch_.Modify(watch, EPOLLIN); });
     return;
   }
 }
 
+// False with errno when there is no connection to accept or it cannot be accepted.
+bool DirectServer::AcceptOne(const std::string& name) {
+  const auto listener = listeners_.find(name);
+  errno = EAGAIN;
+  if (listener == listeners_.end()) return false;
+  osa::Descriptor socket(
+      accept4(listener->second.socket->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!socket) return false;
+  Admit(std::move(socket), name);
+  return true;
+}
+
+// With one descriptor in reserve, callers are still told why they are refused, and the owner is
+// still let in, when the process has none left.
+bool DirectServer::AcceptFromReserve(const std::string& name) {
+  if (!reserve_) return false;
+  reserve_.Reset();
+  const bool accepted = AcceptOne(name);
+  KeepReserve();
+  return accepted;
+}
+
 void DirectServer::Admit(osa::Descriptor socket, const std::string& name) {
   Credentials caller = PeerCredentials(socket.get());
-  const uid_t uid = caller.uid;
-  const auto of_this_user = clients_of_.find(uid);
-  if (clients_.size() >= config_.max_connections ||
-      (of_this_user != clients_of_.end() &&
-       of_this_user->second >= config_.max_connections_per_uid)) {
-    Log()->Information("%s: too many connections, user %u refused", name.c_str(), uid);
+  if (const auto refusal = admission_->Enter(caller, socket.get())) {
+    output_.clear();
+    wire::AppendRefusal(&output_, refusal->error_name, refusal->text);
+    wire::FrameWriter().Send(socket.get(), output_);
+    complaints_.Write(core::Logger::kNotice, caller.uid, refusal->error_name,
+                      name + ": a connection of user " + std::to_string(caller.uid) +
+                          " refused: " + refusal->text);
     return;
   }
   auto client = std::make_shared<Client>(*this, std::move(socket), name, std::move(caller));
   client->caller = scheduler_.CallerOf(client->credentials);
   const std::weak_ptr<Client> weak = client;
-  client->watch =
-      dispatch_.Watch(client->socket.get(), client->events, [this, weak](uint32_t events) {
-        if (const ClientPtr ready = weak.lock()) OnReady(ready, events);
-      });
+  try {
+    client->watch =
+        dispatch_.Watch(client->socket.get(), client->events, [this, weak](uint32_t events) {
+          if (const ClientPtr ready = weak.lock()) OnReady(ready, events);
+        });
+  } catch (...) {
+    admission_->Leave(client->credentials);
+    throw;
+  }
   clients_.emplace(client->watch, client);
-  ++clients_of_[uid];
   GiveTime(client);
 }
 
@@ -216,16 +247,29 @@ std::string DirectServer::OnFrame(const ClientPtr& client, std::string_view body
 }
 
 std::string DirectServer::OnHello(Client& client, const wire::Frame& hello) {
-  output_.clear();
   const std::string flaw = wire::FlawOfHello(hello);
   if (flaw.empty()) {
     client.greeted = true;
     client.subscribed = (hello.flags & wire::kWantsBroadcasts) != 0;
-    wire::AppendWelcome(&output_, 0, instance_, 0);
-  } else {
-    wire::AppendRefusal(&output_, wire::kOtherVersion, flaw);
+    return SendWelcome(client) ? "" : "does not read";
   }
-  return client.writer.Send(client.socket.get(), output_) ? flaw : "gone";
+  output_.clear();
+  wire::AppendRefusal(&output_, wire::kOtherVersion, flaw);
+  client.writer.Send(client.socket.get(), output_);
+  return flaw;
+}
+
+bool DirectServer::SendWelcome(Client& client) {
+  const uint32_t roles = admission_->RolesOf(client.credentials);
+  const auto shared = shared_.find(client.destination);
+  const bool shares =
+      client.subscribed && (roles & wire::kServiceRole) != 0 && shared != shared_.end();
+  output_.clear();
+  wire::AppendWelcome(&output_, shares ? wire::kHasDescriptor : 0, instance_, roles);
+  if (!shares) return client.writer.Send(client.socket.get(), output_);
+  // The first frame of a connection always finds room.
+  return SendWithDescriptor(client.socket.get(), output_, shared->second.get()) ==
+         static_cast<ssize_t>(output_.size());
 }
 
 void DirectServer::HandleCall(const ClientPtr& client) {
@@ -287,15 +331,15 @@ void DirectServer::GiveTime(const ClientPtr& client) {
 void DirectServer::Drop(const ClientPtr& client, const std::string& reason) {
   if (std::exchange(client->dropped, true)) return;
   if (!reason.empty()) {
-    Log()->Information("%s: a connection of user %u dropped: %s", client->destination.c_str(),
-                       client->credentials.uid, reason.c_str());
+    complaints_.Write(core::Logger::kInformation, client->credentials.uid, reason,
+                      client->destination + ": a connection of user " +
+                          std::to_string(client->credentials.uid) + " dropped: " + reason);
   }
   dispatch_.Remove(client->watch);
   shutdown(client->socket.get(), SHUT_RDWR);
   client->socket.Reset();
   if (client->timer != 0) dispatch_.Cancel(client->timer);
-  const auto count = clients_of_.find(client->credentials.uid);
-  if (--count->second == 0) clients_of_.erase(count);
+  admission_->Leave(client->credentials);
   clients_.erase(client->watch);
 }
 

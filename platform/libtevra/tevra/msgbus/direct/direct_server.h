@@ -6,9 +6,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
+#include "tevra/core/folded_log.h"
 #include "tevra/msgbus/bus_config.h"
+#include "tevra/msgbus/direct/admission.h"
 #include "tevra/msgbus/direct/direct_listener.h"
 #include "tevra/msgbus/dispatch_thread.h"
 #include "tevra/msgbus/request_dispatcher.h"
@@ -19,8 +23,8 @@ namespace tevra::msgbus {
 
 // The serving side of the direct transport: listening sockets and the clients' connections. On the
 // dispatch thread only. Everything a client can make grow has a bound, and who passes one loses the
-// connection: connections, in all and of one user; the time for the hello and for the rest of a
-// frame that has begun; a frame's length; answers and broadcasts that are not fetched. Of each
+// connection, and is told why: connections, see Admission; the time for the hello and for the rest
+// of a frame that has begun; a frame's length; answers and broadcasts that are not fetched. Of each
 // connection one call at a time waits to be handled, and nothing is read meanwhile.
 class DirectServer final {
  public:
@@ -32,6 +36,10 @@ class DirectServer final {
   void StopServing(const std::string& name);
   bool Serves(const std::string& name) const { return listeners_.contains(name); }
   void Broadcast(const MsgBusMsg& message);
+  void Share(const std::string& name, osa::Descriptor descriptor) {
+    shared_[name] = std::move(descriptor);
+  }
+  uint64_t instance() const { return instance_; }
 
  private:
   struct Listener {
@@ -41,7 +49,10 @@ class DirectServer final {
   class Client;
   using ClientPtr = std::shared_ptr<Client>;
 
+  void KeepReserve();
   void Accept(const std::string& name);
+  bool AcceptOne(const std::string& name);
+  bool AcceptFromReserve(const std::string& name);
   void Admit(osa::Descriptor socket, const std::string& name);
   void OnReady(const ClientPtr& client, uint32_t events);
   bool Read(Client& client);
@@ -49,6 +60,7 @@ class DirectServer final {
   // Each answers why the connection must end; empty when it need not.
   std::string OnFrame(const ClientPtr& client, std::string_view body);
   std::string OnHello(Client& client, const wire::Frame& hello);
+  bool SendWelcome(Client& client);
   void HandleCall(const ClientPtr& client);
   void Send(const ClientPtr& client, std::string_view frames);
   void Refresh(const ClientPtr& client);
@@ -62,7 +74,10 @@ class DirectServer final {
   RequestScheduler scheduler_;
   std::string output_;                               // kept for its memory
   std::map<DispatchThread::Id, ClientPtr> clients_;  // by their watch
-  std::map<uid_t, size_t> clients_of_;
+  std::optional<Admission> admission_;               // since something is served
+  core::FoldedLog complaints_;
+  osa::Descriptor reserve_;  // to be let go when nothing else is left
+  std::map<std::string, osa::Descriptor> shared_;
   // Goes first at destruction: a client that lost its connection must not find the door still open.
   std::map<std::string, Listener> listeners_;
 };

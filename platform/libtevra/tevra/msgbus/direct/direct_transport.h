@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tevra/msgbus/direct/direct_client.h"
 #include "tevra/msgbus/direct/direct_server.h"
@@ -32,6 +33,11 @@ class DirectTransport final : public Transport {
   void StopServing(const std::string& name) override { server_.value().StopServing(name); }
   void Broadcast(const MsgBusMsg& message) override { server_.value().Broadcast(message); }
   void Watch(const std::string& name) override { watcher_.Watch(name); }
+  void Share(const std::string& name, osa::Descriptor descriptor) override {
+    server_.value().Share(name, std::move(descriptor));
+  }
+  IMsgBus::Shared SharedBy(const std::string& name) override { return watcher_.SharedBy(name); }
+  uint64_t Instance() const override { return server_ ? server_->instance() : 0; }
 
  private:
   void CheckIsNotOwn(const MsgBusMsg& message) const;

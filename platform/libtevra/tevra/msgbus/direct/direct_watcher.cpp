@@ -1,5 +1,6 @@
 #include "tevra/msgbus/direct/direct_watcher.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "tevra/core/logger.h"
+#include "tevra/msgbus/direct/descriptor_passing.h"
 #include "tevra/msgbus/direct/destination_socket.h"
 #include "tevra/msgbus/direct/peer_credentials.h"
 #include "tevra/msgbus/wire/frame_writer.h"
@@ -41,6 +43,17 @@ void DirectWatcher::Watch(const std::string& name) {
   watched->name = name;
   directory_.Start();
   Try(*watched);
+}
+
+IMsgBus::Shared DirectWatcher::SharedBy(const std::string& name) const {
+  IMsgBus::Shared shared;
+  const auto found = watched_.find(name);
+  if (found == watched_.end() || !found->second->welcome) return shared;
+  shared.instance = found->second->instance;
+  if (found->second->shared) {
+    shared.descriptor.Reset(fcntl(found->second->shared.get(), F_DUPFD_CLOEXEC, 0));
+  }
+  return shared;
 }
 
 void DirectWatcher::TryAll() {
@@ -113,7 +126,7 @@ void DirectWatcher::OnReady(Watched& watched) {
 
 bool DirectWatcher::Read(Watched& watched) {
   const std::span<char> space = watched.reader->Space();
-  const ssize_t count = recv(watched.socket.get(), space.data(), space.size(), MSG_DONTWAIT);
+  const ssize_t count = ReceiveWithDescriptor(watched.socket.get(), space, &watched.shared);
   if (count > 0) watched.reader->Took(static_cast<size_t>(count));
   return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
 }
@@ -139,7 +152,10 @@ bool DirectWatcher::OnWelcome(Watched& watched, const wire::Frame& frame) {
                        welcome.error_text.c_str());
     return false;
   }
+  // Lost on its way when no number is free here; tried again like any watch that cannot be had.
+  if (welcome.has_descriptor != static_cast<bool>(watched.shared)) return false;
   watched.welcome = true;
+  watched.instance = welcome.instance;
   dispatch_.Cancel(std::exchange(watched.timer, 0));
   subscribers_.Appeared(watched.name);
   return true;
@@ -149,6 +165,7 @@ void DirectWatcher::Close(Watched& watched) {
   dispatch_.Remove(watched.watch);
   if (watched.timer != 0) dispatch_.Cancel(std::exchange(watched.timer, 0));
   watched.socket.Close();
+  watched.shared.Reset();
   const bool was_welcome = std::exchange(watched.welcome, false);
   // Said also of a server that would not have us: calls may still reach it over other connections,
   // and of its changes nothing is heard.

@@ -10,6 +10,7 @@
 #include "tevra/msgbus/bus_config.h"
 #include "tevra/msgbus/direct/directory_watch.h"
 #include "tevra/msgbus/dispatch_thread.h"
+#include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/msgbus/owned_socket.h"
 #include "tevra/msgbus/subscribers.h"
 #include "tevra/msgbus/wire/frame.h"
@@ -27,6 +28,7 @@ class DirectWatcher final {
   DirectWatcher(const BusConfig& config, DispatchThread& dispatch, Subscribers& subscribers);
 
   void Watch(const std::string& name);
+  IMsgBus::Shared SharedBy(const std::string& name) const;
 
  private:
   struct Watched {
@@ -37,6 +39,8 @@ class DirectWatcher final {
     DispatchThread::Id watch = 0;
     DispatchThread::Id timer = 0;
     bool welcome = false;
+    osa::Descriptor shared;
+    uint64_t instance = 0;
   };
 
   void TryAll();

@@ -12,6 +12,10 @@ namespace tevra::msgbus::wire {
 inline constexpr const char* kOtherVersion = "tevra.msgbus.Error.Version";
 inline constexpr const char* kTooManyConnections = "tevra.msgbus.Error.Limit";
 
+// The caller's roles, as the welcome tells them.
+inline constexpr uint32_t kServiceRole = 1;
+inline constexpr uint32_t kAdminRole = 2;
+
 // What a server's first frame says: who it is, or why it will not have us.
 struct Welcome {
   uint64_t instance = 0;

@@ -9,9 +9,9 @@
 #include "support/capturing_log.h"
 #include "support/platform_fixture.h"
 #include "support/recording_provider.h"
-#include "tevra/interfaces/caller_roles.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/bus_error.h"
+#include "tevra/msgbus/caller_roles.h"
 #include "tevra/osa/exception.h"
 #include "vigila/check/fake_msg_bus.h"
 
@@ -19,6 +19,7 @@ namespace tevra::interfaces {
 namespace {
 
 using check::fake::FakeMsgBus;
+using msgbus::CallerRoles;
 using msgbus::MsgBusMsg;
 using support::RecordingProvider;
 using Value = MsgBusMsg::Value;
@@ -219,18 +220,20 @@ TEST_F(Server, ServesAGroupExactlyTheOperationsOfItsRole) {
   }
 }
 
-TEST_F(Server, LogsAndCountsRefusals) {
+TEST_F(Server, CountsRefusalsAndFoldsThoseOfOneUserInTheLog) {
   EXPECT_EQ(server->RefusedCalls(), 0u);
   MsgBusMsg request = Request("GetUsers", {});
   request.SetSender({kStranger, {}});
   Ask(request);
   Ask(request);
   EXPECT_EQ(server->RefusedCalls(), 2u);
+  request.SetSender({kStranger + 1, {}});
+  Ask(request);
   const std::vector<support::LogLine> expected = {
       {core::Logger::kNotice, "SecurityProviderServer",
        "Refused GetUsers to user 61234, who does not hold the role admin (refusal 1)"},
       {core::Logger::kNotice, "SecurityProviderServer",
-       "Refused GetUsers to user 61234, who does not hold the role admin (refusal 2)"}};
+       "Refused GetUsers to user 61235, who does not hold the role admin (refusal 3)"}};
   EXPECT_EQ(log.Lines(), expected);
 }
 

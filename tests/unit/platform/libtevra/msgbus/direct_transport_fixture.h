@@ -2,8 +2,10 @@
 #define MSGBUS_DIRECT_TRANSPORT_FIXTURE_H_
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
+#include <vector>
 
 #include "support/raw_socket.h"
 #include "transport_fixture.h"
@@ -25,6 +27,24 @@ class DirectTransportTest : public TransportTest {
     client.Write(RawHello(flags));
     EXPECT_TRUE(IsWelcome(client.ReadFrame()));
     return client;
+  }
+  // Connects as a user with these groups; everyone can reach the socket. For root only.
+  RawSocket ConnectAs(uid_t uid, const std::vector<gid_t>& groups) {
+    EXPECT_EQ(chmod(platform_.Dir().Path().c_str(), 0755), 0);
+    return RawSocket::ConnectAs(SocketPath(), uid, groups);
+  }
+  RawSocket GreetedClientAs(uid_t uid, const std::vector<gid_t>& groups) {
+    RawSocket client = ConnectAs(uid, groups);
+    client.Write(RawHello());
+    EXPECT_TRUE(IsWelcome(client.ReadFrame()));
+    return client;
+  }
+  // The text of the refusal that a server sends by itself; empty when it sends none.
+  static std::string RefusalTo(RawSocket& client) {
+    const std::string body = client.ReadFrame();
+    const auto frame = wire::ParseBody(body);
+    const bool is_refusal = frame && frame->kind == wire::Kind::kRefusal;
+    return is_refusal ? std::string(frame->member) + ": " + wire::ErrorText(*frame) : "";
   }
   static bool IsWelcome(const std::string& body) {
     return !body.empty() && body[0] == static_cast<char>(wire::Kind::kWelcome);

@@ -1,5 +1,5 @@
-#ifndef TEVRA_INTERFACES_CALLER_ROLES_H_
-#define TEVRA_INTERFACES_CALLER_ROLES_H_
+#ifndef TEVRA_MSGBUS_CALLER_ROLES_H_
+#define TEVRA_MSGBUS_CALLER_ROLES_H_
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 #include "tevra/msgbus/msg_bus_msg.h"
 
-namespace tevra::interfaces {
+namespace tevra::msgbus {
 
 // Who may call what. Roles map to groups by [Access] service_groups and admin_groups in the
 // platform configuration (comma-separated names or numbers; default none). Root and the process's
@@ -19,7 +19,9 @@ class CallerRoles {
 
   // Reads the configuration; throws tevra::osa::Exception on a group that does not exist.
   CallerRoles();
-  bool Holds(const msgbus::Credentials& caller, Role role) const;
+  // Whether the caller is root or the process's own user, whom nothing is refused.
+  bool IsOwner(const Credentials& caller) const;
+  bool Holds(const Credentials& caller, Role role) const;
   static const char* RoleName(Role role);  // "service", "admin"
   // What a refused caller is told; proxies turn BusError::kAccessDenied into AccessDenied.
   static std::string Refusal(Role role, const std::string& operation);
@@ -29,6 +31,6 @@ class CallerRoles {
   std::vector<gid_t> groups_[2];
 };
 
-}  // namespace tevra::interfaces
+}  // namespace tevra::msgbus
 
-#endif  // TEVRA_INTERFACES_CALLER_ROLES_H_
+#endif  // TEVRA_MSGBUS_CALLER_ROLES_H_

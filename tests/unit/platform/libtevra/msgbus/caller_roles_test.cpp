@@ -1,4 +1,4 @@
-#include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/caller_roles.h"
 
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -7,14 +7,14 @@
 #include "support/platform_fixture.h"
 #include "tevra/osa/exception.h"
 
-namespace tevra::interfaces {
+namespace tevra::msgbus {
 namespace {
 
 constexpr uid_t kStranger = 61234;
 
 class Roles : public testing::Test {
  protected:
-  static bool Holds(const msgbus::Credentials& caller, CallerRoles::Role role) {
+  static bool Holds(const Credentials& caller, CallerRoles::Role role) {
     return CallerRoles().Holds(caller, role);
   }
   static std::string TextOfFailure() {
@@ -84,4 +84,4 @@ TEST_F(Roles, HaveNames) {
 }
 
 }  // namespace
-}  // namespace tevra::interfaces
+}  // namespace tevra::msgbus

@@ -1,4 +1,4 @@
-#include "tevra/interfaces/caller_roles.h"
+#include "tevra/msgbus/caller_roles.h"
 
 #include <grp.h>
 #include <unistd.h>
@@ -13,7 +13,7 @@
 #include "tevra/core/string_util.h"
 #include "tevra/osa/exception.h"
 
-namespace tevra::interfaces {
+namespace tevra::msgbus {
 namespace {
 
 constexpr const char* kKeys[] = {"service_groups", "admin_groups"};
@@ -65,8 +65,12 @@ CallerRoles::CallerRoles() {
   }
 }
 
-bool CallerRoles::Holds(const msgbus::Credentials& caller, Role role) const {
-  if (caller.uid == 0 || caller.uid == own_uid_) return true;
+bool CallerRoles::IsOwner(const Credentials& caller) const {
+  return caller.uid == 0 || caller.uid == own_uid_;
+}
+
+bool CallerRoles::Holds(const Credentials& caller, Role role) const {
+  if (IsOwner(caller)) return true;
   return std::any_of(caller.groups.begin(), caller.groups.end(), [&](gid_t group) {
     return std::find(groups_[role].begin(), groups_[role].end(), group) != groups_[role].end();
   });
@@ -81,4 +85,4 @@ std::string CallerRoles::Refusal(Role role, const std::string& operation) {
          operation + " needs";
 }
 
-}  // namespace tevra::interfaces
+}  // namespace tevra::msgbus
