@@ -1,17 +1,20 @@
-// Questions that the client answers from memory, beside a look-up in a map under a mutex with one
-// clock read, and beside the call that they save. One is asked of a daemon's client; all four of
-// clients whose caches hold 10 and 10,000 answers, by 1 and 4 threads.
-#include <benchmark/benchmark.h>
+// Questions that a client answers from memory, and what it costs to keep a new answer. The budgeted
+// hit is one of a daemon's client, so that it asks whether the answer still holds; hits and misses
+// among many entries are those of a client over a provider of this program's own, whose clock
+// stands still, so that what is kept stays.
 #include <malloc.h>
 
-#include <chrono>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "benchmarks/support/pairs.h"
+#include "benchmarks/support/team.h"
 #include "support/daemon_process.h"
 #include "support/recording_provider.h"
 #include "tevra/core/platform_config.h"
@@ -23,41 +26,83 @@
 
 namespace {
 
+using benchmarks::Batch;
+using benchmarks::Clock;
+using benchmarks::Placement;
+using benchmarks::RegisterFigure;
+using benchmarks::RegisterPair;
+using benchmarks::Team;
+using benchmarks::Timed;
 using tevra::interfaces::ISecurityProvider;
+using vigila::client::AuthorizeCommand;
 using vigila::client::VigilaClient;
 
-std::unique_ptr<support::DaemonProcess> device;
+constexpr char kPath[] = "/jpeg/1";
 std::string token;
 
-// Every 1.5 seconds one of the calls goes to the server, as in life.
-void AuthorizeCached(benchmark::State& state) {
-  const VigilaClient client;
-  for (auto _ : state) {
-    if (!client.Authorize(token, "/jpeg/1")) state.SkipWithError("refused");
-  }
+void Require(bool granted) {
+  if (!granted) throw std::runtime_error("refused");
 }
-BENCHMARK(AuthorizeCached);
 
-void AuthorizeUncached(benchmark::State& state) {
-  tevra::msgbus::MsgBus bus;
-  const std::unique_ptr<ISecurityProvider> proxy(ISecurityProvider::CreateClient(&bus));
-  for (auto _ : state) {
-    if (!proxy->Authorize(token, "/jpeg/1")) state.SkipWithError("refused");
-  }
-}
-BENCHMARK(AuthorizeUncached)->UseRealTime();
+// --- one answer of a daemon
+// -----------------------------------------------------------------------
 
-void FloorMapLookup(benchmark::State& state) {
-  std::map<std::string, bool> answers = {{token + " /jpeg/1", true}};
-  const std::string key = answers.begin()->first;
-  std::mutex mutex;
-  for (auto _ : state) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    benchmark::DoNotOptimize(std::chrono::steady_clock::now());
-    benchmark::DoNotOptimize(answers.find(key));
+// The least that a cache which threads share does. Two of them share no cache line.
+class alignas(64) SharedMap {
+ public:
+  void Add(const std::string& key) { answers_[key] = true; }
+  void LookUp(const std::string& key) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    benchmark::DoNotOptimize(Clock::now());
+    benchmark::DoNotOptimize(answers_.find(key));
   }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, bool> answers_;
+};
+
+std::pair<Batch, Batch> CachedAnswer() {
+  const auto client = std::make_shared<VigilaClient>();
+  const auto map = std::make_shared<SharedMap>();
+  const std::string key = token + kPath;
+  map->Add(key);
+  return {Timed([client] { Require(client->Authorize(token, kPath)); }),
+          Timed([map, key] { map->LookUp(key); })};
 }
-BENCHMARK(FloorMapLookup);
+
+// Hits of one client, by so many threads. They go on at once when one is refused.
+Batch HitsBy(int threads) {
+  struct Hits {
+    VigilaClient client;
+    std::atomic<bool> refused{false};
+  };
+  const auto hits = std::make_shared<Hits>();
+  const auto team = std::make_shared<Team>(threads, [hits](int, int count) {
+    for (int i = 0; i < count; ++i) {
+      if (!hits->client.Authorize(token, kPath)) hits->refused = true;
+    }
+  });
+  return [hits, team](int count) {
+    const double cost = team->Run(count);
+    Require(!hits->refused);
+    return cost;
+  };
+}
+
+// Every thread with a map of its own.
+Batch NothingSharedBy(int threads) {
+  const std::string key = token + kPath;
+  const auto maps = std::make_shared<std::vector<SharedMap>>(static_cast<size_t>(threads));
+  for (SharedMap& map : *maps) map.Add(key);
+  const auto team = std::make_shared<Team>(threads, [maps, key](int index, int count) {
+    for (int i = 0; i < count; ++i) (*maps)[static_cast<size_t>(index)].LookUp(key);
+  });
+  return [maps, team](int count) { return team->Run(count); };
+}
+
+// --- many answers
+// ---------------------------------------------------------------------------------
 
 // Grants everything and keeps nothing.
 class GrantingProvider final : public support::RecordingProvider {
@@ -87,14 +132,21 @@ class StandingClock final : public tevra::osa::ITimeSource {
 struct Question {
   std::string token;  // or the user's name
   std::string path;   // or the password
+
+  // No two are the same, and their order is not that of the numbers.
+  explicit Question(size_t number)
+      : token(Format("%08X", static_cast<unsigned>(number * 40503))),
+        path(Format("/rtsp/stream/%06u", static_cast<unsigned>(number))) {}
+
+ private:
+  static std::string Format(const char* format, unsigned number) {
+    char text[32];
+    snprintf(text, sizeof(text), format, number);
+    return text;
+  }
 };
 
-std::string Numbered(const char* format, std::size_t number) {
-  char text[64];
-  snprintf(text, sizeof text, format, static_cast<unsigned>(number));
-  return text;
-}
-
+using Ask = bool (*)(const VigilaClient&, const Question&);
 bool AskAuthenticate(const VigilaClient& client, const Question& question) {
   std::string answer;
   return client.Authenticate(question.token, question.path, "cache", answer);
@@ -109,122 +161,160 @@ bool AskIsProtected(const VigilaClient& client, const Question& question) {
   return client.IsProtected(question.path);
 }
 
-using Ask = bool (*)(const VigilaClient&, const Question&);
+std::vector<Question> Questions(size_t first, size_t count) {
+  std::vector<Question> questions;
+  questions.reserve(count);
+  for (size_t i = first; i < first + count; ++i) questions.emplace_back(i);
+  return questions;
+}
 
-// A client that knows the answers to `count` questions of one kind.
+// A client that knows the answers to the first `count` questions of one kind.
 class FullClient {
  public:
-  FullClient(Ask ask, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-      questions_.push_back({Numbered("%08X", i * 40503), Numbered("/rtsp/stream/%05u", i)});
-    }
+  FullClient(Ask ask, size_t count) : ask_(ask) {
     VigilaClient::Impl::SetMaker([] {
       static const StandingClock clock;
       return std::make_unique<VigilaClient::Impl>(std::make_unique<GrantingProvider>(), clock);
     });
     client_ = std::make_unique<VigilaClient>();
     VigilaClient::Impl::SetMaker({});
-    const std::size_t before = mallinfo2().uordblks;
-    for (const Question& question : questions_) ask(*client_, question);
-    bytes_per_entry_ =
-        static_cast<double>(mallinfo2().uordblks - before) / static_cast<double>(count);
+    for (const Question& question : Questions(0, count)) AskFor(question);
   }
+  void AskFor(const Question& question) const { Require(ask_(*client_, question)); }
 
-  const VigilaClient& Client() const { return *client_; }
-  const std::vector<Question>& Questions() const { return questions_; }
-  double BytesPerEntry() const { return bytes_per_entry_; }
+ private:
+  const Ask ask_;
+  std::unique_ptr<VigilaClient> client_;
+};
 
-  static const FullClient& Of(Ask ask, std::size_t count) {
-    static std::mutex mutex;
-    static auto& clients = *new std::map<std::pair<Ask, std::size_t>, std::unique_ptr<FullClient>>;
-    const std::lock_guard<std::mutex> lock(mutex);
-    auto& client = clients[{ask, count}];
-    if (!client) client = std::make_unique<FullClient>(ask, count);
-    return *client;
+std::pair<Batch, Batch> HitsAmong(Ask ask, size_t count) {
+  struct State {
+    State(Ask question, size_t size) : client(question, size), questions(Questions(0, size)) {
+      for (const Question& one : questions) {
+        keys.push_back(one.token + one.path);
+        map.Add(keys.back());
+      }
+    }
+    // One after the other, for ever.
+    size_t Next(size_t& at) const { return at = at + 1 < keys.size() ? at + 1 : 0; }
+
+    FullClient client;
+    const std::vector<Question> questions;
+    SharedMap map;
+    std::vector<std::string> keys;
+    size_t asked = 0, looked_up = 0;
+  };
+  const auto state = std::make_shared<State>(ask, count);
+  return {Timed([state] { state->client.AskFor(state->questions[state->Next(state->asked)]); }),
+          Timed([state] { state->map.LookUp(state->keys[state->Next(state->looked_up)]); })};
+}
+
+// A cache's own map, without a lock, ages or a clock.
+class BareCache {
+ public:
+  explicit BareCache(size_t count) {
+    for (const Question& question : Questions(0, count)) Insert(question);
+  }
+  void Insert(const Question& question) {
+    auto command = std::make_unique<AuthorizeCommand>(question.token, question.path);
+    const vigila::client::KeyPtrWrapper<AuthorizeCommand> key(command.get());
+    entries_.emplace(key, std::move(command));
   }
 
  private:
-  std::vector<Question> questions_;
-  std::unique_ptr<VigilaClient> client_;
-  double bytes_per_entry_ = 0;
+  std::map<vigila::client::KeyPtrWrapper<AuthorizeCommand>, std::unique_ptr<AuthorizeCommand>,
+           std::less<>>
+      entries_;
 };
 
-// Threads begin at different questions.
-std::size_t FirstOf(const benchmark::State& state, std::size_t count) {
-  return static_cast<std::size_t>(state.thread_index()) * count /
-         static_cast<std::size_t>(state.threads());
-}
-
-template <Ask ask>
-void CacheHit(benchmark::State& state) {
-  const FullClient& full = FullClient::Of(ask, static_cast<std::size_t>(state.range(0)));
-  std::size_t next = FirstOf(state, full.Questions().size());
-  for (auto _ : state) {
-    if (!ask(full.Client(), full.Questions()[next])) state.SkipWithError("refused");
-    if (++next == full.Questions().size()) next = 0;
-  }
-  state.counters["bytes_per_entry"] =
-      benchmark::Counter(full.BytesPerEntry(), benchmark::Counter::kAvgThreads);
-}
-
-// The least that a cache shared by threads does, whatever is in it.
-struct SharedMap {
-  std::mutex mutex;
-  std::map<std::string, bool> answers;  // guarded by mutex
-  std::vector<std::string> keys;
-};
-
-SharedMap& SharedMapOf(std::size_t count) {
-  static std::mutex mutex;
-  static auto& maps = *new std::map<std::size_t, SharedMap>;
-  const std::lock_guard<std::mutex> lock(mutex);
-  SharedMap& map = maps[count];
-  while (map.keys.size() < count) {
-    const std::size_t i = map.keys.size();
-    map.keys.push_back(Numbered("%08X", i * 40503) + Numbered(" /rtsp/stream/%05u", i));
-    map.answers[map.keys.back()] = true;
-  }
-  return map;
-}
-
-void FloorSharedMap(benchmark::State& state) {
-  SharedMap& map = SharedMapOf(static_cast<std::size_t>(state.range(0)));
-  std::size_t next = FirstOf(state, map.keys.size());
-  for (auto _ : state) {
-    {
-      const std::lock_guard<std::mutex> lock(map.mutex);
-      benchmark::DoNotOptimize(std::chrono::steady_clock::now());
-      benchmark::DoNotOptimize(map.answers.find(map.keys[next]));
+// New questions among `count` entries. What they add is a small part, or is taken away again.
+template <typename Holder, typename Put>
+Batch NewEntries(size_t count, std::function<std::shared_ptr<Holder>()> make, Put put) {
+  struct State {
+    std::shared_ptr<Holder> holder;
+    size_t size = 0;
+  };
+  const auto state = std::make_shared<State>();
+  return [=](int added) {
+    const auto more = static_cast<size_t>(added);
+    if (state->holder == nullptr || state->size + more > count + std::max(count / 4, more)) {
+      state->holder = make();
+      state->size = count;
     }
-    if (++next == map.keys.size()) next = 0;
+    const std::vector<Question> questions = Questions(state->size, more);
+    state->size += more;
+    const auto start = Clock::now();
+    for (const Question& question : questions) put(*state->holder, question);
+    return benchmarks::Nanoseconds(Clock::now() - start) / added;
+  };
+}
+
+std::pair<Batch, Batch> MissesAmong(size_t count) {
+  return {NewEntries<FullClient>(
+              count, [count] { return std::make_shared<FullClient>(AskAuthorize, count); },
+              [](FullClient& client, const Question& question) { client.AskFor(question); }),
+          NewEntries<BareCache>(
+              count, [count] { return std::make_shared<BareCache>(count); },
+              [](BareCache& cache, const Question& question) { cache.Insert(question); })};
+}
+
+double BytesPerEntry(Ask ask) {
+  constexpr size_t kEntries = 10000;
+  const std::vector<Question> questions = Questions(0, kEntries);
+  const FullClient client(ask, 0);
+  const size_t before = mallinfo2().uordblks;
+  for (const Question& question : questions) client.AskFor(question);
+  return static_cast<double>(mallinfo2().uordblks - before) / kEntries;
+}
+
+// --- the rows
+// -------------------------------------------------------------------------------------
+
+const char kMapFloor[] = "a map look-up under a mutex with one clock read";
+
+void RegisterHits() {
+  RegisterPair({.name = "client cache hit", .floor = kMapFloor, .budget = 1.6}, CachedAnswer);
+  RegisterPair({.name = "client cache hit, 4 threads",
+                .floor = "one thread",
+                .budget = 1.0,
+                .placement = Placement::kAnyCore},
+               [] { return std::pair(HitsBy(4), HitsBy(1)); });
+  for (const int threads : {1, 2, 4, 8}) {
+    RegisterPair({.name = "client cache hit by threads|" + std::to_string(threads),
+                  .floor = "maps that are not shared",
+                  .size = static_cast<double>(threads),
+                  .placement = Placement::kAnyCore},
+                 [threads] { return std::pair(HitsBy(threads), NothingSharedBy(threads)); });
   }
 }
 
-// Filled before anything is measured, by one thread, whose memory is counted.
-void FillCaches() {
-  for (const Ask ask : {AskAuthenticate, AskAuthorize, AskIsAuthenticated, AskIsProtected}) {
-    for (const std::size_t count : {10, 10000}) FullClient::Of(ask, count);
-  }
-}
-
-void RegisterCacheHits() {
-  const std::pair<const char*, void (*)(benchmark::State&)> kBenchmarks[] = {
-      {"CacheHitAuthenticate", CacheHit<AskAuthenticate>},
-      {"CacheHitAuthorize", CacheHit<AskAuthorize>},
-      {"CacheHitIsAuthenticated", CacheHit<AskIsAuthenticated>},
-      {"CacheHitIsProtected", CacheHit<AskIsProtected>},
-      {"FloorSharedMap", FloorSharedMap}};
-  for (const auto& [name, measure] : kBenchmarks) {
-    for (const int threads : {1, 4}) {
-      auto* const added =
-          benchmark::RegisterBenchmark(name, measure)->Arg(10)->Arg(10000)->Threads(threads);
-      if (threads > 1) added->UseRealTime();
+void RegisterEntries() {
+  const std::pair<const char*, Ask> kQuestions[] = {{"Authorize", AskAuthorize},
+                                                    {"Authenticate", AskAuthenticate},
+                                                    {"IsAuthenticated", AskIsAuthenticated},
+                                                    {"IsProtected", AskIsProtected}};
+  for (const auto& [name, ask] : kQuestions) {
+    for (const size_t count : {10, 1000, 10000, 50000}) {
+      RegisterPair({.name = std::string("hit, ") + name + "|" + std::to_string(count),
+                    .floor = kMapFloor,
+                    .size = static_cast<double>(count)},
+                   [ask = ask, count] { return HitsAmong(ask, count); });
     }
+    RegisterFigure(std::string("one cached answer of ") + name, "bytes", {},
+                   [ask = ask] { return BytesPerEntry(ask); });
+  }
+  for (const size_t count : {10, 1000, 10000, 50000}) {
+    RegisterPair({.name = "client cache miss|" + std::to_string(count),
+                  .floor = "a bare insertion into the same map",
+                  .budget = 1.5,
+                  .size = static_cast<double>(count),
+                  .count = 64},
+                 [count] { return MissesAmong(count); });
   }
 }
 
-void LogOn() {
-  tevra::core::PlatformConfig::LoadFrom(device->ConfigFile());
+void LogOn(const support::DaemonProcess& device) {
+  tevra::core::PlatformConfig::LoadFrom(device.ConfigFile());
   tevra::msgbus::MsgBus bus;
   const std::unique_ptr<ISecurityProvider> proxy(ISecurityProvider::CreateClient(&bus));
   proxy->AddUsers(
@@ -236,15 +326,13 @@ void LogOn() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  device = std::make_unique<support::DaemonProcess>();
-  if (device->LaunchAndAwaitReady() != support::DaemonProcess::Start::kReady) {
-    fprintf(stderr, "the daemon did not start: %s\n", device->Log().c_str());
+  support::DaemonProcess device;
+  if (device.LaunchAndAwaitReady() != support::DaemonProcess::Start::kReady) {
+    fprintf(stderr, "the daemon did not start: %s\n", device.Log().c_str());
     return 1;
   }
-  LogOn();
-  FillCaches();
-  RegisterCacheHits();
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  device.reset();
+  LogOn(device);
+  RegisterHits();
+  RegisterEntries();
+  return benchmarks::RunAll(argc, argv);
 }

@@ -1,15 +1,16 @@
 // The reader of the security header on a recorded envelope of about 2 KB, whole and in 64-byte
-// pieces, beside two general XML readers that are stopped at the same tag.
-#include <benchmark/benchmark.h>
-#include <expat.h>
+// pieces, beside a general XML reader that is stopped at the same tag.
 #include <libxml/parser.h>
 
 #include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
+#include "benchmarks/support/pairs.h"
 #include "vigila/client/vigila_xml.h"
 
 namespace {
@@ -26,25 +27,15 @@ std::string Envelope() {
 
 const std::string kEnvelope = Envelope();
 
-void SetRate(benchmark::State& state) {
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
-                          static_cast<int64_t>(kEnvelope.size()));
-}
-
-void Read(benchmark::State& state) {
-  const size_t piece = static_cast<size_t>(state.range(0));
-  for (auto _ : state) {
-    vigila::client::VigilaXml reader;
-    for (size_t at = 0; at < kEnvelope.size(); at += piece) {
-      if (reader.Parse(kEnvelope.data() + at, std::min(piece, kEnvelope.size() - at))) break;
-    }
-    if (reader.Created() == nullptr) state.SkipWithError("no fields");
+void Read(size_t piece) {
+  vigila::client::VigilaXml reader;
+  for (size_t at = 0; at < kEnvelope.size(); at += piece) {
+    if (reader.Parse(kEnvelope.data() + at, std::min(piece, kEnvelope.size() - at))) break;
   }
-  SetRate(state);
+  if (reader.Created() == nullptr) throw std::runtime_error("no fields");
 }
-BENCHMARK(Read)->Arg(1 << 20)->Arg(64);
 
-// Collects the five fields as the reader does, so that the peers do the same work.
+// Collects the five fields as the reader does, so that the peer does the same work.
 struct Fields {
   std::string text[6];
   int current = -1;
@@ -73,43 +64,6 @@ struct Fields {
   }
 };
 
-struct ExpatRun {
-  Fields fields;
-  XML_Parser parser;
-
-  static void Start(void* data, const char* name, const char** attributes) {
-    Fields& fields = static_cast<ExpatRun*>(data)->fields;
-    fields.Open(name);
-    for (; *attributes != nullptr; attributes += 2) fields.Attribute(attributes[0], attributes[1]);
-  }
-  static void End(void* data, const char* name) {
-    ExpatRun& run = *static_cast<ExpatRun*>(data);
-    if (run.fields.Close(name)) XML_StopParser(run.parser, XML_FALSE);
-  }
-  static void Text(void* data, const char* text, int length) {
-    static_cast<ExpatRun*>(data)->fields.Text(text, static_cast<size_t>(length));
-  }
-};
-
-void PeerExpat(benchmark::State& state) {
-  const size_t piece = static_cast<size_t>(state.range(0));
-  for (auto _ : state) {
-    ExpatRun run;
-    run.parser = XML_ParserCreate(nullptr);
-    XML_SetUserData(run.parser, &run);
-    XML_SetElementHandler(run.parser, ExpatRun::Start, ExpatRun::End);
-    XML_SetCharacterDataHandler(run.parser, ExpatRun::Text);
-    for (size_t at = 0; at < kEnvelope.size() && !run.fields.done; at += piece) {
-      XML_Parse(run.parser, kEnvelope.data() + at,
-                static_cast<int>(std::min(piece, kEnvelope.size() - at)), 0);
-    }
-    XML_ParserFree(run.parser);
-    if (run.fields.text[3].empty()) state.SkipWithError("no fields");
-  }
-  SetRate(state);
-}
-BENCHMARK(PeerExpat)->Arg(1 << 20)->Arg(64);
-
 struct LibxmlRun {
   Fields fields;
   xmlParserCtxtPtr parser;
@@ -132,26 +86,33 @@ struct LibxmlRun {
   }
 };
 
-void PeerLibxml2(benchmark::State& state) {
-  const size_t piece = static_cast<size_t>(state.range(0));
+void ReadWithLibxml2(size_t piece) {
   xmlSAXHandler handler = {};
   handler.startElement = LibxmlRun::Start;
   handler.endElement = LibxmlRun::End;
   handler.characters = LibxmlRun::Text;
-  for (auto _ : state) {
-    LibxmlRun run;
-    run.parser = xmlCreatePushParserCtxt(&handler, &run, nullptr, 0, nullptr);
-    for (size_t at = 0; at < kEnvelope.size() && !run.fields.done; at += piece) {
-      xmlParseChunk(run.parser, kEnvelope.data() + at,
-                    static_cast<int>(std::min(piece, kEnvelope.size() - at)), 0);
-    }
-    xmlFreeParserCtxt(run.parser);
-    if (run.fields.text[3].empty()) state.SkipWithError("no fields");
+  LibxmlRun run;
+  run.parser = xmlCreatePushParserCtxt(&handler, &run, nullptr, 0, nullptr);
+  for (size_t at = 0; at < kEnvelope.size() && !run.fields.done; at += piece) {
+    xmlParseChunk(run.parser, kEnvelope.data() + at,
+                  static_cast<int>(std::min(piece, kEnvelope.size() - at)), 0);
   }
-  SetRate(state);
+  xmlFreeParserCtxt(run.parser);
+  if (run.fields.text[3].empty()) throw std::runtime_error("no fields");
 }
-BENCHMARK(PeerLibxml2)->Arg(1 << 20)->Arg(64);
+
+void Register(const std::string& name, std::optional<double> budget, size_t piece) {
+  benchmarks::RegisterPair(
+      {.name = name, .floor = "libxml2 stopped at the same tag", .budget = budget}, [piece] {
+        return std::pair(benchmarks::Timed([piece] { Read(piece); }),
+                         benchmarks::Timed([piece] { ReadWithLibxml2(piece); }));
+      });
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  Register("header reader, 2 KB envelope", 0.5, kEnvelope.size());
+  Register("header reader, 64-byte pieces", {}, 64);
+  return benchmarks::RunAll(argc, argv);
+}

@@ -2,42 +2,51 @@
 // with its daemon beside servers that check digests themselves. Driven by one thread on the same
 // machine, which costs every server the same. With the gateway's session cookie there is no digest
 // after the first; that is what a browser does.
-#include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "benchmarks/support/digest_load.h"
 #include "benchmarks/support/digest_peers.h"
+#include "benchmarks/support/pairs.h"
 #include "support/gateway_process.h"
 
 namespace {
 
+using benchmarks::Batch;
 using benchmarks::DigestLoad;
 using benchmarks::DigestPeer;
 using benchmarks::DigestSite;
 using benchmarks::DigestTask;
 using benchmarks::MicrohttpdServer;
+using benchmarks::Placement;
+using benchmarks::RegisterPair;
+using benchmarks::Timed;
 
-void Get(benchmark::State& state, const DigestTask& task) {
-  try {
-    DigestLoad load(task, static_cast<size_t>(state.range(0)));
-    for (auto _ : state) load.GetOne();
-  } catch (const std::exception& e) {
-    state.SkipWithError(e.what());
+Batch Requests(const DigestTask& task, size_t connections) {
+  const auto load = std::make_shared<DigestLoad>(task, connections);
+  return Timed([load] { load->GetOne(); });
+}
+
+// Batches are long, because the last request of each connection is answered while the other side's
+// batch begins.
+void Register(const std::string& name, const DigestTask& task, const std::string& floor,
+              const DigestTask& peer) {
+  for (const size_t connections : {1, 16}) {
+    RegisterPair(
+        {.name = name + ", " + std::to_string(connections) +
+                 (connections > 1 ? " connections" : " connection"),
+         .floor = floor,
+         .placement = Placement::kAnyCore,
+         .count = 512,
+         .pairs = 15},
+        [=] { return std::pair(Requests(task, connections), Requests(peer, connections)); });
   }
 }
 
-void Register(const char* name, const DigestTask& task) {
-  benchmark::RegisterBenchmark(name, [task](benchmark::State& state) { Get(state, task); })
-      ->Arg(1)
-      ->Arg(16)
-      ->UseRealTime();
-}
-
-int Run() {
+int Run(int argc, char** argv) {
   const DigestSite site;
   support::GatewayFixture fixture;
   if (!fixture.Start({"--site-dir", site.Root()})) {
@@ -45,18 +54,23 @@ int Run() {
             fixture.gateway.Log().c_str());
     return 1;
   }
-  DigestTask task = site.TaskAt(fixture.gateway.HostAndPort());
-  Register("GatewayDigest", task);
-  task.with_cookie = true;
-  Register("GatewayCookie", task);
+  const DigestTask digest = site.TaskAt(fixture.gateway.HostAndPort());
+  DigestTask cookie = digest;
+  cookie.with_cookie = true;
   const auto microhttpd = MicrohttpdServer::Start(site, "/proc/self/exe");
-  Register("PeerMicrohttpd", site.TaskAt(microhttpd->Host()));
+  const DigestTask microhttpd_task = site.TaskAt(microhttpd->Host());
+  const char kMicrohttpd[] = "libmicrohttpd's own digest check";
+  Register("file for a digest", digest, kMicrohttpd, microhttpd_task);
+  Register("file for a cookie", cookie, kMicrohttpd, microhttpd_task);
   const std::unique_ptr<DigestPeer> lighttpd = benchmarks::StartLighttpd(site);
-  if (lighttpd != nullptr) Register("PeerLighttpd", site.TaskAt(lighttpd->Host()));
+  if (lighttpd != nullptr) {
+    Register("file for a digest", digest, "lighttpd, mod_auth", site.TaskAt(lighttpd->Host()));
+  }
   const std::unique_ptr<DigestPeer> apache = benchmarks::StartApache(site);
-  if (apache != nullptr) Register("PeerApache", site.TaskAt(apache->Host()));
-  benchmark::RunSpecifiedBenchmarks();
-  return 0;
+  if (apache != nullptr) {
+    Register("file for a digest", digest, "Apache, mod_auth_digest", site.TaskAt(apache->Host()));
+  }
+  return benchmarks::RunAll(argc, argv);
 }
 
 }  // namespace
@@ -65,9 +79,8 @@ int main(int argc, char** argv) {
   if (argc == 5 && std::string(argv[1]) == MicrohttpdServer::kVerb) {
     return MicrohttpdServer::Serve(argv + 2);
   }
-  benchmark::Initialize(&argc, argv);
   try {
-    return Run();
+    return Run(argc, argv);
   } catch (const std::exception& e) {
     fprintf(stderr, "%s\n", e.what());
     return 1;

@@ -1,23 +1,29 @@
-// Logons in process beside their cryptography: one RSA private operation with a key of the same
-// size and padding, the MD5 of an HTTP digest, the SHA-1 of a UsernameToken.
-#include <benchmark/benchmark.h>
+// Logons in process beside their cryptography: one RSA private operation with the store's own key,
+// the MD5 of an HTTP digest, the SHA-1 of a UsernameToken.
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <openssl/sha.h>
 
-#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "benchmarks/support/pairs.h"
 #include "benchmarks/support/server_in_process.h"
 #include "vigila/server/at_rest_key.h"
 
 namespace {
 
+using benchmarks::Batch;
+using benchmarks::Clock;
+using benchmarks::RegisterPair;
 using benchmarks::ServerInProcess;
+using benchmarks::Timed;
 using krand::lib::Base64;
 using vigila::model::User;
-using Clock = std::chrono::steady_clock;
+using vigila::server::AtRestKey;
 
 std::unique_ptr<ServerInProcess> server;
 
@@ -25,168 +31,154 @@ std::unique_ptr<ServerInProcess> server;
 class RsaPrivateOperation {
  public:
   RsaPrivateOperation() {
-    key_ = EVP_RSA_gen(vigila::server::AtRestKey::kDefaultBits);
-    EVP_PKEY_CTX* encryption = NewContext(EVP_PKEY_encrypt_init);
+    const auto file = AtRestKey::Load(server->Platform().SettingsDir() + "/vigila.key",
+                                      AtRestKey::Kind::kOwnFile);
+    if (file == nullptr) throw std::runtime_error("the store has no key");
+    key_ = file->Build();
+    const Context encryption = NewContext(EVP_PKEY_encrypt_init);
     const unsigned char clear[] = "secret";
-    size_t length = sizeof(cipher_);
-    EVP_PKEY_encrypt(encryption, cipher_, &length, clear, 6);
-    EVP_PKEY_CTX_free(encryption);
-    cipher_length_ = length;
+    cipher_length_ = sizeof(cipher_);
+    EVP_PKEY_encrypt(encryption.get(), cipher_, &cipher_length_, clear, 6);
     decryption_ = NewContext(EVP_PKEY_decrypt_init);
   }
-  ~RsaPrivateOperation() {
-    EVP_PKEY_CTX_free(decryption_);
-    EVP_PKEY_free(key_);
-  }
 
-  bool Run() {
+  void Run() {
     unsigned char clear[512];
     size_t length = sizeof(clear);
-    return EVP_PKEY_decrypt(decryption_, clear, &length, cipher_, cipher_length_) == 1 &&
-           length == 6;
+    if (EVP_PKEY_decrypt(decryption_.get(), clear, &length, cipher_, cipher_length_) != 1 ||
+        length != 6) {
+      throw std::runtime_error("decryption");
+    }
   }
 
  private:
-  EVP_PKEY_CTX* NewContext(int (*init)(EVP_PKEY_CTX*)) {
-    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new(key_, nullptr);
-    init(context);
-    EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_OAEP_PADDING);
-    EVP_PKEY_CTX_set_rsa_oaep_md(context, EVP_sha256());
+  struct Free {
+    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
+  };
+  using Context = std::unique_ptr<EVP_PKEY_CTX, Free>;
+
+  Context NewContext(int (*init)(EVP_PKEY_CTX*)) {
+    Context context(EVP_PKEY_CTX_new(key_.get(), nullptr));
+    init(context.get());
+    EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_OAEP_PADDING);
+    EVP_PKEY_CTX_set_rsa_oaep_md(context.get(), EVP_sha256());
     return context;
   }
 
-  EVP_PKEY* key_ = nullptr;
-  EVP_PKEY_CTX* decryption_ = nullptr;
+  AtRestKey::Pointer key_;
+  Context decryption_;
   unsigned char cipher_[512];
   size_t cipher_length_ = 0;
 };
 
-void FloorRsaPrivateOperation(benchmark::State& state) {
-  RsaPrivateOperation rsa;
-  for (auto _ : state) {
-    if (!rsa.Run()) state.SkipWithError("decryption");
+Batch RsaPrivateOperations() {
+  return Timed([rsa = std::make_shared<RsaPrivateOperation>()] { rsa->Run(); });
+}
+
+std::string Granted(std::string token) {
+  if (token.size() != 8 || token == "NO_TOKEN" || token == "_EXPIRED") {
+    throw std::runtime_error("refused");
   }
+  return token;
 }
-BENCHMARK(FloorRsaPrivateOperation);
 
-void PasswordLogon(benchmark::State& state) {
-  for (auto _ : state) {
-    const std::string token = server->Logon("alice", "secret");
-    if (token.size() != 8 || token == "NO_TOKEN") state.SkipWithError("refused");
-    server->Provider().Logout(token);  // sessions must not pile up; a thousandth of the logon
-  }
+// The log-outs, which keep sessions from piling up, are a thousandth of the logons.
+void PasswordLogon() {
+  server->Provider().Logout(Granted(server->Logon("alice", "secret")));
 }
-BENCHMARK(PasswordLogon);
+void WrongPassword() {
+  server->Logon("alice", "wrong!");
+}
+void UnknownUser() {
+  server->Logon("ghost", "secret");
+}
 
-void WrongPassword(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(server->Logon("alice", "wrong!"));
+std::string Sha1Of(const std::string& text) {
+  unsigned char sha[SHA_DIGEST_LENGTH];
+  SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), sha);
+  return std::string(reinterpret_cast<const char*>(sha), sizeof(sha));
 }
-BENCHMARK(WrongPassword);
 
-void UnknownUser(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(server->Logon("ghost", "secret"));
+// A fresh request of alice's, with the client's share of the work, a thousandth of the server's.
+void UsernameTokenLogon() {
+  static uint64_t number = 0;
+  const std::string created = tevra::osa::DateTime(tevra::osa::TimeStruct(true)).ToString(0);
+  const std::string nonce = "nonce " + std::to_string(++number);
+  const std::string digest = Sha1Of(nonce + created + "secret");
+  server->Provider().Logout(Granted(server->Provider().AuthenticateWsse(
+      false, "alice", Base64::Encode(digest), Base64::Encode(nonce), created)));
 }
-BENCHMARK(UnknownUser);
 
 const char kCnonce[] = "0a4f113b";
 const char kHa2[] = "39aff3a2bab6126f332b942af96d3366";
 
-// A client's answers on one nonce, the count rising.
-class DigestClient {
- public:
-  DigestClient() : nonce_(server->Provider().GetNonce()) {}
+// With the HA1 at hand and the HA2 in the request, one MD5 is left: that of the response.
+std::string ResponseText(const std::string& nonce, const std::string& nc) {
+  static const std::string ha1 = User::MD5sum("alice:Varno:secret");
+  return ha1 + ":" + nonce + ":" + nc + ":" + kCnonce + ":auth:" + kHa2;
+}
 
-  void Next() {
-    char text[9];
-    snprintf(text, sizeof(text), "%08x", ++count_);
-    nc_ = text;
-    response_ = User::MD5sum(ha1_ + ":" + nonce_ + ":" + nc_ + ":" + kCnonce + ":auth:" + kHa2);
-  }
-  std::string Send(bool reuse) const {
-    return server->Provider().AuthenticateHttp(reuse, "alice", nonce_, kHa2, false, "auth", kCnonce,
-                                               nc_, response_);
+// Digest logons of one client on one nonce, the count rising. Its own share of the work is done
+// before the clock starts, the log-outs after it has stopped.
+class DigestLogons {
+ public:
+  explicit DigestLogons(bool reuse) : reuse_(reuse), nonce_(server->Provider().GetNonce()) {}
+  ~DigestLogons() { server->Provider().Invalidate("*"); }
+
+  double Run(int count) {
+    std::vector<std::pair<std::string, std::string>> requests;
+    for (int i = 0; i < count; ++i) {
+      char nc[9];
+      snprintf(nc, sizeof(nc), "%08x", ++count_);
+      requests.emplace_back(nc, User::MD5sum(ResponseText(nonce_, nc)));
+    }
+    std::vector<std::string> tokens(requests.size());
+    const auto start = Clock::now();
+    for (size_t i = 0; i < requests.size(); ++i) {
+      tokens[i] =
+          server->Provider().AuthenticateHttp(reuse_, "alice", nonce_, kHa2, false, "auth", kCnonce,
+                                              requests[i].first, requests[i].second);
+    }
+    const double cost = benchmarks::Nanoseconds(Clock::now() - start) / count;
+    for (const std::string& token : tokens) {
+      Granted(token);
+      if (!reuse_) server->Provider().Logout(token);
+    }
+    return cost;
   }
 
  private:
-  const std::string ha1_ = User::MD5sum("alice:Varno:secret");
+  const bool reuse_;
   const std::string nonce_;
-  std::string nc_;
-  std::string response_;
   unsigned count_ = 0;
 };
 
-// With the HA1 at hand and the HA2 in the request, one MD5 is left: that of the response.
-void FloorMd5(benchmark::State& state) {
-  const std::string response = User::MD5sum("alice:Varno:secret") + ":" + std::string(32, 'n') +
-                               ":00000001:" + kCnonce + ":auth:" + kHa2;
-  for (auto _ : state) benchmark::DoNotOptimize(User::MD5sum(response));
-}
-BENCHMARK(FloorMd5);
-
-// The pauses of the library cost more than what is measured here: the clock is read by hand.
-template <bool reuse>
-void HttpDigestLogon(benchmark::State& state) {
-  DigestClient client;
-  client.Next();
-  client.Send(reuse);
-  for (auto _ : state) {
-    client.Next();
-    const auto start = Clock::now();
-    const std::string token = client.Send(reuse);
-    const auto end = Clock::now();
-    state.SetIterationTime(std::chrono::duration<double>(end - start).count());
-    if (token.size() != 8 || token == "_EXPIRED") state.SkipWithError("refused");
-    if (!reuse) server->Provider().Logout(token);
-  }
-  server->Provider().Invalidate("*");
-}
-BENCHMARK(HttpDigestLogon<true>)->Name("HttpDigestLogonReusing")->UseManualTime();
-BENCHMARK(HttpDigestLogon<false>)->Name("HttpDigestLogonNewSession")->UseManualTime();
-
-std::string WsseText(const std::string& nonce, const std::string& created) {
-  return nonce + created + "secret";
+std::pair<Batch, Batch> DigestLogon(bool reuse) {
+  const auto logons = std::make_shared<DigestLogons>(reuse);
+  const std::string text = ResponseText(std::string(32, 'n'), "00000001");
+  return {[logons](int count) { return logons->Run(count); },
+          Timed([text] { benchmark::DoNotOptimize(User::MD5sum(text)); })};
 }
 
-void FloorSha1AndRsaPrivateOperation(benchmark::State& state) {
-  RsaPrivateOperation rsa;
-  const std::string text = WsseText(std::string(16, 'n'), "2026-11-21T02:01:00Z");
-  for (auto _ : state) {
-    unsigned char sha[SHA_DIGEST_LENGTH];
-    SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), sha);
-    benchmark::DoNotOptimize(sha);
-    if (!rsa.Run()) state.SkipWithError("decryption");
-  }
+void RegisterRsa(const std::string& name, std::optional<double> budget, void (*logon)()) {
+  RegisterPair({.name = name, .floor = "one RSA private operation", .budget = budget, .pairs = 51},
+               [logon] { return std::pair(Timed(logon), RsaPrivateOperations()); });
 }
-BENCHMARK(FloorSha1AndRsaPrivateOperation);
-
-// A fresh request of alice's.
-std::string SendUsernameToken() {
-  static uint64_t number = 0;
-  const std::string created = tevra::osa::DateTime(tevra::osa::TimeStruct(true)).ToString(0);
-  const std::string nonce = "nonce " + std::to_string(++number);
-  const std::string text = WsseText(nonce, created);
-  unsigned char sha[SHA_DIGEST_LENGTH];
-  SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), sha);
-  const std::string digest(reinterpret_cast<const char*>(sha), sizeof(sha));
-  return server->Provider().AuthenticateWsse(false, "alice", Base64::Encode(digest),
-                                             Base64::Encode(nonce), created);
-}
-
-// With the client's share of the work, a thousandth of the server's.
-void WsseLogon(benchmark::State& state) {
-  for (auto _ : state) {
-    const std::string token = SendUsernameToken();
-    if (token.size() != 8 || token == "NO_TOKEN") state.SkipWithError("refused");
-    server->Provider().Logout(token);
-  }
-}
-BENCHMARK(WsseLogon);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   server = std::make_unique<ServerInProcess>();
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
+  PasswordLogon();  // makes the key and everything that the first one makes
+  RegisterRsa("password logon", 1.03, PasswordLogon);
+  RegisterRsa("UsernameToken logon", 1.03, UsernameTokenLogon);
+  RegisterRsa("wrong password", {}, WrongPassword);
+  RegisterRsa("unknown user", {}, UnknownUser);
+  RegisterPair({.name = "digest logon, session reused", .floor = "its MD5", .budget = 3.0},
+               [] { return DigestLogon(true); });
+  RegisterPair({.name = "digest logon, new session", .floor = "its MD5"},
+               [] { return DigestLogon(false); });
+  const int status = benchmarks::RunAll(argc, argv);
   server.reset();
+  return status;
 }

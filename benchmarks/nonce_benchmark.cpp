@@ -1,74 +1,80 @@
-// The nonce cache with one nonce and when it is full, beside a look-up in a map of as many nonces
-// with one clock read.
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
-#include <chrono>
-#include <map>
-#include <mutex>
-#include <random>
+// The nonce cache with one nonce and when it is full, beside a look-up of as many nonces in the
+// same hash table.
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "benchmarks/support/hash_table.h"
+#include "benchmarks/support/pairs.h"
 #include "tevra/osa/time.h"
 #include "vigila/server/nonce_cache.h"
 
 namespace {
 
-std::string Nonce(int64_t number) {
+using benchmarks::Batch;
+using benchmarks::LookUps;
+using benchmarks::Round;
+using benchmarks::Timed;
+
+std::string Nonce(uint64_t number) {
   char text[33];
   snprintf(text, sizeof(text), "%032llx",
            static_cast<unsigned long long>(number) * 0x9E3779B97F4A7C15ull);
   return text;
 }
 
-// `count` nonces in no order that a cache could learn.
-std::vector<std::string> Nonces(int64_t count) {
+std::vector<std::string> Nonces(size_t count) {
   std::vector<std::string> nonces;
-  for (int64_t i = 0; i < count; ++i) nonces.push_back(Nonce(i));
-  std::shuffle(nonces.begin(), nonces.end(), std::mt19937(1));
+  for (size_t i = 0; i < count; ++i) nonces.push_back(Nonce(i));
   return nonces;
 }
 
-void Check(benchmark::State& state) {
+// A cache and the clock that it borrows.
+struct Cache {
   tevra::osa::SystemTimeSource clock;
-  vigila::server::NonceCache cache(&clock);
-  const std::vector<std::string> nonces = Nonces(state.range(0));
-  for (const std::string& nonce : nonces) cache.Has(nonce);
-  std::size_t next = 0;
-  for (auto _ : state) {
-    const bool rejected = cache.CheckNonceAndCount(nonces[next], "");
-    if (rejected) state.SkipWithError("rejected");
-    if (++next == nonces.size()) next = 0;
-  }
+  vigila::server::NonceCache nonces{&clock};
+};
+
+std::shared_ptr<Cache> CacheOf(const std::vector<std::string>& nonces) {
+  auto cache = std::make_shared<Cache>();
+  for (const std::string& nonce : nonces) cache->nonces.Has(nonce);
+  return cache;
 }
-BENCHMARK(Check)->Arg(1)->Arg(1024);
+
+std::pair<Batch, Batch> Check(size_t count) {
+  const std::vector<std::string> nonces = Nonces(count);
+  return {Timed([cache = CacheOf(nonces), round = Round(nonces)]() mutable {
+            if (cache->nonces.CheckNonceAndCount(round.Next(), "")) {
+              throw std::runtime_error("rejected");
+            }
+          }),
+          LookUps(nonces)};
+}
 
 // Every new nonce pushes the oldest out.
-void AddToAFullCache(benchmark::State& state) {
-  tevra::osa::SystemTimeSource clock;
-  vigila::server::NonceCache cache(&clock);
-  int64_t number = 0;
-  while (number < 1025) cache.Has(Nonce(++number));
-  for (auto _ : state) benchmark::DoNotOptimize(cache.Has(Nonce(++number)));
+std::pair<Batch, Batch> AddToAFullCache() {
+  const std::vector<std::string> nonces = Nonces(1025);
+  return {Timed([cache = CacheOf(nonces), number = uint64_t{1025}]() mutable {
+            if (cache->nonces.Has(Nonce(++number))) throw std::runtime_error("known");
+          }),
+          LookUps(nonces)};
 }
-BENCHMARK(AddToAFullCache);
-
-void FloorMapLookup(benchmark::State& state) {
-  const std::vector<std::string> asked = Nonces(state.range(0));
-  std::map<std::string, int> nonces;
-  for (const std::string& nonce : asked) nonces[nonce] = 1;
-  std::size_t next = 0;
-  std::mutex mutex;
-  for (auto _ : state) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    benchmark::DoNotOptimize(std::chrono::system_clock::now());
-    benchmark::DoNotOptimize(nonces.find(asked[next]));
-    if (++next == asked.size()) next = 0;
-  }
-}
-BENCHMARK(FloorMapLookup)->Arg(1)->Arg(1024);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  for (const size_t count : {1, 32, 1024}) {
+    benchmarks::RegisterPair({.name = "nonce check|" + std::to_string(count),
+                              .floor = "a look-up in the same hash table",
+                              .growth_budget = 1.5,
+                              .size = static_cast<double>(count)},
+                             [count] { return Check(count); });
+  }
+  benchmarks::RegisterPair(
+      {.name = "new nonce, full cache", .floor = "a look-up in the same hash table"},
+      AddToAFullCache);
+  return benchmarks::RunAll(argc, argv);
+}

@@ -1,13 +1,14 @@
 // From the start of the daemon's process, over a store of 1,024 accounts, to its READY=1 and to the
 // first answer that needs the accounts; and its resident memory then. The floor is the same program
 // started and ended with nothing to do but load its libraries.
-#include <benchmark/benchmark.h>
-
-#include <chrono>
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "benchmarks/support/pairs.h"
 #include "support/daemon_process.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/interfaces/i_security_provider.h"
@@ -15,9 +16,9 @@
 
 namespace {
 
+using benchmarks::Clock;
 using support::DaemonProcess;
 using tevra::interfaces::ISecurityProvider;
-using Clock = std::chrono::steady_clock;
 
 std::unique_ptr<DaemonProcess> device;
 
@@ -51,45 +52,46 @@ double StatusMiB(pid_t pid, const std::string& field) {
   return 0;
 }
 
-void Start(benchmark::State& state) {
-  double at_ready = 0, own = 0, resident = 0, first_call = 0;
-  for (auto _ : state) {
-    const auto start = Clock::now();
-    if (device->LaunchAndAwaitReady() != DaemonProcess::Start::kReady) {
-      state.SkipWithError("not ready");
-      break;
-    }
-    const auto ready = Clock::now();
-    state.SetIterationTime(std::chrono::duration<double>(ready - start).count());
-    at_ready += StatusMiB(device->Running().Pid(), "VmRSS:");
-    own += StatusMiB(device->Running().Pid(), "RssAnon:");
-    WithProxy([&](ISecurityProvider& proxy) {
-      const auto called = Clock::now();
-      if (proxy.GetUsers().size() < 1024 * 20) state.SkipWithError("accounts missing");
-      first_call += std::chrono::duration<double, std::milli>(Clock::now() - called).count();
-    });
-    resident += StatusMiB(device->Running().Pid(), "VmRSS:");
-    device->Stop();
-  }
-  state.counters["resident_at_ready_mib"] =
-      benchmark::Counter(at_ready, benchmark::Counter::kAvgIterations);
-  state.counters["own_at_ready_mib"] = benchmark::Counter(own, benchmark::Counter::kAvgIterations);
-  state.counters["resident_mib"] = benchmark::Counter(resident, benchmark::Counter::kAvgIterations);
-  state.counters["first_call_ms"] =
-      benchmark::Counter(first_call, benchmark::Counter::kAvgIterations);
-}
-BENCHMARK(Start)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+// What the starts of one run have shown, beside their time.
+struct Seen {
+  std::vector<double> ready_ms, resident_mib, own_mib, loaded_mib, first_answer_ms;
+};
+Seen seen;
 
-void FloorStartOfTheProgram(benchmark::State& state) {
-  for (auto _ : state) {
-    const auto start = Clock::now();
-    if (support::RunProgram({VIGILAD_PATH, "--version"}).exit_code != 0) {
-      state.SkipWithError("--version failed");
-    }
-    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+double Start(int) {
+  const auto start = Clock::now();
+  if (device->LaunchAndAwaitReady() != DaemonProcess::Start::kReady) {
+    throw std::runtime_error("not ready");
+  }
+  const double cost = benchmarks::Nanoseconds(Clock::now() - start);
+  const pid_t pid = device->Running().Pid();
+  seen.ready_ms.push_back(cost / 1e6);
+  seen.resident_mib.push_back(StatusMiB(pid, "VmRSS:"));
+  seen.own_mib.push_back(StatusMiB(pid, "RssAnon:"));
+  WithProxy([](ISecurityProvider& proxy) {
+    const auto called = Clock::now();
+    if (proxy.GetUsers().size() < 1024 * 20) throw std::runtime_error("accounts missing");
+    seen.first_answer_ms.push_back(benchmarks::Nanoseconds(Clock::now() - called) / 1e6);
+  });
+  seen.loaded_mib.push_back(StatusMiB(pid, "VmRSS:"));
+  device->Stop();
+  return cost;
+}
+
+void StartTheProgram() {
+  if (support::RunProgram({VIGILAD_PATH, "--version"}).exit_code != 0) {
+    throw std::runtime_error("--version failed");
   }
 }
-BENCHMARK(FloorStartOfTheProgram)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+
+// Behind the row whose starts they are of.
+void RegisterSeen(const std::string& name, const std::string& unit, std::optional<double> budget,
+                  const std::vector<double>& values) {
+  benchmarks::RegisterFigure(name, unit, budget, [&values] {
+    if (values.empty()) throw std::runtime_error("nothing was started");
+    return benchmarks::Median(values);
+  });
+}
 
 }  // namespace
 
@@ -104,7 +106,21 @@ int main(int argc, char** argv) {
     fprintf(stderr, "the accounts could not be made: %d\n%s", code, device->Log().c_str());
     return 1;
   }
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
+  benchmarks::RegisterPair({.name = "start, 1,024 accounts, to READY=1",
+                            .floor = "the program's own start",
+                            .placement = benchmarks::Placement::kAnyCore,
+                            .count = 1,
+                            .pairs = 15},
+                           [] {
+                             return std::pair<benchmarks::Batch, benchmarks::Batch>(
+                                 Start, benchmarks::Timed(StartTheProgram));
+                           });
+  RegisterSeen("start with 1,024 accounts", "ms", 50, seen.ready_ms);
+  RegisterSeen("resident then", "MiB", 9.5, seen.resident_mib);
+  RegisterSeen("of it its own", "MiB", 1.2, seen.own_mib);
+  RegisterSeen("resident after a listing", "MiB", {}, seen.loaded_mib);
+  RegisterSeen("first listing", "ms", {}, seen.first_answer_ms);
+  const int status = benchmarks::RunAll(argc, argv);
   device.reset();
+  return status;
 }

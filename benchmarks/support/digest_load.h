@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <openssl/evp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,21 +18,10 @@
 #include <string_view>
 #include <vector>
 
+#include "benchmarks/support/md5_hex.h"
 #include "support/program.h"
 
 namespace benchmarks {
-
-inline std::string Md5Hex(std::string_view text) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned length = 0;
-  EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr);
-  std::string hex;
-  for (unsigned i = 0; i < length; ++i) {
-    hex.push_back("0123456789abcdef"[digest[i] >> 4]);
-    hex.push_back("0123456789abcdef"[digest[i] & 15]);
-  }
-  return hex;
-}
 
 // Whom to log on as, and what to get.
 struct DigestTask {

@@ -50,6 +50,8 @@ class PlainCallServer {
   PlainCallServer(const PlainCallServer&) = delete;
   PlainCallServer& operator=(const PlainCallServer&) = delete;
 
+  pid_t Pid() const { return pid_; }
+
   // A connection of one client thread.
   sd_bus* Connect() const {
     sd_bus* bus = nullptr;
