@@ -22,16 +22,16 @@ struct Registry {
 
 constinit osa::PerProcess<Registry> registry;
 
-// A bus may go in a handler, on the very thread that the end of the engine waits for.
-void End(Engine* engine) {
+}  // namespace
+
+// The end waits for the thread, which cannot wait for itself.
+void Engine::Ending::operator()(Engine* engine) const {
   if (engine->dispatch().IsCurrent()) {
     std::thread([engine] { delete engine; }).detach();
   } else {
     delete engine;
   }
 }
-
-}  // namespace
 
 std::shared_ptr<Engine> Engine::Shared(const BusConfig& config) {
   Registry& known = registry.Get();
@@ -41,7 +41,7 @@ std::shared_ptr<Engine> Engine::Shared(const BusConfig& config) {
     if (entry.config != config) continue;
     if (std::shared_ptr<Engine> engine = entry.engine.lock()) return engine;
   }
-  std::shared_ptr<Engine> engine(new Engine(config, nullptr), End);
+  std::shared_ptr<Engine> engine(new Engine(config, nullptr), Ending());
   known.entries.push_back({config, engine});
   return engine;
 }

@@ -20,6 +20,11 @@ namespace tevra::msgbus {
 // thread is started by the first who listens or serves; a call needs none. Any thread.
 class Engine final {
  public:
+  // Ends an engine, also one whose own thread is running the caller.
+  struct Ending {
+    void operator()(Engine* engine) const;
+  };
+
   // The one that all buses of this process share which have this configuration and serve nothing.
   // It ends with the last of them.
   static std::shared_ptr<Engine> Shared(const BusConfig& config);

@@ -20,6 +20,11 @@ void HandlerTable::Unregister(const IMessageHandler* handler) {
   });
 }
 
+void HandlerTable::Clear() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  handlers_.clear();
+}
+
 bool HandlerTable::Run(IMsgBus& bus, MsgBusMsg& message) {
   IMessageHandler* handler = nullptr;
   {

@@ -22,6 +22,8 @@ class HandlerTable final {
   // Removes the first registration in key order, and waits for a call of the handler that runs on
   // another thread.
   void Unregister(const IMessageHandler* handler);
+  // Removes all, and waits for nothing.
+  void Clear();
   // Runs the message's handler; false when there is none. What the handler throws passes through.
   bool Run(IMsgBus& bus, MsgBusMsg& message);
   // Whether the handler says so; false when there is none. On the thread that runs handlers.

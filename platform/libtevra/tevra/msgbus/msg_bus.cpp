@@ -41,6 +41,18 @@ class MsgBus::Impl {
   }
 
   bool IsInherited() const { return process_.IsInherited(); }
+  bool RunsTheCaller() const {
+    Engine* const engine = engine_;
+    return engine != nullptr && engine->dispatch().IsCurrent();
+  }
+  // For a bus that is destroyed by a handler: no handler runs any more, and what the running one
+  // returns to stays until it has returned.
+  static void DestroyLater(std::unique_ptr<Impl> impl) {
+    Engine& engine = impl->engine();
+    impl->handlers_.Clear();
+    engine.Unsubscribe(impl->dispatcher_);
+    engine.dispatch().Post([held = std::shared_ptr<Impl>(std::move(impl))] {});
+  }
   HandlerTable& handlers() { return handlers_; }
   RequestDispatcher& dispatcher() { return dispatcher_; }
 
@@ -53,7 +65,7 @@ class MsgBus::Impl {
     const std::lock_guard<std::mutex> lock(engine_mutex_);
     if (!own_) {
       if (shared_) shared_->Unsubscribe(dispatcher_);
-      own_ = std::make_unique<Engine>(config_, &dispatcher_);
+      own_.reset(new Engine(config_, &dispatcher_));
       for (const std::string& name : CopyRegistrations().watched) {
         dispatcher_.watches().SetEstablished(name, false);
         own_->Subscribe(dispatcher_, name);
@@ -110,7 +122,7 @@ class MsgBus::Impl {
   std::mutex engine_mutex_;
   // Guarded by engine_mutex_; each made once, and kept for the calls that are under way.
   std::shared_ptr<Engine> shared_;
-  std::unique_ptr<Engine> own_;
+  std::unique_ptr<Engine, Engine::Ending> own_;
   // The one in use; null until there is need of one.
   std::atomic<Engine*> engine_{nullptr};
   std::atomic<bool> has_own_engine_{false};
@@ -126,7 +138,11 @@ MsgBus::MsgBus() : impl_(std::make_unique<Impl>(*this)) {}
 // What a child of fork inherited is left alone: its thread is not there, its mutexes may be held
 // for ever, and its epoll set is the parent's.
 MsgBus::~MsgBus() {
-  if (impl_->IsInherited()) static_cast<void>(impl_.release());
+  if (impl_->IsInherited()) {
+    static_cast<void>(impl_.release());
+  } else if (impl_->RunsTheCaller()) {
+    Impl::DestroyLater(std::move(impl_));
+  }
 }
 
 void MsgBus::SendMsg(MsgBusMsg& message) {

@@ -176,6 +176,17 @@ TEST_F(SharedEngine, LetsAHandlerDestroyTheLastBus) {
   EXPECT_TRUE(Comes([&] { return Threads() == threads; }));
 }
 
+TEST_F(SharedEngine, LetsAHandlerDestroyABusThatServes) {
+  const auto threads = Threads();
+  std::unique_ptr<MsgBus> bus = NewBus();
+  FunctionHandler handler([&](IMsgBus&, MsgBusMsg&) { bus.reset(); });
+  bus->RegisterMessageHandler("End", kInterface, &handler);
+  bus->StartServer("tevra.Other");
+  EXPECT_NE(FailureOf(*NewBus(), MsgBusMsg(kInterface, "End", "tevra.Other")), "no failure");
+  EXPECT_TRUE(Comes([&] { return Threads() == threads; }));
+  EXPECT_FALSE(NewBus()->HasServer("tevra.Other"));
+}
+
 TEST_F(SharedEngine, IsLeftByABusThatBeginsToServeAndGoesOnListening) {
   EventLog log;
   FunctionHandler note = NoteIn(log);

@@ -40,12 +40,12 @@ std::vector<std::string> Bodies(const std::string& stream, size_t piece) {
 TEST(FrameReader, FindsTheSameFramesHoweverTheStreamIsCut) {
   std::string stream;
   std::vector<std::string> expected;
-  for (const size_t bytes : {0, 1, 4000, 5000, 90000, 3, 4096}) {
+  for (const size_t bytes : std::initializer_list<size_t>{0, 1, 4000, 5000, 90000, 3, 4096}) {
     const std::string frame = FrameOf("m", bytes);
     stream += frame;
     expected.push_back(frame.substr(kLengthBytes));
   }
-  for (const size_t piece : {1, 2, 3, 5, 100, 4096, 4097, 1 << 20}) {
+  for (const size_t piece : std::initializer_list<size_t>{1, 2, 3, 5, 100, 4096, 4097, 1 << 20}) {
     EXPECT_EQ(Bodies(stream, piece), expected) << piece;
   }
 }
