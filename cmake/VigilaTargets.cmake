@@ -29,10 +29,15 @@ function(vigila_layer name)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
 endfunction()
 
-# vigila_test(name [LABELS l…] LIBS lib…): the .cpp files of this folder as one GoogleTest program.
+# vigila_test(name [DIRS dir…] [LABELS l…] LIBS lib…): the .cpp files of this folder, and of its folders that
+# are named, as one GoogleTest program.
 function(vigila_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "LIBS;LABELS" ${ARGN})
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "DIRS;LIBS;LABELS" ${ARGN})
+  set(globs ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  foreach(dir IN LISTS ARG_DIRS)
+    list(APPEND globs ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp)
+  endforeach()
+  file(GLOB sources CONFIGURE_DEPENDS ${globs})
   add_executable(${name} ${sources})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
   foreach(source IN LISTS sources)  # only where it is used: the path keeps the compiler cache from sharing

@@ -5,18 +5,18 @@
 #include <memory>
 #include <string>
 
-#include "vigila-gateway/access_log.h"
-#include "vigila-gateway/auth_face.h"
-#include "vigila-gateway/authenticator.h"
-#include "vigila-gateway/challenge_nonces.h"
-#include "vigila-gateway/http_server.h"
-#include "vigila-gateway/metrics.h"
-#include "vigila-gateway/site.h"
-#include "vigila-gateway/throttle.h"
-#include "vigila-gateway/trusted_proxies.h"
-#include "vigila-gateway/used_tokens.h"
-#include "vigila-gateway/verdict_response.h"
-#include "vigila-gateway/web_service.h"
+#include "vigila-gateway/auth/auth_face.h"
+#include "vigila-gateway/auth/authenticator.h"
+#include "vigila-gateway/auth/challenge_nonces.h"
+#include "vigila-gateway/auth/throttle.h"
+#include "vigila-gateway/auth/used_tokens.h"
+#include "vigila-gateway/auth/verdict_response.h"
+#include "vigila-gateway/console/site.h"
+#include "vigila-gateway/http/http_server.h"
+#include "vigila-gateway/http/trusted_proxies.h"
+#include "vigila-gateway/ops/access_log.h"
+#include "vigila-gateway/ops/metrics.h"
+#include "vigila-gateway/soap/web_service.h"
 
 namespace vigila::gateway {
 

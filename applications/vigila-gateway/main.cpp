@@ -11,12 +11,12 @@
 #include <stdexcept>
 #include <string>
 
-#include "vigila-gateway/client_auth_service.h"
+#include "vigila-gateway/auth/client_auth_service.h"
+#include "vigila-gateway/auth/metered_auth_service.h"
+#include "vigila-gateway/auth/outage_guard.h"
 #include "vigila-gateway/gateway.h"
-#include "vigila-gateway/http_server.h"
-#include "vigila-gateway/metered_auth_service.h"
-#include "vigila-gateway/metrics_page.h"
-#include "vigila-gateway/outage_guard.h"
+#include "vigila-gateway/http/http_server.h"
+#include "vigila-gateway/ops/metrics_page.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Whatever is read as an answer to a challenge is complete and within its bounds.
-#include "vigila-gateway/authorization_header.h"
+#include "vigila-gateway/auth/authorization_header.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // A cookie gives a session's token or nothing, and the token it gives stands in the header.
-#include "vigila-gateway/cookie.h"
+#include "vigila-gateway/http/cookie.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // A canonical path is one: absolute, without dot segments or repeated slashes, and written as a
 // path it is read as itself.
-#include "vigila-gateway/request_path.h"
+#include "vigila-gateway/http/request_path.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -11,7 +11,7 @@
 
 #include "support/gateway_process.h"
 #include "support/http_connection.h"
-#include "vigila-gateway/digest.h"
+#include "vigila-gateway/auth/digest.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "fake_auth_service.h"
+#include "support/fake_auth_service.h"
 #include "support/temp_dir.h"
-#include "vigila-gateway/digest.h"
+#include "vigila-gateway/auth/digest.h"
 
 namespace {
 

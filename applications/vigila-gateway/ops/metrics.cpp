@@ -1,0 +1,116 @@
+#include "vigila-gateway/ops/metrics.h"
+
+#include <cstdio>
+
+namespace vigila::gateway {
+namespace {
+
+// Upper bounds in seconds: memory, bus, password check, and beyond.
+constexpr double kBounds[] = {0.000002, 0.00002, 0.0002, 0.002, 0.02, 0.2, 2};
+
+std::string Number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.9g", value);
+  return text;
+}
+
+std::string Label(const char* name, const std::string& value) {
+  return std::string(name) + "=\"" + value + "\"";
+}
+
+void Head(const std::string& name, const char* type, const char* help, std::string& text) {
+  text += "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
+}
+
+void Single(const std::string& name, const char* help, uint64_t count, std::string& text) {
+  Head(name, "counter", help, text);
+  text += name + " " + std::to_string(count) + "\n";
+}
+
+}  // namespace
+
+void Metrics::Histogram::Observe(std::chrono::nanoseconds duration) {
+  const double seconds = std::chrono::duration<double>(duration).count();
+  size_t bucket = 0;
+  while (bucket < kBuckets - 1 && seconds > kBounds[bucket]) ++bucket;
+  ++buckets[bucket];
+  sum += seconds;
+}
+
+void Metrics::Histogram::Print(const std::string& name, const std::string& label,
+                               std::string& text) const {
+  const std::string labels = label.empty() ? "" : label + ",";
+  const std::string alone = label.empty() ? "" : "{" + label + "}";
+  uint64_t total = 0;
+  for (size_t i = 0; i < kBuckets; ++i) {
+    total += buckets[i];
+    const std::string bound = i == kBuckets - 1 ? "+Inf" : Number(kBounds[i]);
+    text.append(name).append("_bucket{").append(labels).append(Label("le", bound));
+    text.append("} ").append(std::to_string(total)).append("\n");
+  }
+  text += name + "_sum" + alone + " " + Number(sum) + "\n";
+  text += name + "_count" + alone + " " + std::to_string(total) + "\n";
+}
+
+void Metrics::CountRequest(const std::string& face, int status, std::chrono::nanoseconds duration) {
+  const std::string labels = Label("face", face) + "," + Label("status", std::to_string(status));
+  const std::lock_guard lock(mutex_);
+  ++requests_[labels];
+  request_durations_.Observe(duration);
+}
+
+void Metrics::CountLogon(const std::string& scheme, const std::string& result) {
+  const std::string labels = Label("scheme", scheme) + "," + Label("result", result);
+  const std::lock_guard lock(mutex_);
+  ++logons_[labels];
+}
+
+void Metrics::CountAuthorization(bool granted) {
+  const std::string labels = Label("result", granted ? "granted" : "refused");
+  const std::lock_guard lock(mutex_);
+  ++authorizations_[labels];
+}
+
+void Metrics::CountThrottled() {
+  const std::lock_guard lock(mutex_);
+  ++throttled_;
+}
+
+void Metrics::ObserveQuestion(const std::string& operation, std::chrono::nanoseconds duration) {
+  const std::lock_guard lock(mutex_);
+  question_durations_[operation].Observe(duration);
+}
+
+void Metrics::Print(const std::string& name, const Counters& counters, std::string& text) {
+  for (const auto& [labels, count] : counters) {
+    text.append(name).append("{").append(labels).append("} ");
+    text.append(std::to_string(count)).append("\n");
+  }
+}
+
+std::string Metrics::Text(const ServiceCounts& service) const {
+  const std::lock_guard lock(mutex_);
+  std::string text;
+  Head("vigila_gateway_requests_total", "counter", "Requests answered.", text);
+  Print("vigila_gateway_requests_total", requests_, text);
+  Head("vigila_gateway_logons_total", "counter", "Logons tried.", text);
+  Print("vigila_gateway_logons_total", logons_, text);
+  Head("vigila_gateway_authorizations_total", "counter", "Paths asked about.", text);
+  Print("vigila_gateway_authorizations_total", authorizations_, text);
+  Single("vigila_gateway_cache_hits_total", "Questions answered from memory.", service.cache_hits,
+         text);
+  Single("vigila_gateway_cache_misses_total", "Questions that memory had no answer to.",
+         service.cache_misses, text);
+  Single("vigila_gateway_service_failures_total", "Questions that the service did not answer.",
+         service.failures, text);
+  Single("vigila_gateway_throttled_total", "Requests put off after failures.", throttled_, text);
+  Head("vigila_gateway_request_seconds", "histogram", "Time to answer a request.", text);
+  request_durations_.Print("vigila_gateway_request_seconds", "", text);
+  Head("vigila_gateway_question_seconds", "histogram", "Time of a question to the service.", text);
+  for (const auto& [operation, histogram] : question_durations_) {
+    histogram.Print("vigila_gateway_question_seconds", Label("operation", operation), text);
+  }
+  return text;
+}
+
+}  // namespace vigila::gateway
