@@ -220,10 +220,10 @@ TEST_F(StrangersTest, WithoutARoleHoweverManyKeepNoOneOut) {
   const auto server = EchoServer();
   RawSocket honest = GreetedClientAs(kStranger, {kServiceGroup});
   std::vector<RawSocket> crowd;
-  for (uid_t user : {61301, 61302}) {
+  for (uid_t user : {61301u, 61302u}) {
     for (int i = 0; i < 128; ++i) crowd.push_back(ConnectAs(user, {}));
   }
-  for (uid_t user : {61401, 61402}) crowd.push_back(GreetedClientAs(user, {kServiceGroup}));
+  for (uid_t user : {61401u, 61402u}) crowd.push_back(GreetedClientAs(user, {kServiceGroup}));
   honest.Write(RawCall(kInterface, "Echo", {true}));
   EXPECT_FALSE(honest.ReadFrame().empty());
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "no failure");
