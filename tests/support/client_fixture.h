@@ -34,6 +34,7 @@ class ProxyDouble final : public support::RecordingProvider {
   void UsePage(std::shared_ptr<const tevra::interfaces::RevocationPage> page) {
     SetRevocationPage(std::move(page));
   }
+  void HearFrom(uint64_t instance) { NoteAnswerOf(instance); }
 
   std::function<void()> while_asking;
 

@@ -68,14 +68,21 @@ class DaemonProcess {
   }
   // Waits until the daemon says READY=1, ends, or 30 s have passed.
   Start AwaitReady() {
+    const Start start = AwaitWord("READY=1");
+    if (start == Start::kReady && SharedKey().empty()) {
+      SharedKey() = dir_.Read("settings/vigila.key");
+    }
+    return start;
+  }
+  // The same for anything that it may say to the service manager.
+  Start AwaitWord(const std::string& word) {
     const auto until = Clock::now() + std::chrono::seconds(30);
     while (Clock::now() < until) {
       pollfd waits[] = {{notify_.Get(), POLLIN, 0}, {program_->PidFd(), POLLIN, 0}};
       poll(waits, 2, 1000);
       char text[256];
       const ssize_t n = recv(notify_.Get(), text, sizeof(text), MSG_DONTWAIT);
-      if (n > 0 && std::string(text, static_cast<size_t>(n)).find("READY=1") != std::string::npos) {
-        if (SharedKey().empty()) SharedKey() = dir_.Read("settings/vigila.key");
+      if (n > 0 && std::string(text, static_cast<size_t>(n)).find(word) != std::string::npos) {
         return Start::kReady;
       }
       if ((waits[1].revents & POLLIN) != 0 && n <= 0) return Start::kEnded;

@@ -276,6 +276,7 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
   std::unique_ptr<T> command = make();
   // In this order, before the question: a change that the stamp does not show raises the generation
   // after it is read, or ends the page.
+  const uint64_t strays = provider_->StrayAnswers();
   AnswerStamp stamp(provider_->GetRevocationPage());
   TieToQuestion(stamp, question);
   HeedEpoch(stamp);
@@ -283,7 +284,8 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
   cache.Prune();
   const bool answered = RunCommand(*command);
   reply.answer = command->GetAnswer();
-  if (is_kept(reply.answer) && TieToAnswer(stamp, reply.answer) && IsOfPage(stamp, answered)) {
+  if (is_kept(reply.answer) && TieToAnswer(stamp, reply.answer) &&
+      IsOfPage(stamp, strays, answered)) {
     cache.Store(std::move(command), generation, std::move(stamp));
   }
   return reply;
@@ -297,10 +299,10 @@ void VigilaClient::Impl::HeedEpoch(const AnswerStamp& stamp) {
   FlushCaches(true);
 }
 
-// Whether the server that writes the stamp's page gave the answer. The proxy leaves a page when an
-// answer comes from another server, and what no server said no page can take back.
-bool VigilaClient::Impl::IsOfPage(const AnswerStamp& stamp, bool answered) const {
-  if (!stamp.Page() || stamp.Page() != provider_->GetRevocationPage()) return false;
+// Whether the server that writes the stamp's page gave the answer. What no server said no page can
+// take back; only where nothing but a notification ends an answer, a guess is kept as one.
+bool VigilaClient::Impl::IsOfPage(const AnswerStamp& stamp, uint64_t strays, bool answered) const {
+  if (!stamp.Page() || provider_->StrayAnswers() != strays) return false;
   return answered || stamp.Page() == RevocationPage::Unchanging();
 }
 

@@ -97,7 +97,7 @@ class VigilaClient::Impl final {
   // Treats accounts or rules that have changed since the last question as the notification that is
   // on its way.
   void HeedEpoch(const tevra::interfaces::AnswerStamp& stamp);
-  bool IsOfPage(const tevra::interfaces::AnswerStamp& stamp, bool answered) const;
+  bool IsOfPage(const tevra::interfaces::AnswerStamp& stamp, uint64_t strays, bool answered) const;
   bool ReportAuthorization(const std::string& token, const std::string& path, bool granted,
                            bool cached);
   bool ReportProtection(const std::string& path, bool is_protected, bool cached);

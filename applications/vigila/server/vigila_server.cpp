@@ -5,12 +5,16 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <memory>
 
 #include "tevra/core/logger.h"
+#include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/descriptor.h"
 #include "tevra/osa/exception.h"
 #include "vigila/server/security_provider.h"
@@ -55,6 +59,27 @@ class StopSignals final {
  private:
   tevra::osa::Descriptor read_end_;
   tevra::osa::Descriptor write_end_;
+};
+
+// Tells the service manager, twice in the time that it grants, that requests are still answered; on
+// the thread that answers them. Nothing where the service manager does not ask for it.
+class Watchdog final {
+ public:
+  explicit Watchdog(tevra::msgbus::IMsgBus& bus) : bus_(bus) {
+    uint64_t granted_us = 0;
+    if (sd_watchdog_enabled(0, &granted_us) <= 0) return;
+    const std::chrono::milliseconds interval(std::max<uint64_t>(granted_us / 2000, 1));
+    timer_ = bus_.StartTimer(interval, [] { sd_notify(0, "WATCHDOG=1"); });
+  }
+  ~Watchdog() {
+    if (timer_ != 0) bus_.StopTimer(timer_);
+  }
+  Watchdog(const Watchdog&) = delete;
+  Watchdog& operator=(const Watchdog&) = delete;
+
+ private:
+  tevra::msgbus::IMsgBus& bus_;
+  uint64_t timer_ = 0;
 };
 
 StopSignals::StopSignals() {
@@ -105,6 +130,7 @@ int VigilaServer::Run() {
 
   StopSignals stop;
   auto endpoint = std::make_unique<VigilaDbusServer>(env_.GetMsgBus(), env_.GetSecurityProvider());
+  const Watchdog watchdog(*env_.GetMsgBus());
   sd_notify(0, "READY=1");
   try {
     stop.Wait();

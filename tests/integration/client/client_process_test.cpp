@@ -107,7 +107,7 @@ TEST_F(AClient, AnswersAtOnceWhileTheDaemonIsDeadAndWorksWithTheNextOne) {
   const auto start = Clock::now();
   for (int i = 0; i < 10; ++i) {
     EXPECT_EQ(client_->GetNonce(), "");
-    EXPECT_FALSE(client_->IsProtected("/inject.cgi")) << "a guess, and kept as one";
+    EXPECT_FALSE(client_->IsProtected("/inject.cgi")) << "a guess";
     EXPECT_FALSE(client_->Authorize("NO_TOKEN", "/inject.cgi"));
   }
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(5)) << "none of them waited for a deadline";

@@ -58,4 +58,11 @@ void ISecurityProvider::SetRevocationPage(std::shared_ptr<const RevocationPage> 
   page_.swap(page);
 }
 
+void ISecurityProvider::NoteAnswerOf(uint64_t instance) const {
+  osa::MutexAutoLock lock(page_mutex_);
+  if (page_ && page_->Instance() != 0 && page_->Instance() != instance) {
+    stray_answers_.fetch_add(1, std::memory_order_release);
+  }
+}
+
 }  // namespace tevra::interfaces

@@ -1,6 +1,7 @@
 #ifndef TEVRA_INTERFACES_I_SECURITY_PROVIDER_H_
 #define TEVRA_INTERFACES_I_SECURITY_PROVIDER_H_
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -106,6 +107,9 @@ class ISecurityProvider {
   // By which a caller knows whether the answers that it keeps still hold; null while that cannot be
   // known. Answers from within the process hold until a listener is told otherwise.
   std::shared_ptr<const RevocationPage> GetRevocationPage() const;
+  // Answers so far that another server gave than the one that writes the page. While the number
+  // grows between a question and its answer, the answer may be one of them.
+  uint64_t StrayAnswers() const { return stray_answers_.load(std::memory_order_acquire); }
 
   // The bus-side server of a provider; destroying it ends the service.
   class IServer {
@@ -129,6 +133,7 @@ class ISecurityProvider {
 
  protected:
   void SetRevocationPage(std::shared_ptr<const RevocationPage> page);
+  void NoteAnswerOf(uint64_t instance) const;
 
  private:
   const std::unique_ptr<ListenerList<bool>> listeners_;
@@ -136,6 +141,7 @@ class ISecurityProvider {
 
   mutable osa::Mutex page_mutex_;
   std::shared_ptr<const RevocationPage> page_ TEVRA_GUARDED_BY(page_mutex_);
+  mutable std::atomic<uint64_t> stray_answers_{0};
 };
 
 }  // namespace tevra::interfaces

@@ -37,7 +37,7 @@ class RevocationPage final {
   // The time until which a page of this process's own memory is alive.
   static constexpr uint64_t kForEver = UINT64_MAX;
 
-  // A page in the process's own memory, alive for ever.
+  // A page in the process's own memory, alive for ever. Instance 0 stands for no server's.
   explicit RevocationPage(uint64_t instance) : RevocationPage(instance, kForEver) {}
   RevocationPage(uint64_t instance, uint64_t alive_until_ns);
   RevocationPage(const RevocationPage&) = delete;

@@ -6,6 +6,7 @@
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/access_denied.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/interfaces/revocation_page.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/exception.h"
@@ -104,6 +105,7 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
  private:
   void HandleMessage(msgbus::IMsgBus& bus, MsgBusMsg& message) override;
   void Unregister();
+  void FollowPage();
 
   // The checked answer of one operation; `signature` is the body it must have.
   template <typename... Arguments>
@@ -140,6 +142,9 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
   msgbus::IMsgBus* const bus_;
   const bool listens_;
   core::Logger* const logger_;
+  // On the bus's thread only: what stands for the server's page where none is handed out, the count
+  // of notifications.
+  std::shared_ptr<RevocationPage> heard_;
 };
 
 template <>
@@ -153,6 +158,8 @@ constexpr const char* SecurityProviderProxy::kSignatureOf<std::vector<std::strin
 
 SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus, bool listens)
     : bus_(bus), listens_(listens), logger_(core::Logger::GetLogger("SecurityProviderProxy")) {
+  // Of a server that is not watched no answer can be kept.
+  if (bus_->HasPeers()) SetRevocationPage(nullptr);
   if (!listens_) return;
   try {
     bus_->RegisterMessageHandler(kChangedSignal, kInterface, this);
@@ -188,14 +195,34 @@ void SecurityProviderProxy::HandleMessage(msgbus::IMsgBus&, MsgBusMsg& message) 
       logger_->Information("Malformed change notification (%s)", message.Signature().c_str());
       return;
     }
+    if (heard_) heard_->RaiseEpoch();
     FireChangeListeners(std::get<bool>(message.Body()[0]));
     return;
   }
+  if (message.Signature() != "s" || std::get<std::string>(message.Body()[0]) != kDestination) {
+    return;
+  }
+  if (message.GetName() == msgbus::IMsgBus::kDestinationAppeared) {
+    FollowPage();
+  } else {
+    SetRevocationPage(nullptr);
+  }
   // A server that appears may be another one than the one that gave the earlier answers, and one
   // that has vanished cannot take them back.
-  if (message.Signature() == "s" && std::get<std::string>(message.Body()[0]) == kDestination) {
-    FireChangeListeners(true);
+  FireChangeListeners(true);
+}
+
+void SecurityProviderProxy::FollowPage() {
+  const msgbus::IMsgBus::Shared shared = bus_->SharedDescriptor(kDestination);
+  if (shared.instance == 0) {
+    heard_ = std::make_shared<RevocationPage>(0);
+    return SetRevocationPage(heard_);
   }
+  heard_.reset();
+  std::shared_ptr<const RevocationPage> page = RevocationPage::Map(shared.descriptor);
+  if (page && page->Instance() != shared.instance) page.reset();
+  if (!page) logger_->Information("No revocation page: no answer is kept");
+  SetRevocationPage(std::move(page));
 }
 
 std::unique_ptr<MsgBusMsg> SecurityProviderProxy::Send(const char* operation, const char* signature,
@@ -203,6 +230,7 @@ std::unique_ptr<MsgBusMsg> SecurityProviderProxy::Send(const char* operation, co
   std::unique_ptr<MsgBusMsg> reply;
   bus_->SendMsgWaitForReply(request, reply, kConfiguredDeadline);
   if (!reply) ThrowMalformed(operation, "none");
+  if (reply->Instance() != 0) NoteAnswerOf(reply->Instance());
   if (reply->IsError()) ThrowError(*reply);
   if (reply->Signature() != signature) {
     ThrowMalformed(operation, "(" + reply->Signature() + ") instead of (" + signature + ")");

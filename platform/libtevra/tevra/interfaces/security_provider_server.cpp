@@ -1,6 +1,7 @@
 #include <atomic>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -10,6 +11,7 @@
 #include "tevra/core/folded_log.h"
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/interfaces/revocation_page_writer.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/i_msg_bus.h"
@@ -49,7 +51,7 @@ struct ServedMethod {
 };
 
 // Decodes the arguments of an operation, calls it and encodes its result. Run tells whether clients
-// must hear that earlier answers are stale.
+// must hear that sessions have ended.
 template <auto method>
 struct Served;
 template <typename Result, typename... Parameters,
@@ -170,12 +172,18 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
       core::VoidObjectMethodDelegate1<SecurityProviderServer,
                                       void (SecurityProviderServer::*)(const bool&), bool>;
 
+  using EndListener = core::VoidObjectMethodDelegate1<
+      SecurityProviderServer, void (SecurityProviderServer::*)(const std::string&), std::string>;
+
   void Open();
+  void SharePage();
   void Close();
   msgbus::MsgBusMsg Answer(const Operation& operation, const msgbus::MsgBusMsg& request);
   msgbus::MsgBusMsg Run(const Operation& operation, const msgbus::MsgBusMsg& request);
   msgbus::MsgBusMsg Refuse(const Operation& operation, const msgbus::MsgBusMsg& request);
-  void Broadcast(const bool& value);
+  void OnChange(const bool& value);
+  void OnSessionEnd(const std::string& token);
+  void Broadcast(bool value);
 
   // Constant after construction.
   msgbus::IMsgBus* const bus_;
@@ -183,6 +191,8 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
   core::Logger* const logger_;
   const CallerRoles roles_;
   std::vector<std::unique_ptr<OperationHandler>> handlers_;
+  std::optional<RevocationPageWriter> page_;  // none where the bus hands out none
+  uint64_t renewal_ = 0;
 
   core::FoldedLog complaints_{logger_};  // on the bus's thread only
   std::atomic<uint64_t> refused_calls_ = 0;
@@ -210,14 +220,33 @@ void SecurityProviderServer::Open() {
                                  handlers_.back().get());
   }
   provider_->AddChangeListener(
-      std::make_unique<ChangeListener>(this, &SecurityProviderServer::Broadcast));
+      std::make_unique<ChangeListener>(this, &SecurityProviderServer::OnChange));
+  SharePage();
   // Last, so that no client finds the service before it can answer.
   bus_->RegisterDestinationName(ISecurityProvider::kDestination);
+}
+
+// Without a page clients ask every time; that is no reason not to answer them.
+void SecurityProviderServer::SharePage() {
+  if (bus_->Instance() == 0) return;
+  try {
+    page_.emplace(bus_->Instance());
+  } catch (const osa::Exception& e) {
+    logger_->Error("Clients keep no answers: %s", e.what());
+    return;
+  }
+  provider_->AddSessionEndListener(
+      std::make_unique<EndListener>(this, &SecurityProviderServer::OnSessionEnd));
+  // On the thread that answers requests: when it hangs, what clients keep must end.
+  renewal_ = bus_->StartTimer(RevocationPageWriter::kRenewal, [this] { page_->Renew(); });
+  bus_->ShareDescriptor(ISecurityProvider::kDestination, page_->Memory().get());
 }
 
 void SecurityProviderServer::Close() {
   for (const auto& handler : handlers_) bus_->UnregisterMessageHandler(handler.get());
   provider_->RemoveChangeListeners(this);
+  provider_->RemoveSessionEndListeners(this);
+  if (page_) bus_->StopTimer(renewal_);
 }
 
 msgbus::MsgBusMsg SecurityProviderServer::Answer(const Operation& operation,
@@ -248,8 +277,8 @@ msgbus::MsgBusMsg SecurityProviderServer::Answer(const Operation& operation,
 msgbus::MsgBusMsg SecurityProviderServer::Run(const Operation& operation,
                                               const msgbus::MsgBusMsg& request) {
   msgbus::MsgBusMsg reply = msgbus::MsgBusMsg::ReplyTo(request);
-  // Clients hear of the change before the caller has its answer.
-  if (operation.run(*provider_, request.Body(), reply)) Broadcast(true);
+  // Clients hear of the end before the caller has its answer.
+  if (operation.run(*provider_, request.Body(), reply)) Broadcast(false);
   return reply;
 }
 
@@ -266,7 +295,18 @@ msgbus::MsgBusMsg SecurityProviderServer::Refuse(const Operation& operation,
                                     CallerRoles::Refusal(operation.role, operation.name));
 }
 
-void SecurityProviderServer::Broadcast(const bool& value) {
+// The page first, and both before the caller of the changing operation is answered: by then no
+// client may use an answer of before the change.
+void SecurityProviderServer::OnChange(const bool& value) {
+  if (page_) page_->RaiseEpoch();
+  Broadcast(value);
+}
+
+void SecurityProviderServer::OnSessionEnd(const std::string& token) {
+  page_->EndSession(token);
+}
+
+void SecurityProviderServer::Broadcast(bool value) {
   msgbus::MsgBusMsg signal(ISecurityProvider::kInterface, ISecurityProvider::kChangedSignal, "");
   signal.Append(value);
   try {

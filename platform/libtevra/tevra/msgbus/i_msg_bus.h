@@ -65,6 +65,8 @@ class IMsgBus {
   // kDestinationAppeared and kDestinationVanished whenever it comes and goes. A bus without peers
   // has nothing to do.
   virtual void WatchDestination(const std::string& name) { static_cast<void>(name); }
+  // Whether destinations are served by other processes, which come, go and hang by themselves.
+  virtual bool HasPeers() const { return false; }
 
   // What a watched destination handed out when it last appeared.
   struct Shared {

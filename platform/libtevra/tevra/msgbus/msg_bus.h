@@ -47,6 +47,7 @@ class MsgBus : public IMsgBus {
                               IMessageHandler* handler) override;
   void UnregisterMessageHandler(IMessageHandler* handler) override;
   void WatchDestination(const std::string& name) override;
+  bool HasPeers() const override { return true; }
   void ShareDescriptor(const std::string& destination, int descriptor) override;
   Shared SharedDescriptor(const std::string& destination) override;
   uint64_t Instance() const override;

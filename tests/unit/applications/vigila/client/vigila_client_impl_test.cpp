@@ -395,10 +395,10 @@ TEST_F(VigilaClientImplTest, KeepsNothingWithoutAPage) {
 
 TEST_F(VigilaClientImplTest, KeepsNoAnswerOfAnotherServerThanThatOfThePage) {
   proxy_->UsePage(page_);
-  proxy_->while_asking = [this] { proxy_->UsePage(nullptr); };
+  proxy_->while_asking = [this] { proxy_->HearFrom(page_->Instance() + 1); };
   EXPECT_TRUE(impl_->Authorize("t", "/p"));
-  proxy_->while_asking = nullptr;
-  proxy_->UsePage(page_);
+  proxy_->while_asking = [this] { proxy_->HearFrom(page_->Instance()); };
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
   EXPECT_TRUE(impl_->Authorize("t", "/p"));
   EXPECT_EQ(Asked(), 2u);
 }

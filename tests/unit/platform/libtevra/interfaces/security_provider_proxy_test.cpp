@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -14,6 +15,8 @@
 #include "support/text_thrown_by.h"
 #include "tevra/interfaces/access_denied.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/interfaces/revocation_page.h"
+#include "tevra/interfaces/revocation_page_writer.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/msg_bus.h"
@@ -51,6 +54,15 @@ class ScriptedBus : public FakeMsgBus {
     FakeMsgBus::UnregisterMessageHandler(handler);
   }
 
+  bool HasPeers() const override { return has_peers; }
+  Shared SharedDescriptor(const std::string& name) override {
+    EXPECT_EQ(name, ISecurityProvider::kDestination);
+    return {osa::Descriptor(shared < 0 ? -1 : fcntl(shared, F_DUPFD_CLOEXEC, 0)), instance};
+  }
+
+  bool has_peers = false;
+  int shared = -1;
+  uint64_t instance = 0;
   std::function<std::unique_ptr<MsgBusMsg>(const MsgBusMsg&)> answer;
   bool fail_to_watch = false;
   std::vector<MsgBusMsg> requests;
@@ -194,6 +206,110 @@ TEST_F(Proxy, TellsItsListenersWheneverTheServerVanishes) {
   NotifyVanished({std::string(ISecurityProvider::kDestination)});
   NotifyVanished({std::string(ISecurityProvider::kDestination)});
   EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true}));
+}
+
+// A proxy whose server lives in another process.
+class RemoteProxy : public Proxy {
+ protected:
+  RemoteProxy() {
+    bus.has_peers = true;
+    proxy.reset();
+    proxy.reset(ISecurityProvider::CreateClient(&bus));
+  }
+  void Appear(uint64_t instance, const RevocationPageWriter* writer) {
+    bus.instance = instance;
+    bus.shared = writer != nullptr ? writer->Memory().get() : -1;
+    NotifyAppeared({std::string(ISecurityProvider::kDestination)});
+  }
+  void AnswerAs(uint64_t instance) {
+    bus.answer = [=](const MsgBusMsg& request) {
+      auto reply = std::make_unique<MsgBusMsg>(MsgBusMsg::ReplyTo(request));
+      reply->Append(true).SetInstance(instance);
+      return reply;
+    };
+  }
+};
+
+TEST_F(Proxy, WithinAProcessHasThePageThatNeverChanges) {
+  EXPECT_EQ(proxy->GetRevocationPage(), RevocationPage::Unchanging());
+}
+
+TEST_F(RemoteProxy, HasNoPageBeforeTheServerAppears) {
+  EXPECT_EQ(proxy->GetRevocationPage(), nullptr);
+}
+
+TEST_F(RemoteProxy, ThatDoesNotListenNeverHasAPage) {
+  proxy.reset();
+  proxy.reset(ISecurityProvider::CreateOneShotClient(&bus));
+  EXPECT_EQ(proxy->GetRevocationPage(), nullptr);
+}
+
+TEST_F(RemoteProxy, FollowsThePageOfTheServerThatAppeared) {
+  RevocationPageWriter first(7);
+  Appear(7, &first);
+  const auto page = proxy->GetRevocationPage();
+  ASSERT_NE(page, nullptr);
+  EXPECT_EQ(page->Instance(), 7u);
+  first.RaiseEpoch();
+  EXPECT_EQ(page->Epoch(), 1u);
+  const RevocationPageWriter second(8);
+  Appear(8, &second);
+  EXPECT_EQ(proxy->GetRevocationPage()->Instance(), 8u);
+}
+
+TEST_F(RemoteProxy, HasThePageBeforeItsListenersHearOfTheAppearance) {
+  struct Looking {
+    void OnChange(const bool&) { seen = provider->GetRevocationPage() != nullptr; }
+    ISecurityProvider* provider;
+    bool seen = false;
+  } looking{proxy.get()};
+  using Listener = core::VoidObjectMethodDelegate1<Looking, void (Looking::*)(const bool&), bool>;
+  proxy->AddChangeListener(std::make_unique<Listener>(&looking, &Looking::OnChange));
+  const RevocationPageWriter writer(7);
+  Appear(7, &writer);
+  EXPECT_TRUE(looking.seen);
+}
+
+TEST_F(RemoteProxy, HasNoPageOfAServerThatHandsOutNoneOrAnothers) {
+  const RevocationPageWriter writer(7);
+  Appear(7, nullptr);
+  EXPECT_EQ(proxy->GetRevocationPage(), nullptr);
+  Appear(8, &writer);
+  EXPECT_EQ(proxy->GetRevocationPage(), nullptr);
+}
+
+TEST_F(RemoteProxy, LeavesThePageOfAServerThatVanished) {
+  const RevocationPageWriter writer(7);
+  Appear(7, &writer);
+  NotifyVanished({std::string(ISecurityProvider::kDestination)});
+  EXPECT_EQ(proxy->GetRevocationPage(), nullptr);
+}
+
+TEST_F(RemoteProxy, CountsAnswersOfOtherServersThanThatOfThePage) {
+  const RevocationPageWriter writer(7);
+  Appear(7, &writer);
+  AnswerAs(7);
+  EXPECT_TRUE(proxy->Authorize("t", "/p"));
+  EXPECT_EQ(proxy->StrayAnswers(), 0u);
+  AnswerAs(8);
+  EXPECT_TRUE(proxy->Authorize("t", "/p"));
+  EXPECT_EQ(proxy->StrayAnswers(), 1u);
+}
+
+TEST_F(RemoteProxy, CountsNotificationsWhereNoPageIsHandedOut) {
+  Appear(0, nullptr);
+  const auto page = proxy->GetRevocationPage();
+  ASSERT_NE(page, nullptr);
+  EXPECT_NE(page, RevocationPage::Unchanging());
+  AnswerWith(true);
+  EXPECT_TRUE(proxy->Authorize("t", "/p"));
+  EXPECT_EQ(proxy->StrayAnswers(), 0u);
+  EXPECT_EQ(page->Epoch(), 0u);
+  NotifyChanged({true});
+  NotifyChanged({false});
+  EXPECT_EQ(page->Epoch(), 2u);
+  NotifyVanished({std::string(ISecurityProvider::kDestination)});
+  EXPECT_EQ(proxy->GetRevocationPage(), nullptr);
 }
 
 TEST_F(Proxy, IgnoresNotificationsThatAreNotForIt) {
@@ -385,10 +501,10 @@ TEST_F(ProxyAndServer, CarryChangesToTheClientsListenersBeforeTheAnswer) {
   recorder.Attach(*proxy);
   provider.credentials = "alice";
   EXPECT_TRUE(proxy->Logout("t"));
-  EXPECT_EQ(recorder.Values(), (std::vector<bool>{true}));
+  EXPECT_EQ(recorder.Values(), (std::vector<bool>{false}));
   proxy->Invalidate("*");
-  provider.FireChangeListeners(false);
-  EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true, false}));
+  provider.FireChangeListeners(true);
+  EXPECT_EQ(recorder.Values(), (std::vector<bool>{false, false, true}));
 }
 
 TEST_F(ProxyAndServer, PassTheProvidersFailureOn) {

@@ -1,6 +1,11 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -10,6 +15,8 @@
 #include "support/platform_fixture.h"
 #include "support/recording_provider.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/interfaces/revocation_page.h"
+#include "tevra/interfaces/revocation_page_writer.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/caller_roles.h"
 #include "tevra/osa/exception.h"
@@ -314,7 +321,7 @@ TEST_F(Server, BroadcastsWhenSessionsHaveBeenInvalidated) {
   SignalRecorder recorder(&provider);
   Watch(recorder);
   EXPECT_FALSE(Ask("Invalidate", {S("*")})->IsError());
-  EXPECT_EQ(recorder.values, (std::vector<bool>{true}));
+  EXPECT_EQ(recorder.values, (std::vector<bool>{false})) << "nothing but sessions has ended";
   EXPECT_EQ(recorder.calls_before, (std::vector<size_t>{1}));
 }
 
@@ -323,7 +330,7 @@ TEST_F(Server, BroadcastsTheLogoutOfALiveSessionAfterItEnded) {
   Watch(recorder);
   provider.credentials = "alice";
   EXPECT_TRUE(std::get<bool>(Ask("Logout", {S("t")})->Body()[0]));
-  EXPECT_EQ(recorder.values, (std::vector<bool>{true}));
+  EXPECT_EQ(recorder.values, (std::vector<bool>{false})) << "nothing but a session has ended";
   EXPECT_EQ(provider.Calls(), (std::vector<std::string>{"GetCredentials(t)", "Logout(t)"}));
   EXPECT_EQ(recorder.calls_before, (std::vector<size_t>{2}));
 }
@@ -341,6 +348,96 @@ TEST_F(Server, DoesNotBroadcastALogoutThatEndedNothing) {
   provider.failure = nullptr;
   Ask("Authorize", {S("t"), S("/")});
   EXPECT_TRUE(recorder.values.empty());
+}
+
+// A bus that can hand out a page; its timers run when the test says so.
+class SharingBus : public FakeMsgBus {
+ public:
+  uint64_t Instance() const override { return instance; }
+  void ShareDescriptor(const std::string& destination, int descriptor) override {
+    EXPECT_EQ(destination, ISecurityProvider::kDestination);
+    shared = osa::Descriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+  }
+  uint64_t StartTimer(std::chrono::milliseconds every, std::function<void()> task) override {
+    interval = every;
+    tick = std::move(task);
+    return 5;
+  }
+  void StopTimer(uint64_t timer) override {
+    EXPECT_EQ(timer, 5u);
+    tick = nullptr;
+  }
+
+  uint64_t instance = 7;
+  osa::Descriptor shared;
+  std::chrono::milliseconds interval{0};
+  std::function<void()> tick;
+};
+
+class SharingServer : public testing::Test {
+ protected:
+  SharingServer() {
+    bus.StartServer();
+    server.reset(ISecurityProvider::CreateServer(&bus, &provider));
+    page = RevocationPage::Map(bus.shared);
+  }
+  static uint64_t Now() {
+    timespec now;
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
+  }
+
+  support::PlatformFixture platform;
+  support::CapturingLog log;
+  SharingBus bus;
+  RecordingProvider provider;
+  std::unique_ptr<ISecurityProvider::IServer> server;
+  std::shared_ptr<const RevocationPage> page;
+};
+
+TEST_F(SharingServer, HandsOutItsPage) {
+  ASSERT_NE(page, nullptr);
+  EXPECT_EQ(page->Instance(), 7u);
+  EXPECT_TRUE(page->IsAlive(Now()));
+}
+
+TEST_F(SharingServer, RaisesTheEpochWithEveryChangeBeforeTheBroadcast) {
+  struct Looking : msgbus::IMessageHandler {
+    void HandleMessage(msgbus::IMsgBus&, MsgBusMsg&) override { epochs.push_back(page->Epoch()); }
+    std::shared_ptr<const RevocationPage> page;
+    std::vector<uint64_t> epochs;
+  } looking;
+  looking.page = page;
+  bus.RegisterMessageHandler(ISecurityProvider::kChangedSignal, ISecurityProvider::kInterface,
+                             &looking);
+  provider.FireChangeListeners(true);
+  provider.FireChangeListeners(false);
+  EXPECT_EQ(looking.epochs, (std::vector<uint64_t>{1, 2}));
+  bus.UnregisterMessageHandler(&looking);
+}
+
+TEST_F(SharingServer, RaisesTheSlotOfASessionThatEndsAndNotTheEpoch) {
+  provider.FireSessionEndListeners("0F3A9C21");
+  EXPECT_EQ(page->Slot(RevocationPage::SlotOf("0F3A9C21")), 1u);
+  EXPECT_EQ(page->Ends(), 1u);
+  EXPECT_EQ(page->Epoch(), 0u);
+}
+
+TEST_F(SharingServer, RenewsThePageOnTheThreadThatAnswersRequests) {
+  EXPECT_EQ(bus.interval, RevocationPageWriter::kRenewal);
+  const uint64_t end = Now() + std::chrono::nanoseconds(RevocationPageWriter::kLife).count();
+  ASSERT_FALSE(page->IsAlive(end));
+  ASSERT_TRUE(bus.tick);
+  bus.tick();
+  EXPECT_TRUE(page->IsAlive(end - 1));
+}
+
+TEST_F(SharingServer, EndsThePageAndItsRenewalWithItself) {
+  server.reset();
+  EXPECT_FALSE(page->IsAlive(0));
+  EXPECT_FALSE(bus.tick);
+  provider.FireSessionEndListeners("0F3A9C21");
+  EXPECT_EQ(page->Ends(), 0u);
 }
 
 TEST_F(Server, AnswersThoughNobodyHearsTheBroadcast) {
