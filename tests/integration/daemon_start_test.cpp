@@ -95,6 +95,14 @@ TEST(FirstStart, KilledAnywhereLeavesTheNextOneACleanDirectory) {
   }
 }
 
+TEST_F(Daemon, TellsTheServiceManagersWatchdogThatItAnswers) {
+  ProgramOptions options;
+  options.environment["WATCHDOG_USEC"] = "200000";
+  ASSERT_EQ(device_.LaunchAndAwaitReady(options), DaemonProcess::Start::kReady);
+  EXPECT_EQ(device_.AwaitWord("WATCHDOG=1"), DaemonProcess::Start::kReady);
+  EXPECT_EQ(device_.AwaitWord("WATCHDOG=1"), DaemonProcess::Start::kReady) << "again and again";
+}
+
 TEST_F(Daemon, IgnoresBrokenPipes) {
   ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
   device_.Running().Signal(SIGPIPE);
