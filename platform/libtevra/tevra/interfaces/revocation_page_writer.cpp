@@ -46,6 +46,10 @@ RevocationPageWriter::RevocationPageWriter(uint64_t instance)
 }
 
 RevocationPageWriter::~RevocationPageWriter() {
+  if (process_.IsInherited()) {
+    static_cast<void>(memory_.Release());  // the parent's, as all its descriptors here
+    return;
+  }
   page_->LiveUntil(0);
   munmap(page_, sizeof(RevocationPage));
 }

@@ -7,6 +7,7 @@
 
 #include "tevra/interfaces/revocation_page.h"
 #include "tevra/osa/descriptor.h"
+#include "tevra/osa/process_generation.h"
 
 namespace tevra::interfaces {
 
@@ -14,7 +15,8 @@ namespace tevra::interfaces {
 // the descriptor can map it for reading and nothing else; its size is fixed. The end of this object
 // ends every answer that is kept by the page.
 //
-// Any thread.
+// Any thread. A child of fork may only destroy what it inherited, which ends nothing of the
+// parent's.
 class RevocationPageWriter final {
  public:
   // How long the page is alive after a renewal. Every kept answer of a server that hangs or is
@@ -37,6 +39,7 @@ class RevocationPageWriter final {
   void Renew();
 
  private:
+  const osa::ProcessGeneration process_;
   osa::Descriptor memory_;
   RevocationPage* page_;
 };

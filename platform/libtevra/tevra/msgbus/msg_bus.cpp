@@ -300,6 +300,7 @@ uint64_t MsgBus::StartTimer(std::chrono::milliseconds interval, std::function<vo
 }
 
 void MsgBus::StopTimer(uint64_t timer) {
+  if (impl_->IsInherited()) return;
   DispatchThread& dispatch = Own().OwnEngine().dispatch();
   dispatch.Invoke([&] { dispatch.Cancel(timer); });
 }

@@ -85,6 +85,19 @@ TEST(RevocationPage, IsDeadAtOnceWhenItsWriterEnds) {
   EXPECT_EQ(page->Instance(), kInstance) << "the mapping outlives writer and descriptor";
 }
 
+TEST(RevocationPage, IsNotEndedByAChildThatDestroysTheWriterItInherited) {
+  auto writer = std::make_unique<RevocationPageWriter>(kInstance);
+  const auto page = RevocationPage::Map(writer->Memory());
+  const pid_t child = fork();
+  if (child == 0) {
+    writer.reset();
+    _exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(page->IsAlive(1)) << "the parent still lives";
+}
+
 TEST(RevocationPage, CannotBeChangedByItsReaders) {
   const RevocationPageWriter writer(kInstance);
   const int memory = writer.Memory().get();
