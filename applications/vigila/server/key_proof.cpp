@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <string>
 #include <vector>
@@ -25,17 +26,21 @@ namespace {
 using tevra::osa::Descriptor;
 using tevra::osa::Exception;
 
-// What the child process ends with.
-enum Verdict : int { kKeyOfOne, kKeyOfNone, kUnusable };
+// The verdict that the child process writes into the pipe. Not its exit status: the kernel keeps
+// none for a server that was started with SIGCHLD ignored.
+constexpr char kKeyOfOne = '+';
+constexpr char kKeyOfNone = '-';
+constexpr char kUnusable = '!';  // and behind it the reason why the library does not take the key
 
-// In the child. The reason why the library does not take the key goes through the pipe.
-Verdict Judge(AtRestCipher& cipher, const std::vector<std::string>& stored, int pipe) {
+// In the child, which must not get out of it: up there it would be a second server.
+void Judge(AtRestCipher& cipher, const std::vector<std::string>& stored, int pipe) noexcept {
+  std::string verdict;
   try {
-    return cipher.IsKeyOf(stored) ? kKeyOfOne : kKeyOfNone;
+    verdict = cipher.IsKeyOf(stored) ? kKeyOfOne : kKeyOfNone;
   } catch (const std::exception& error) {
-    static_cast<void>(!write(pipe, error.what(), std::strlen(error.what())));
-    return kUnusable;
+    verdict = std::string(1, kUnusable) + error.what();
   }
+  static_cast<void>(!write(pipe, verdict.data(), verdict.size()));
 }
 
 std::string ReadToTheEnd(int pipe) {
@@ -49,11 +54,15 @@ std::string ReadToTheEnd(int pipe) {
   }
 }
 
-int AwaitEnd(pid_t child) {
+// How it ended, as far as that can be learnt.
+std::string AwaitEnd(pid_t child) {
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return status;
+  pid_t ended = 0;
+  do {
+    ended = waitpid(child, &status, 0);
+  } while (ended < 0 && errno == EINTR);
+  if (ended < 0 || !WIFSIGNALED(status)) return "without a verdict";
+  return "by signal " + std::to_string(WTERMSIG(status));
 }
 
 bool IsKeyOf(AtRestCipher& cipher, const std::vector<std::string>& stored) {
@@ -68,16 +77,15 @@ bool IsKeyOf(AtRestCipher& cipher, const std::vector<std::string>& stored) {
   if (child == 0) {
     // It holds a copy of the lock on the store, which must not outlive the server.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    _exit(getppid() == server ? Judge(cipher, stored, write_end.get()) : kUnusable);
+    if (getppid() == server) Judge(cipher, stored, write_end.get());
+    _exit(0);
   }
   write_end.Reset();
-  const std::string reason = ReadToTheEnd(read_end.get());
-  const int status = AwaitEnd(child);
-  if (!WIFEXITED(status)) {
-    throw Exception("key file %s: its proof was ended by signal %d", path, WTERMSIG(status));
-  }
-  if (WEXITSTATUS(status) == kUnusable) throw Exception("%s", reason.c_str());
-  return WEXITSTATUS(status) == kKeyOfOne;
+  const std::string verdict = ReadToTheEnd(read_end.get());
+  const std::string end = AwaitEnd(child);
+  if (verdict.empty()) throw Exception("key file %s: its proof ended %s", path, end.c_str());
+  if (verdict[0] == kUnusable) throw Exception("%s", verdict.c_str() + 1);
+  return verdict[0] == kKeyOfOne;
 }
 
 }  // namespace

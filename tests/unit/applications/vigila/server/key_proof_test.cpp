@@ -70,6 +70,19 @@ TEST_F(KeyProof, RefusesTheKeyOfAnotherStore) {
   EXPECT_EQ(begin_ + "not the key of the values in the settings", Error());
 }
 
+TEST_F(KeyProof, IsDoneWhereNoOneLearnsHowAProcessEnded) {
+  const auto previous = std::signal(SIGCHLD, SIG_IGN);
+  Put("alice", "secret", kViewer);
+  EXPECT_EQ("nothing thrown", Error());
+  {
+    const FailingDecryptions failing(FailingDecryptions::kWithAnAbort);
+    EXPECT_EQ(begin_ + "its proof ended without a verdict", Error());
+  }
+  PutPassword("alice", Foreign());
+  EXPECT_EQ(begin_ + "not the key of the values in the settings", Error());
+  std::signal(SIGCHLD, previous);
+}
+
 TEST_F(KeyProof, RefusesTheKeyOfAnotherStoreForAnyKindOfValue) {
   const std::string foreign = Foreign();
   settings_.PutJson("phrase._1", "{\"Phrase\":\"" + foreign + "\",\"Alias\":\"YQ==\"}");
@@ -101,7 +114,7 @@ TEST_F(KeyProof, RefusesAKeyThatTheLibraryDoesNotTakeAndSaysWhy) {
 TEST_F(KeyProof, RefusesALibraryThatEndsItsProcess) {
   Put("alice", "secret", kViewer);
   const FailingDecryptions failing(FailingDecryptions::kWithAnAbort);
-  EXPECT_EQ(begin_ + "its proof was ended by signal " + std::to_string(SIGABRT), Error());
+  EXPECT_EQ(begin_ + "its proof ended by signal " + std::to_string(SIGABRT), Error());
 }
 
 TEST_F(KeyProof, NeedsAProcessAndAPipe) {
