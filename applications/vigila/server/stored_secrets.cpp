@@ -4,6 +4,7 @@
 #include <exception>
 #include <optional>
 
+#include "vigila/server/at_rest_key.h"
 #include "vigila/server/passphrase_store.h"
 #include "vigila/server/user_map_impl.h"
 #include "vigila/server/user_settings.h"
@@ -14,15 +15,21 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-bool MayHoldPassword(const std::string& key) {
-  const std::optional<std::string> json = UserSettings::ReadJson(key);
-  return json.has_value() && json->find("\"Password\"") != std::string::npos;
+// The Base64 of one block of the smallest key; no key makes anything shorter.
+constexpr size_t kShortestSecret = (AtRestKey::kMinimumBits / 8 + 2) / 3 * 4;
+
+bool MayHoldSecret(const std::string& text) {
+  return text.size() >= kShortestSecret;
 }
 
-bool HoldsHistory(const std::string& key) {
+bool RecordMayHoldSecret(const std::string& key) {
+  const std::optional<std::string> json = UserSettings::ReadJson(key);
+  return json.has_value() && MayHoldSecret(*json);
+}
+
+bool HistoryMayHoldSecret(const std::string& key) {
   const Texts history = UserSettings::ReadTexts(key);
-  return std::any_of(history.begin(), history.end(),
-                     [](const std::string& text) { return !text.empty(); });
+  return std::any_of(history.begin(), history.end(), MayHoldSecret);
 }
 
 // The secret in a record; empty when it is malformed.
@@ -46,11 +53,13 @@ Texts SecretsUnder(std::string_view prefix, const std::string& key) {
 }  // namespace
 
 bool StoredSecrets::Any() {
-  const Texts users = UserSettings::Keys(UserSettings::kUserPrefix);
-  const Texts histories = UserSettings::Keys(UserSettings::kHistoryPrefix);
-  return !UserSettings::Keys(UserSettings::kPhrasePrefix).empty() ||
-         std::any_of(users.begin(), users.end(), MayHoldPassword) ||
-         std::any_of(histories.begin(), histories.end(), HoldsHistory);
+  const auto any = [](std::string_view prefix, bool (*may_hold)(const std::string& key)) {
+    const Texts keys = UserSettings::Keys(prefix);
+    return std::any_of(keys.begin(), keys.end(), may_hold);
+  };
+  return any(UserSettings::kUserPrefix, RecordMayHoldSecret) ||
+         any(UserSettings::kPhrasePrefix, RecordMayHoldSecret) ||
+         any(UserSettings::kHistoryPrefix, HistoryMayHoldSecret);
 }
 
 Texts StoredSecrets::Read(size_t limit) {
@@ -60,7 +69,7 @@ Texts StoredSecrets::Read(size_t limit) {
     for (const std::string& key : UserSettings::Keys(prefix)) {
       for (std::string& secret : SecretsUnder(prefix, key)) {
         if (secrets.size() == limit) return secrets;
-        if (!secret.empty() && !IsDigest(secret)) secrets.push_back(std::move(secret));
+        if (MayHoldSecret(secret)) secrets.push_back(std::move(secret));
       }
     }
   }

@@ -4,7 +4,6 @@
 
 #include "vigila/server/ha1.h"
 #include "vigila/server/server_env.h"
-#include "vigila/server/stored_secrets.h"
 #include "vigila/server/user_map_impl.h"
 
 namespace vigila::server {
@@ -12,6 +11,10 @@ namespace vigila::server {
 namespace {
 
 using tevra::core::SecretText;
+
+// Contract: a stored password of this length is taken for a digest that somebody put there. No
+// clear password can be had from it.
+constexpr size_t kStoredDigestLength = 32;
 
 SecretText Join(std::string_view nonce, std::string_view created, std::string_view password) {
   SecretText text(nonce.size() + created.size() + password.size());
@@ -38,7 +41,7 @@ int UserMap::Impl::GetHA1(const std::string& name, std::string& ha1) {
   if (IsDisabled(found)) return kDisabled;
   if (IsExpired(found)) return kExpired;
   MyUser& user = found->second;
-  if (StoredSecrets::IsDigest(user.password)) return kNoDigest;
+  if (user.password.size() == kStoredDigestLength) return kNoDigest;
   // Deliberate: kept in memory only. A digest in the settings would be as good as the password.
   if (user.digest.empty()) {
     const std::optional<SecretText> password = vault_.Decrypt(user.password);
