@@ -93,7 +93,7 @@ bool AtRestCipher::MakeReady() {
   clear_block_ = cipher_block_ - 2 * static_cast<size_t>(EVP_MD_get_size(EVP_sha256())) - 2;
   encryption_ = std::move(encryption);
   decryption_ = std::move(decryption);
-  decoy_ = EncryptBlocks("decoy").value_or("");
+  decoy_ = krand::lib::Base64::Decode(EncryptBlocks("decoy").value_or(""));
   key_.reset();
   return true;
 }
@@ -128,8 +128,9 @@ std::optional<std::string> AtRestCipher::EncryptBlocks(std::string_view clear) {
 }
 
 std::optional<SecretText> AtRestCipher::DecryptBlocks(const std::string& stored) {
-  const std::string bytes = krand::lib::Base64::Decode(stored);
-  if (bytes.empty() || bytes.size() % cipher_block_ != 0) return std::nullopt;
+  std::string bytes = krand::lib::Base64::Decode(stored);
+  const bool whole = !bytes.empty() && bytes.size() % cipher_block_ == 0;
+  if (!whole) bytes = decoy_;
   SecretText clear(bytes.size());
   size_t total = 0;
   for (size_t offset = 0; offset < bytes.size(); offset += cipher_block_) {
@@ -142,6 +143,7 @@ std::optional<SecretText> AtRestCipher::DecryptBlocks(const std::string& stored)
     }
     total += length;
   }
+  if (!whole) return std::nullopt;
   clear.Shorten(total);
   return clear;
 }
@@ -171,7 +173,7 @@ std::optional<SecretText> AtRestCipher::Decrypt(const std::string& stored) {
 
 void AtRestCipher::BurnDecryption() {
   const MutexAutoLock lock(mutex_);
-  if (IsReady()) DecryptBlocks(decoy_);
+  if (IsReady()) DecryptBlocks("");
 }
 
 }  // namespace vigila::server

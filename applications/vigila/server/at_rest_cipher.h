@@ -47,7 +47,7 @@ class AtRestCipher final {
   // The clear text of an at-rest form. Nothing when the text is not one that this key made, no key
   // is open or the library fails; that the library does not take the key is logged.
   std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
-  // Takes the time of one decryption, so that a refusal that needs none is no faster.
+  // Takes the time of one decryption, as Decrypt does of any text: no refusal is to be faster.
   void BurnDecryption();
 
  private:
@@ -76,7 +76,7 @@ class AtRestCipher final {
   Context decryption_ TEVRA_GUARDED_BY(mutex_);
   size_t cipher_block_ TEVRA_GUARDED_BY(mutex_) = 0;  // bytes
   size_t clear_block_ TEVRA_GUARDED_BY(mutex_) = 0;   // bytes
-  std::string decoy_ TEVRA_GUARDED_BY(mutex_);        // what BurnDecryption decrypts
+  std::string decoy_ TEVRA_GUARDED_BY(mutex_);        // bytes that are decrypted for nothing
 };
 
 }  // namespace vigila::server

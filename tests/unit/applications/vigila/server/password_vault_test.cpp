@@ -58,6 +58,11 @@ TEST_F(PasswordVaultTest, DecryptsOnceWhetherThereIsAPasswordOrNot) {
   before = DecryptionCount();
   vault_.Matches("", "wrong");
   EXPECT_EQ(1, DecryptionCount() - before);
+  for (const char* damaged : {"c2VjcmV0", "not base64!", "0123456789abcdef0123456789abcdef"}) {
+    before = DecryptionCount();
+    vault_.Matches(damaged, "wrong");
+    EXPECT_EQ(1, DecryptionCount() - before) << damaged;
+  }
   before = DecryptionCount();
   vault_.BurnDecryption();
   EXPECT_EQ(1, DecryptionCount() - before);
