@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "krand/core/krand_core.h"
-#include "krand/core/settings_faults.h"
 #include "support/platform_fixture.h"
+#include "support/settings_faults.h"
 
 namespace support {
 

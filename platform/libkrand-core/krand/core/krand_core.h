@@ -61,15 +61,18 @@ krand_core_status krand_core_ipc_deinit(krand_core_ipc_handle handle);
 /* Settings: typed values under keys, one store per domain, one open domain per process. Keys are
  * NUL-terminated and may hold any other bytes; values are not looked into. A write replaces a value
  * of any type and is on the disk when the call returns. An error is never "no such key": a missing
- * key is KRAND_CORE_OK with a null value. Outputs stay untouched on errors.
+ * key is KRAND_CORE_OK with a null value. Outputs stay untouched on errors. What is read matches
+ * its checksum.
  *
  * A null argument is KRAND_CORE_INVALID_ARGUMENT, a call without an open domain
- * KRAND_CORE_NOT_INITIALIZED, a second settings_init KRAND_CORE_ERROR. A store that is damaged, not
- * a settings store, of a newer format or not writable fails settings_init with KRAND_CORE_IO_ERROR
- * and an Error log line; nothing is ever made anew over it. A child after fork has no open domain,
- * and cannot open one if its parent had. */
+ * KRAND_CORE_NOT_INITIALIZED, a second settings_init KRAND_CORE_ERROR. A store that is damaged,
+ * lost, older than it was, not a settings store, of a newer format, not writable, or writable by
+ * others fails settings_init with KRAND_CORE_IO_ERROR and an Error log line; nothing is ever made
+ * anew over it. A child after fork has no open domain, and cannot open one if its parent had. */
 krand_core_status krand_core_settings_init(const char* domain);
 krand_core_status krand_core_settings_deinit(void);
+/* 1 the domain has a store or something is left of one, 0 there was never one, -1 not a domain. */
+int krand_core_settings_exist(const char* domain);
 /* For messages: the file behind the open domain, or the one that the last settings_init could not
  * open; the empty text otherwise. Valid until the next settings_init or settings_deinit. */
 const char* krand_core_settings_location(void);
@@ -96,6 +99,16 @@ krand_core_status krand_core_settings_delete_key(const char* key);
 krand_core_status krand_core_settings_begin(void);
 krand_core_status krand_core_settings_commit(void);
 krand_core_status krand_core_settings_rollback(void);
+/* A change is settled within a second after it was written: from then on damage to the log beside
+ * the store cannot undo it, and an older store in its place is refused. This waits until everything
+ * written before is settled. Inside a transaction it is KRAND_CORE_ERROR; after a failure it is
+ * tried again by itself. */
+krand_core_status krand_core_settings_settle(void);
+/* One mark for the layer above, for something that its store, once it has it, never loses. It is
+ * set for good, like a value. */
+krand_core_status krand_core_settings_set_mark(void);
+/* 1 it is set, 0 it is not, -1 the store could not be read. */
+int krand_core_settings_has_mark(void);
 
 /* An array of `count` null slots and a terminator; slots take malloc'd texts. Null: no memory. */
 char** krand_core_alloc_string_array(size_t count);

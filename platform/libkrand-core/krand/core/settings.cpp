@@ -14,7 +14,8 @@
 #include "krand/core/krand_core.h"
 #include "krand/core/settings_database.h"
 #include "krand/core/settings_failure.h"
-#include "krand/core/settings_faults.h"
+#include "krand/core/settings_file.h"
+#include "krand/core/settings_settler.h"
 #include "krand/core/string_array_codec.h"
 #include "krand/core/transaction_gate.h"
 #include "tevra/core/logger.h"
@@ -39,6 +40,7 @@ struct Store {
   std::atomic<pid_t> opener{0};
   // Guarded by gate.
   std::unique_ptr<Database> database;
+  std::unique_ptr<SettingsSettler> settler;
   bool transaction_changed = false;
   bool transaction_spoilt = false;
   // Changes only in init and deinit.
@@ -50,9 +52,6 @@ Store& TheStore() {
   static Store* const store = new Store;
   return *store;
 }
-
-std::atomic<int> g_writes_until_fault{-1};
-std::atomic<unsigned long> g_write_transactions{0};
 
 tevra::core::Logger* Log() {
   static tevra::core::Logger* const logger = tevra::core::Logger::GetLogger("krand");
@@ -88,16 +87,6 @@ krand_core_status WithDatabase(const std::function<krand_core_status(Store&, Dat
   });
 }
 
-void FailIfAskedTo(const Store& store) {
-  int left = g_writes_until_fault.load();
-  while (left > 0 && !g_writes_until_fault.compare_exchange_weak(left, left - 1)) {
-  }
-  if (left == 1) {
-    g_writes_until_fault.store(-1);
-    throw SettingsFailure(store.location + ": a test made this write fail");
-  }
-}
-
 // `body` tells whether it changed anything.
 krand_core_status WithWritable(const std::function<bool(Database&)>& body) {
   return WithDatabase([&](Store& store, Database& database) {
@@ -107,7 +96,6 @@ krand_core_status WithWritable(const std::function<bool(Database&)>& body) {
     }
     bool changed = false;
     try {
-      FailIfAskedTo(store);
       changed = body(database);
     } catch (...) {
       store.transaction_spoilt = in_transaction;
@@ -116,7 +104,7 @@ krand_core_status WithWritable(const std::function<bool(Database&)>& body) {
     if (in_transaction) {
       store.transaction_changed |= changed;
     } else if (changed) {
-      ++g_write_transactions;
+      store.settler->NoteChange();
     }
     return KRAND_CORE_OK;
   });
@@ -142,14 +130,13 @@ krand_core_status CommitOrRollBack(Store& store) {
     if (store.transaction_spoilt) {
       throw SettingsFailure(store.location + ": an earlier write of this transaction failed");
     }
-    FailIfAskedTo(store);
     store.database->Commit();
   } catch (...) {
     RollBack(store);
     throw;
   }
   if (store.transaction_changed) {
-    ++g_write_transactions;
+    store.settler->NoteChange();
   }
   EndTransaction(store);
   return KRAND_CORE_OK;
@@ -169,11 +156,12 @@ bool IsDomain(std::string_view domain) {
 
 krand_core_status OpenStore(Store& store, const char* domain) {
   const tevra::core::PlatformConfig& config = tevra::core::PlatformConfig::Get();
-  store.location =
-      config.GetString("Settings", "directory", "/var/lib/vigila") + "/" + domain + ".db";
+  store.location = SettingsFile::PathOf(domain);
   const long busy_timeout_ms =
       config.GetInt("Settings", "busy_timeout_ms", kBusyTimeoutMs, 0, kLongestBusyTimeoutMs);
   store.database = std::make_unique<Database>(store.location, static_cast<int>(busy_timeout_ms));
+  store.settler = std::make_unique<SettingsSettler>(store.location, store.gate, *store.database);
+  store.settler->Start();
   store.opener = getpid();
   return KRAND_CORE_OK;
 }
@@ -261,13 +249,32 @@ krand_core_status krand_core_settings_init(const char* domain) {
   });
 }
 
+int krand_core_settings_exist(const char* domain) {
+  int answer = -1;
+  if (domain != nullptr && IsDomain(domain)) {
+    Guarded([&] {
+      answer = SettingsFile::HasTraces(SettingsFile::PathOf(domain)) ? 1 : 0;
+      return KRAND_CORE_OK;
+    });
+  }
+  return answer;
+}
+
 krand_core_status krand_core_settings_deinit(void) {
   krand_core_trace("krand_core_settings_deinit");
-  return WithDatabase([](Store& store, Database&) {
+  SettingsSettler* settler = nullptr;
+  const krand_core_status status = WithDatabase([&](Store& store, Database&) {
     if (store.gate.IsTakenByThisThread()) {
       RollBack(store);
     }
+    settler = store.settler.get();
+    return KRAND_CORE_OK;
+  });
+  if (status != KRAND_CORE_OK) return status;
+  settler->Stop();  // outside the gate, which its thread may be waiting for
+  return WithDatabase([](Store& store, Database&) {
     store.opener = 0;
+    store.settler.reset();
     store.database.reset();
     store.location.clear();
     return KRAND_CORE_OK;
@@ -389,10 +396,28 @@ krand_core_status krand_core_settings_rollback(void) {
   });
 }
 
-void krand_core_settings_fail_after(int writes) {
-  g_writes_until_fault = writes;
+krand_core_status krand_core_settings_settle(void) {
+  SettingsSettler* settler = nullptr;
+  const krand_core_status status = WithDatabase([&](Store& store, Database&) {
+    settler = store.settler.get();
+    return store.gate.IsTakenByThisThread() ? KRAND_CORE_ERROR : KRAND_CORE_OK;
+  });
+  if (status != KRAND_CORE_OK) return status;
+  return Guarded([settler] {
+    settler->Settle();
+    return KRAND_CORE_OK;
+  });
 }
 
-unsigned long krand_core_settings_write_count(void) {
-  return g_write_transactions;
+krand_core_status krand_core_settings_set_mark(void) {
+  return WithWritable([](Database& database) { return database.Mark(); });
+}
+
+int krand_core_settings_has_mark(void) {
+  int answer = -1;
+  WithDatabase([&](Store&, Database& database) {
+    answer = database.IsMarked() ? 1 : 0;
+    return KRAND_CORE_OK;
+  });
+  return answer;
 }

@@ -4,10 +4,13 @@
 
 #include "krand/core/settings_failure.h"
 #include "krand/core/settings_file.h"
+#include "krand/core/settings_inspection.h"
 
 namespace krand::core {
 
 namespace {
+
+using Use = SqliteFile::Use;
 
 // The smallest key above every key with the prefix; empty when there is none.
 std::string EndOfPrefix(std::string_view prefix) {
@@ -21,253 +24,276 @@ std::string EndOfPrefix(std::string_view prefix) {
   return end;
 }
 
+// The path, once there is a file.
+const std::string& Prepared(const std::string& path) {
+  SettingsFile::Prepare(path);
+  return path;
+}
+
 }  // namespace
 
-void SettingsDatabase::Closer::operator()(sqlite3* database) const {
-  sqlite3_close(database);
-}
-
-void SettingsDatabase::Finalizer::operator()(sqlite3_stmt* statement) const {
-  sqlite3_finalize(statement);
-}
-
-// One use of a prepared statement; gives it back reset and unbound. Bound bytes are borrowed.
-class SettingsDatabase::Use final {
- public:
-  Use(SettingsDatabase& owner, const Statement& statement)
-      : owner_(owner), statement_(statement.get()) {}
-  ~Use() {
-    sqlite3_reset(statement_);
-    sqlite3_clear_bindings(statement_);
-  }
-  Use(const Use&) = delete;
-  Use& operator=(const Use&) = delete;
-
-  void Bind(int index, std::string_view bytes) {
-    // SQLite takes a null pointer for NULL, which is not the empty value.
-    const char* data = bytes.empty() ? "" : bytes.data();
-    Check(sqlite3_bind_blob64(statement_, index, data, bytes.size(), SQLITE_STATIC));
-  }
-  void Bind(int index, int64_t number) { Check(sqlite3_bind_int64(statement_, index, number)); }
-
-  bool Step() {
-    const int result = sqlite3_step(statement_);
-    if (result != SQLITE_ROW && result != SQLITE_DONE) {
-      Check(result);
-    }
-    return result == SQLITE_ROW;
-  }
-
-  std::string Bytes(int column) {
-    if (sqlite3_column_type(statement_, column) != SQLITE_BLOB) {
-      owner_.Fail("holds a damaged entry");
-    }
-    const void* data = sqlite3_column_blob(statement_, column);
-    const int size = sqlite3_column_bytes(statement_, column);
-    if (data == nullptr) {
-      return std::string();
-    }
-    return std::string(static_cast<const char*>(data), static_cast<size_t>(size));
-  }
-  int64_t Number(int column) {
-    if (sqlite3_column_type(statement_, column) != SQLITE_INTEGER) {
-      owner_.Fail("holds a damaged entry");
-    }
-    return sqlite3_column_int64(statement_, column);
-  }
-  std::string Text(int column) {
-    const unsigned char* text = sqlite3_column_text(statement_, column);
-    return text == nullptr ? std::string() : reinterpret_cast<const char*>(text);
-  }
-
- private:
-  void Check(int result) {
-    if (result != SQLITE_OK) {
-      owner_.Fail(sqlite3_errmsg(owner_.database_.get()));
-    }
-  }
-
-  SettingsDatabase& owner_;
-  sqlite3_stmt* const statement_;
-};
-
-SettingsDatabase::SettingsDatabase(const std::string& path, int busy_timeout_ms) : path_(path) {
-  SettingsFile::Prepare(path_);
-  Open(busy_timeout_ms);
-  CheckIdentity();
-  if (QueryText("PRAGMA journal_mode=WAL") != "wal") {
-    Fail("cannot keep a log beside it");
-  }
-  // FULL flushes the log once at every commit: an acknowledged write outlives a power cut.
-  Execute("PRAGMA synchronous=FULL");
-  // In KiB. The readers keep what they have read, so little is kept of it here; the pages of one
-  // change stay together until they are more than 256.
-  Execute("PRAGMA cache_size=-64");
-  Execute("PRAGMA cache_spill=-256");
+SettingsDatabase::SettingsDatabase(const std::string& path, int busy_timeout_ms)
+    : busy_timeout_ms_(busy_timeout_ms),
+      witness_(path),
+      file_(Prepared(path), SqliteFile::Access::kShared) {
+  SetUp();
+  if (SettingsFormat::VersionOf(file_) == SettingsFormat::kFirstVersion) UpgradeFirstVersion();
   CheckContents();
   Prepare();
-  sqlite3_db_config(database_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+  CheckWitness();
+  file_.RemoveLogOnClose();
+  SettleAtStart();
 }
 
 SettingsDatabase::~SettingsDatabase() {
-  if (sqlite3_get_autocommit(database_.get()) == 0) {
-    sqlite3_step(rollback_.get());
-    sqlite3_reset(rollback_.get());
+  try {
+    Rollback();
+    if (const auto manifest = WriteBack()) Testify(*manifest);
+  } catch (const SettingsFailure&) {
+    // The log has everything, and the next start settles it.
   }
-  sqlite3_wal_checkpoint_v2(database_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
 }
 
-void SettingsDatabase::Open(int busy_timeout_ms) {
-  sqlite3* raw = nullptr;
-  const int result =
-      sqlite3_open_v2(path_.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-  database_.reset(raw);
-  if (result != SQLITE_OK) {
-    throw SettingsFailure(path_ + ": " +
-                          (raw == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(raw)));
+void SettingsDatabase::SetUp() {
+  sqlite3_busy_timeout(file_.get(), busy_timeout_ms_);
+  SettingsFormat::VersionOf(file_);
+  if (sqlite3_db_readonly(file_.get(), "main") != 0) file_.Fail("cannot be written");
+  if (file_.QueryText("PRAGMA journal_mode=WAL") != "wal") {
+    file_.Fail("cannot keep a log beside it");
   }
-  sqlite3_busy_timeout(raw, busy_timeout_ms);
-  // A database that turns out not to be ours is left as it was found.
-  sqlite3_db_config(raw, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-  sqlite3_db_config(raw, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-  sqlite3_db_config(raw, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  // FULL flushes the log once at every commit: an acknowledged write outlives a power cut.
+  file_.Execute("PRAGMA synchronous=FULL");
+  // In KiB. The readers keep what they have read, so little is kept of it here; the pages of one
+  // change stay together until they are more than 256.
+  file_.Execute("PRAGMA cache_size=-64");
+  file_.Execute("PRAGMA cache_spill=-256");
 }
 
-void SettingsDatabase::CheckIdentity() {
-  const int64_t application = QueryNumber("PRAGMA application_id");
-  if (sqlite3_db_readonly(database_.get(), "main") != 0) {
-    Fail("cannot be written");
+void SettingsDatabase::UpgradeFirstVersion() {
+  file_.Execute("BEGIN IMMEDIATE");
+  // Another process may have done so in the meantime.
+  if (SettingsFormat::VersionOf(file_) == SettingsFormat::kFirstVersion) {
+    SettingsFormat::Upgrade(file_);
   }
-  if (application != SettingsFile::kApplicationId) {
-    Fail("is a database, but not a settings store");
-  }
-  const int64_t version = QueryNumber("PRAGMA user_version");
-  if (version != SettingsFile::kVersion) {
-    Fail("has the store format " + std::to_string(version) + "; this program reads format " +
-         std::to_string(SettingsFile::kVersion));
-  }
+  file_.Execute("COMMIT");
 }
 
 void SettingsDatabase::CheckContents() {
-  if (QueryText("SELECT group_concat(sql, ';') FROM sqlite_schema") != SettingsFile::kSchema) {
-    Fail("does not hold the settings table as this program makes it");
-  }
-  const std::string verdict = QueryText("PRAGMA integrity_check(1)");
-  if (verdict != "ok") {
-    Fail("is damaged: " + verdict);
+  const SettingsInspection found =
+      SettingsInspection::Of(file_, SettingsInspection::Keep::kNothing);
+  if (!found.damage.empty()) FailAsDamaged(found.damage.front());
+}
+
+void SettingsDatabase::CheckWitness() {
+  const std::optional<SettingsWitness::Testimony> testimony = witness_.Read();
+  if (!testimony) return;
+  testimony_ = *testimony;
+  const std::string contradiction = testimony->Contradiction(Manifest());
+  if (!contradiction.empty()) FailAsDamaged(contradiction);
+}
+
+void SettingsDatabase::SettleAtStart() {
+  try {
+    if (const auto settled = WriteBack()) Testify(*settled);
+  } catch (const SettingsFailure&) {
+    // A full disk, perhaps, which is no reason not to serve. It is tried again, and then reported.
   }
 }
 
 void SettingsDatabase::Prepare() {
-  read_ = PrepareOne("SELECT type, value FROM settings WHERE key = ?1");
-  exists_ = PrepareOne("SELECT 1 FROM settings WHERE key = ?1");
-  keys_from_ = PrepareOne("SELECT key FROM settings WHERE key >= ?1 ORDER BY key");
-  keys_between_ = PrepareOne("SELECT key FROM settings WHERE key >= ?1 AND key < ?2 ORDER BY key");
-  write_ = PrepareOne("INSERT OR REPLACE INTO settings(key, type, value) VALUES(?1, ?2, ?3)");
-  delete_ = PrepareOne("DELETE FROM settings WHERE key = ?1");
-  begin_ = PrepareOne("BEGIN IMMEDIATE");
-  commit_ = PrepareOne("COMMIT");
-  rollback_ = PrepareOne("ROLLBACK");
-}
-
-SettingsDatabase::Statement SettingsDatabase::PrepareOne(const char* sql) {
-  sqlite3_stmt* statement = nullptr;
-  if (sqlite3_prepare_v3(database_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement,
-                         nullptr) != SQLITE_OK) {
-    Fail(sqlite3_errmsg(database_.get()));
-  }
-  return Statement(statement);
-}
-
-void SettingsDatabase::Execute(const char* sql) {
-  const Statement statement = PrepareOne(sql);
-  RunStatement(statement);
-}
-
-int64_t SettingsDatabase::QueryNumber(const char* sql) {
-  const Statement statement = PrepareOne(sql);
-  Use use(*this, statement);
-  return use.Step() ? use.Number(0) : 0;
-}
-
-std::string SettingsDatabase::QueryText(const char* sql) {
-  const Statement statement = PrepareOne(sql);
-  Use use(*this, statement);
-  return use.Step() ? use.Text(0) : std::string();
-}
-
-void SettingsDatabase::RunStatement(const Statement& statement) {
-  Use use(*this, statement);
-  while (use.Step()) {
-  }
+  read_ = file_.Prepare("SELECT type, value, checksum FROM settings WHERE key = ?1");
+  exists_ = file_.Prepare("SELECT 1 FROM settings WHERE key = ?1");
+  checksum_ = file_.Prepare("SELECT checksum FROM settings WHERE key = ?1");
+  keys_from_ = file_.Prepare("SELECT key FROM settings WHERE key >= ?1 ORDER BY key");
+  keys_between_ =
+      file_.Prepare("SELECT key FROM settings WHERE key >= ?1 AND key < ?2 ORDER BY key");
+  write_ = file_.Prepare(SettingsFormat::kWriteRecord);
+  delete_ = file_.Prepare("DELETE FROM settings WHERE key = ?1");
+  read_manifest_ = file_.Prepare(SettingsFormat::kReadManifest);
+  write_manifest_ = file_.Prepare(SettingsFormat::kWriteManifest);
+  // Writes a page as it is; SQLite would leave out an update of a row that changes nothing.
+  begin_log_ =
+      file_.Prepare(("PRAGMA user_version=" + std::to_string(SettingsFormat::kVersion)).c_str());
+  begin_ = file_.Prepare("BEGIN IMMEDIATE");
+  commit_ = file_.Prepare("COMMIT");
+  rollback_ = file_.Prepare("ROLLBACK");
 }
 
 std::optional<SettingsDatabase::Value> SettingsDatabase::Read(std::string_view key) {
-  Use use(*this, read_);
-  use.Bind(1, key);
-  if (!use.Step()) {
-    return std::nullopt;
-  }
+  Use use(file_, read_);
+  if (!use.Bind(1, key).Step()) return std::nullopt;
   const int64_t type = use.Number(0);
   if (type < static_cast<int64_t>(Type::kString) ||
       type > static_cast<int64_t>(Type::kStringArray)) {
-    Fail("holds a damaged entry");
+    file_.Fail("holds a damaged entry");
   }
-  return Value{static_cast<Type>(type), use.Bytes(1)};
+  Value value{static_cast<Type>(type), use.Bytes(1)};
+  if (use.Bytes(2) != SettingsChecksum::OfRecord(key, type, value.bytes).Bytes()) {
+    FailAsDamaged("record \"" + std::string(key) + "\" does not match its checksum");
+  }
+  return value;
 }
 
 bool SettingsDatabase::Exists(std::string_view key) {
-  Use use(*this, exists_);
-  use.Bind(1, key);
-  return use.Step();
+  Use use(file_, exists_);
+  return use.Bind(1, key).Step();
 }
 
 std::vector<std::string> SettingsDatabase::Keys(std::string_view prefix) {
   const std::string end = EndOfPrefix(prefix);
-  Use use(*this, end.empty() ? keys_from_ : keys_between_);
+  Use use(file_, end.empty() ? keys_from_ : keys_between_);
   use.Bind(1, prefix);
-  if (!end.empty()) {
-    use.Bind(2, end);
-  }
+  if (!end.empty()) use.Bind(2, end);
   std::vector<std::string> keys;
-  while (use.Step()) {
-    keys.push_back(use.Bytes(0));
-  }
+  while (use.Step()) keys.push_back(use.Bytes(0));
   return keys;
 }
 
-void SettingsDatabase::Write(std::string_view key, Type type, std::string_view bytes) {
-  Use use(*this, write_);
-  use.Bind(1, key);
-  use.Bind(2, static_cast<int64_t>(type));
-  use.Bind(3, bytes);
-  use.Step();
-}
-
-bool SettingsDatabase::Delete(std::string_view key) {
-  Use use(*this, delete_);
-  use.Bind(1, key);
-  use.Step();
-  return sqlite3_changes(database_.get()) > 0;
-}
-
-void SettingsDatabase::Begin() {
-  RunStatement(begin_);
-}
-
-void SettingsDatabase::Commit() {
-  RunStatement(commit_);
-}
-
-void SettingsDatabase::Rollback() {
-  // SQLite ends the transaction by itself when the disk is full or fails.
-  if (sqlite3_get_autocommit(database_.get()) == 0) {
-    RunStatement(rollback_);
+template <typename Body>
+void SettingsDatabase::InTransaction(Body body) {
+  if (in_transaction_) {
+    // SQLite ends a transaction by itself when the disk is full or fails.
+    if (sqlite3_get_autocommit(file_.get()) != 0) file_.Fail("the transaction has failed");
+    body();
+    return;
+  }
+  Begin();
+  try {
+    body();
+    Commit();
+  } catch (...) {
+    try {
+      Rollback();
+    } catch (const SettingsFailure&) {
+      // The failure that led here is the one to report.
+    }
+    throw;
   }
 }
 
-void SettingsDatabase::Fail(const std::string& what) const {
-  throw SettingsFailure(path_ + ": " + what);
+std::optional<SettingsChecksum> SettingsDatabase::Recorded(std::string_view key) {
+  Use use(file_, checksum_);
+  if (!use.Bind(1, key).Step()) return std::nullopt;
+  const std::optional<SettingsChecksum> checksum = SettingsChecksum::FromBytes(use.Bytes(0));
+  if (!checksum) file_.Fail("holds a damaged entry");
+  return checksum;
+}
+
+void SettingsDatabase::Forget(std::string_view key) {
+  const std::optional<SettingsChecksum> checksum = Recorded(key);
+  if (!checksum) return;
+  changes_.total -= *checksum;
+  --changes_.records;
+  changes_.any = true;
+}
+
+void SettingsDatabase::Write(std::string_view key, Type type, std::string_view bytes) {
+  const SettingsChecksum checksum =
+      SettingsChecksum::OfRecord(key, static_cast<int64_t>(type), bytes);
+  const std::string text = checksum.Bytes();
+  InTransaction([&] {
+    Forget(key);
+    Use(file_, write_)
+        .Bind(1, key)
+        .Bind(2, static_cast<int64_t>(type))
+        .Bind(3, bytes)
+        .Bind(4, text)
+        .Finish();
+    changes_.total += checksum;
+    ++changes_.records;
+    changes_.any = true;
+  });
+}
+
+bool SettingsDatabase::Delete(std::string_view key) {
+  bool deleted = false;
+  InTransaction([&] {
+    Forget(key);
+    Use(file_, delete_).Bind(1, key).Finish();
+    deleted = sqlite3_changes(file_.get()) > 0;
+  });
+  return deleted;
+}
+
+bool SettingsDatabase::Mark() {
+  bool set = false;
+  InTransaction([&] {
+    set = !changes_.mark && !IsMarked();
+    changes_.mark |= set;
+    changes_.any |= set;
+  });
+  return set;
+}
+
+void SettingsDatabase::Begin() {
+  Use(file_, begin_).Finish();
+  in_transaction_ = true;
+  changes_ = Changes();
+}
+
+void SettingsDatabase::Commit() {
+  if (changes_.any) {
+    SettingsManifest manifest = Manifest();
+    ++manifest.change;
+    manifest.records += changes_.records;
+    manifest.total += changes_.total;
+    manifest.marked |= changes_.mark;
+    SettingsFormat::WriteManifest(file_, write_manifest_, manifest);
+  }
+  Use(file_, commit_).Finish();
+  in_transaction_ = false;
+}
+
+void SettingsDatabase::Rollback() {
+  in_transaction_ = false;
+  if (sqlite3_get_autocommit(file_.get()) == 0) Use(file_, rollback_).Finish();
+}
+
+SettingsManifest SettingsDatabase::Manifest() {
+  return SettingsFormat::ReadManifest(file_, read_manifest_);
+}
+
+std::optional<SettingsManifest> SettingsDatabase::WriteBack() {
+  const SettingsManifest manifest = Manifest();
+  int frames = 0;
+  int written = -1;
+  // A process that reads the log is not waited for: a change would have to wait, too.
+  sqlite3_busy_timeout(file_.get(), 0);
+  const int result = sqlite3_wal_checkpoint_v2(file_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE,
+                                               &frames, &written);
+  sqlite3_busy_timeout(file_.get(), busy_timeout_ms_);
+  if (result != SQLITE_OK && result != SQLITE_BUSY) file_.FailAsSqliteSays();
+  // Busy with everything written: a reader holds on to the log, which has nothing new any more.
+  if (result == SQLITE_BUSY && frames != written) return std::nullopt;
+  return manifest;
+}
+
+void SettingsDatabase::BeginLog() {
+  Use(file_, begin_log_).Finish();
+}
+
+void SettingsDatabase::Testify(const SettingsManifest& manifest) {
+  const SettingsWitness::Testimony testimony{manifest.change, manifest.marked};
+  // Not of a store that has no change: where it was lost there is nothing to miss.
+  if (manifest.change <= testimony_.change) return;
+  witness_.Write(testimony);
+  testimony_ = testimony;
+}
+
+void SettingsDatabase::CopyTo(const std::string& path) {
+  SqliteFile target(path, SqliteFile::Access::kShared);
+  target.Execute("PRAGMA synchronous=OFF");
+  sqlite3_backup* const backup = sqlite3_backup_init(target.get(), "main", file_.get(), "main");
+  if (backup == nullptr) target.FailAsSqliteSays();
+  const int result = sqlite3_backup_step(backup, -1);
+  sqlite3_backup_finish(backup);
+  if (result != SQLITE_DONE) target.Fail(sqlite3_errstr(result));
+  // One file, which can be read where nothing may be written.
+  target.Execute("PRAGMA journal_mode=DELETE");
+}
+
+void SettingsDatabase::FailAsDamaged(const std::string& what) const {
+  file_.Fail("is damaged: " + what);
 }
 
 }  // namespace krand::core

@@ -73,7 +73,7 @@ TEST_F(SettingsDatabaseFile, HasItsNumbersItsTableAndALog) {
   MakeStore();
   const Sqlite sqlite(path_);
   EXPECT_EQ(sqlite.Ask("PRAGMA application_id"), std::to_string(0x76676c61));
-  EXPECT_EQ(sqlite.Ask("PRAGMA user_version"), "1");
+  EXPECT_EQ(sqlite.Ask("PRAGMA user_version"), "2");
   EXPECT_EQ(sqlite.Ask("PRAGMA journal_mode"), "wal");
   EXPECT_EQ(sqlite.Ask("SELECT hex(key) || type || hex(value) FROM settings"), "6B6579174657874");
 }
@@ -90,23 +90,27 @@ TEST_F(SettingsDatabaseFile, OfAnotherProgramIsRefusedAndLeftAlone) {
 
 TEST_F(SettingsDatabaseFile, OfANewerFormatIsRefusedAndLeftAlone) {
   MakeStore();
-  Sqlite(path_).Run("PRAGMA user_version=2");
+  Sqlite(path_).Run("PRAGMA user_version=3");
   const std::string before = dir_.Read("vigila.db");
-  EXPECT_EQ(Refusal(), path_ + ": has the store format 2; this program reads format 1");
+  EXPECT_EQ(Refusal(), path_ + ": has the store format 3; this program reads formats 1 to 2");
   EXPECT_EQ(dir_.Read("vigila.db"), before);
 }
 
 TEST_F(SettingsDatabaseFile, WithoutTheTableIsRefused) {
   MakeStore();
   Sqlite(path_).Run("DROP TABLE settings");
-  EXPECT_EQ(Refusal(), path_ + ": does not hold the settings table as this program makes it");
+  EXPECT_EQ(
+      Refusal(),
+      path_ + ": is damaged: it does not hold the settings tables as this program makes them");
 }
 
 TEST_F(SettingsDatabaseFile, WithATriggerIsRefused) {
   MakeStore();
   Sqlite(path_).Run(
       "CREATE TRIGGER t AFTER INSERT ON settings BEGIN DELETE FROM settings WHERE 1; END");
-  EXPECT_EQ(Refusal(), path_ + ": does not hold the settings table as this program makes it");
+  EXPECT_EQ(
+      Refusal(),
+      path_ + ": is damaged: it does not hold the settings tables as this program makes them");
 }
 
 TEST_F(SettingsDatabaseFile, LockedByAnotherProcessIsAnErrorAndNotAMissingKey) {
@@ -134,21 +138,31 @@ TEST_F(SettingsDatabaseFile, ChangedByAnotherProcessIsReadAfresh) {
   MakeStore();
   SettingsDatabase database(path_, 0);
   EXPECT_EQ(database.Read("key")->bytes, "text");
-  Sqlite(path_).Run("UPDATE settings SET value=x'61'");
+  SettingsDatabase(path_, 0).Write("key", SettingsDatabase::Type::kString, "a");
   EXPECT_EQ(database.Read("key")->bytes, "a");
 }
 
-TEST_F(SettingsDatabaseFile, WithValuesThatNobodyWritesGivesErrors) {
+// Nothing of it is believed once it is read, whatever the start has found.
+TEST_F(SettingsDatabaseFile, WithARecordThatIsDamagedMeanwhileGivesAnError) {
   MakeStore();
-  Sqlite(path_).Run(
-      "INSERT INTO settings "
-      "VALUES(x'61',4,x'61'),(x'62',1,'text'),(x'63','x',x'61'),('d',1,x'61')");
   SettingsDatabase database(path_, 0);
-  EXPECT_THROW(database.Read("a"), SettingsFailure);
-  EXPECT_THROW(database.Read("b"), SettingsFailure);
-  EXPECT_THROW(database.Read("c"), SettingsFailure);
-  EXPECT_EQ(database.Keys("b"), std::vector<std::string>{"b"});
-  EXPECT_EQ(database.Read("key")->bytes, "text");
+  Sqlite(path_).Run("UPDATE settings SET value=x'61'");
+  try {
+    database.Read("key");
+    ADD_FAILURE() << "it is believed";
+  } catch (const SettingsFailure& failure) {
+    EXPECT_EQ(failure.what(), path_ + ": is damaged: record \"key\" does not match its checksum");
+  }
+}
+
+TEST_F(SettingsDatabaseFile, WithATypeThatNoProgramWritesGivesAnError) {
+  MakeStore();
+  {
+    SettingsDatabase database(path_, 0);
+    database.Write("key", static_cast<SettingsDatabase::Type>(4), "text");
+  }
+  SettingsDatabase database(path_, 0);
+  EXPECT_THROW(database.Read("key"), SettingsFailure);
 }
 
 TEST_F(SettingsDatabaseFile, KeepsTheStoreOfWhoeverMadeItFirst) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,12 +14,16 @@
 #include <vector>
 
 #include "krand/core/settings_database.h"
+#include "settings_tests.h"
+#include "support/stepped_process.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using krand::core::SettingsDatabase;
 using krand::core::SettingsFile;
+using support::Errand;
+using support::SteppedProcess;
 using Names = std::set<std::string>;
 
 constexpr int kBusyTimeoutMs = 10000;
@@ -32,70 +35,6 @@ Names NamesIn(const support::TempDir& dir) {
   }
   return names;
 }
-
-// What a process does on its way to an open store, and afterwards; the latter says whether it found
-// what it should.
-struct Errand {
-  std::function<void()> way;
-  std::function<bool()> afterwards = [] { return true; };
-};
-
-// A process on an errand that can be stopped before each system call of the way.
-class SteppedProcess final {
- public:
-  explicit SteppedProcess(const Errand& errand) : pid_(fork()) {
-    if (pid_ == 0) Run(errand);
-    Wait();
-    ptrace(PTRACE_SETOPTIONS, pid_, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-  }
-  ~SteppedProcess() { Kill(); }
-  SteppedProcess(const SteppedProcess&) = delete;
-  SteppedProcess& operator=(const SteppedProcess&) = delete;
-
-  bool CanBeStopped() const { return WIFSTOPPED(status_); }
-  // False when there are fewer calls on the way.
-  bool StopBeforeCall(int number) {
-    for (int stops = 0; stops < 2 * number - 1; ++stops) {  // one before a call and one after it
-      ptrace(PTRACE_SYSCALL, pid_, nullptr, nullptr);
-      Wait();
-      if (!WIFSTOPPED(status_) || WSTOPSIG(status_) != kAtACall) return false;
-    }
-    return true;
-  }
-  // Lets it run on; its exit code.
-  int Finish() {
-    while (WIFSTOPPED(status_)) {
-      ptrace(PTRACE_CONT, pid_, nullptr, nullptr);
-      Wait();
-    }
-    return WIFEXITED(status_) ? WEXITSTATUS(status_) : 1000 + WTERMSIG(status_);
-  }
-  void Kill() {
-    if (!WIFSTOPPED(status_)) return;
-    kill(pid_, SIGKILL);
-    Wait();
-  }
-
- private:
-  static constexpr int kAtACall = SIGTRAP | 0x80;
-
-  [[noreturn]] static void Run(const Errand& errand) {
-    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(1);
-    try {
-      raise(SIGSTOP);
-      errand.way();
-      raise(SIGSTOP);
-      _exit(errand.afterwards() ? 0 : 2);
-    } catch (const std::exception& failure) {
-      fprintf(stderr, "%s\n", failure.what());
-      _exit(3);
-    }
-  }
-  void Wait() { waitpid(pid_, &status_, 0); }
-
-  const pid_t pid_;
-  int status_ = 0;
-};
 
 class SettingsFilePreparation : public testing::Test {
  protected:
@@ -135,6 +74,7 @@ class SettingsFilePreparation : public testing::Test {
     return SettingsDatabase(path_, kBusyTimeoutMs).Exists(key);
   }
 
+  const krand::core::NoFlushes no_flushes_;
   const support::TempDir dir_;
   const std::string path_;
 };
@@ -199,7 +139,8 @@ TEST_F(SettingsFilePreparation, GivesAMakerAndOneThatOvertakesItAnywhereTheSameS
     SettingsDatabase database(path_, kBusyTimeoutMs);
     database.Write("overtaker", SettingsDatabase::Type::kString, "text");
     EXPECT_EQ(process.Finish(), 0);
-    EXPECT_EQ(NamesIn(dir_), (Names{"vigila.db", "vigila.db-shm", "vigila.db-wal"}));
+    EXPECT_EQ(NamesIn(dir_),
+              (Names{"vigila.db", "vigila.db-shm", "vigila.db-wal", "vigila.db.witness"}));
   });
 }
 
@@ -220,7 +161,7 @@ TEST_F(SettingsFilePreparation, GivesSeveralMakersAtOnceTheSameStore) {
       ASSERT_EQ(waitpid(maker, &status, 0), maker);
       EXPECT_EQ(status, 0);
     }
-    EXPECT_EQ(NamesIn(dir_), Names{"vigila.db"});
+    EXPECT_EQ(NamesIn(dir_), (Names{"vigila.db", "vigila.db.witness"}));
     EXPECT_EQ(SettingsDatabase(path_, 0).Keys("").size(), makers.size());
   }
 }

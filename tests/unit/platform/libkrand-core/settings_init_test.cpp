@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 #include <string>
 
 #include "krand/core/krand_core.h"
@@ -32,12 +33,13 @@ TEST(SettingsInit, MakesTheDirectoryAndTheFileForTheOwnerAlone) {
     EXPECT_EQ(status.st_mode & 07777, 0600u) << name;
   }
   EXPECT_EQ(krand_core_settings_deinit(), KRAND_CORE_OK);
-  size_t files = 0;
+  std::set<std::string> files;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    EXPECT_EQ(entry.path().filename(), "vigila.db");
-    ++files;
+    files.insert(entry.path().filename());
+    ASSERT_EQ(stat(entry.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u) << entry.path();
   }
-  EXPECT_EQ(files, 1u);
+  EXPECT_EQ(files, (std::set<std::string>{"vigila.db", "vigila.db.witness"}));
 }
 
 TEST(SettingsInit, ClosesAFileThatOthersCouldRead) {

@@ -3,10 +3,10 @@
 #include <string>
 
 #include "krand/core/krand_core.h"
-#include "krand/core/settings_faults.h"
 #include "settings_tests.h"
 #include "support/capturing_log.h"
 #include "support/platform_fixture.h"
+#include "support/settings_faults.h"
 #include "support/settings_fixture.h"
 
 namespace krand::core {

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -28,6 +29,25 @@ inline int InChild(const std::function<int()>& body) {
   EXPECT_EQ(waitpid(child, &status, 0), child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
+
+// Flushes of this process, which go through settings_disk_failures_test.cpp.
+struct Flushes {
+  static inline std::atomic<int> count{0};
+};
+
+// While one lives, this process's flushes do nothing: for tests of thousands of stores, none of
+// which has to outlive the machine.
+class NoFlushes final {
+ public:
+  NoFlushes() { ++alive_; }
+  ~NoFlushes() { --alive_; }
+  NoFlushes(const NoFlushes&) = delete;
+  NoFlushes& operator=(const NoFlushes&) = delete;
+  static bool Hold() { return alive_ > 0; }
+
+ private:
+  static inline std::atomic<int> alive_{0};
+};
 
 }  // namespace krand::core
 

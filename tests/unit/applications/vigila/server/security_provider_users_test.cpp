@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "freed_memory_watch.h"
-#include "krand/core/settings_faults.h"
 #include "support/provider_environment.h"
+#include "support/settings_faults.h"
 
 namespace vigila::server {
 namespace {
