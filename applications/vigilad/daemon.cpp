@@ -29,6 +29,7 @@ void RefuseToBeTheSecond() {
 
 void Run(const DaemonConfiguration& configuration) {
   StartFailure::During(StartFailure::kBus, &RefuseToBeTheSecond);
+  StartFailure::During(StartFailure::kStore, &ServerEnv::RefuseToReplaceALostStore);
   ServerEnv env;
   env.GetSessionManager().SetTimeout(configuration.session_timeout_secs);
   env.GetSecurityProvider()->EnforcePasswordPolicy(configuration.password_policy);
@@ -64,6 +65,10 @@ ExitCode Serve(const DaemonConfiguration& configuration) {
   } catch (const StartFailure& e) {
     const Ending ending = EndingFor(e.cause());
     logger->Error("Cannot start, %s: %s", ending.text, e.what());
+    if (e.cause() == StartFailure::kStore) {
+      logger->Error(
+          "'vigilad --repair' shows what is left of a damaged store and what can be done");
+    }
     return ending.code;
   } catch (const std::exception& e) {
     logger->Error("Ended by a failure: %s", e.what());

@@ -10,6 +10,7 @@
 #include "vigilad/daemon.h"
 #include "vigilad/daemon_configuration.h"
 #include "vigilad/exit_code.h"
+#include "vigilad/store_repair.h"
 
 namespace {
 
@@ -22,12 +23,13 @@ constexpr const char* kFooter =
     "   2  wrong usage\n"
     "  69  the bus is not available, or another daemon has the name or the store\n"
     "  70  any other failure\n"
-    "  74  the settings store or its key file is unusable\n"
+    "  74  the settings store or its key file is unusable, see --repair\n"
     "  78  the configuration is wrong";
 
 struct Options {
   std::string config;
   bool check_config = false;
+  std::string repair;
 };
 
 int Start(const Options& options) {
@@ -43,6 +45,7 @@ int Start(const Options& options) {
     std::puts("The configuration is good.");
     return vigila::daemon::kStopped;
   }
+  if (!options.repair.empty()) return vigila::daemon::RepairStore(options.repair);
   return vigila::daemon::Serve(configuration);
 }
 
@@ -59,6 +62,10 @@ int main(int argc, char** argv) {
                      PlatformConfig::kDefaultPath + ")")
       ->type_name("FILE");
   app.add_flag("--check-config", options.check_config, "Check the configuration and exit");
+  app.add_flag("--repair{show}", options.repair,
+               "Show what is left of a damaged store (--repair), or put what is sound in it "
+               "(--repair=records) or its copy (--repair=copy) in force")
+      ->check(CLI::IsMember({"show", "records", "copy"}));
   app.set_version_flag("--version", std::string("vigilad ") + VIGILA_VERSION);
   app.footer(kFooter);
   try {

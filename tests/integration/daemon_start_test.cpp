@@ -6,8 +6,10 @@
 #include <random>
 #include <string>
 
+#include "krand/core/krand_core.h"
 #include "support/daemon_process.h"
 #include "support/random_seed.h"
+#include "tevra/core/platform_config.h"
 
 namespace {
 
@@ -79,7 +81,8 @@ TEST(FirstStart, KilledAnywhereLeavesTheNextOneACleanDirectory) {
   std::uniform_int_distribution<int> instant(0, 400000);
   for (int round = 0; round < 15; ++round) {
     for (const std::string& made : {device.KeyFile(), device.Database(), device.Database() + "-wal",
-                                    device.Database() + "-shm"}) {
+                                    device.Database() + "-shm", device.Database() + ".witness",
+                                    device.Database() + ".copy"}) {
       std::filesystem::remove(made);
     }
     device.Launch();
@@ -90,7 +93,9 @@ TEST(FirstStart, KilledAnywhereLeavesTheNextOneACleanDirectory) {
   EXPECT_TRUE(EndedWith(device.Stop(), 0));
   for (const auto& entry : std::filesystem::directory_iterator(device.SettingsDir())) {
     EXPECT_TRUE(entry.path() == device.KeyFile() || entry.path() == device.Database() ||
-                entry.path() == device.Database() + ".lock")
+                entry.path() == device.Database() + ".lock" ||
+                entry.path() == device.Database() + ".witness" ||
+                entry.path() == device.Database() + ".copy")
         << entry.path() << " is left";
   }
 }
@@ -349,23 +354,80 @@ TEST_F(Daemon, RefusesADirectoryThatItMayNotWrite) {
   chmod(device_.SettingsDir().c_str(), 0700);
 }
 
-// A broken account is no reason to leave the device without its service, and none to guess either.
-TEST_F(Daemon, StartsOverAMalformedAccountAndRefusesWhatNeedsIt) {
+// A broken record is no reason to leave the device without its service, and none to guess either:
+// the daemon is up, names it, and what needs the accounts fails until it is mended.
+class MalformedRecord : public Daemon {
+ protected:
+  // Changes the settings of the stopped daemon.
+  template <typename Change>
+  void ChangeSettings(Change change) {
+    tevra::core::PlatformConfig::LoadFrom(device_.ConfigFile());
+    ASSERT_EQ(krand_core_settings_init("vigila"), KRAND_CORE_OK);
+    change();
+    ASSERT_EQ(krand_core_settings_deinit(), KRAND_CORE_OK);
+  }
+  void ExpectServedButForTheAccounts(const std::string& name) {
+    ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+    EXPECT_TRUE(Mentions(device_.Log(), name));
+    const Finished list = device_.Ctl({"user", "list"});
+    EXPECT_TRUE(EndedWith(list, 3));
+    EXPECT_TRUE(Mentions(list.err, name)) << "as the log names it";
+    EXPECT_TRUE(EndedWith(device_.Ctl({"user", "list"}), 3)) << "the next call tries again";
+    EXPECT_TRUE(EndedWith(device_.CtlWithSecret("secret-1", {"login", "anna"}), 3));
+    EXPECT_TRUE(EndedWith(device_.Stop(), 0));
+  }
+};
+
+TEST_F(MalformedRecord, WithATextThatIsNoAccount) {
   FillStore();
-  const Finished sql = RunProgram(
-      {"/usr/bin/sqlite3", device_.Database(),
-       "UPDATE settings SET value=CAST('{\"Groups\":' AS BLOB) WHERE key=CAST('user.anna' AS BLOB);"
-       "SELECT changes();"});
-  if (sql.exit_code == support::Program::kCannotExec) GTEST_SKIP() << "sqlite3 is not installed";
-  ASSERT_EQ(sql.out, "1\n") << sql.err;
-  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
-  EXPECT_TRUE(EndedWith(device_.Ctl({"user", "list"}), 3));
-  EXPECT_TRUE(EndedWith(device_.Ctl({"user", "list"}), 3)) << "the next call tries again";
-  EXPECT_TRUE(EndedWith(device_.CtlWithSecret("secret-1", {"login", "anna"}), 3));
-  const Finished stored =
-      RunProgram({"/usr/bin/sqlite3", device_.Database(),
-                  "SELECT CAST(value AS TEXT) FROM settings WHERE key=CAST('user.anna' AS BLOB);"});
-  EXPECT_EQ(stored.out, "{\"Groups\":\n") << "nothing is rewritten";
+  ChangeSettings([] { krand_core_settings_set_json_value("user.anna", "{\"Groups\":"); });
+  ExpectServedButForTheAccounts("user.anna");
+  ChangeSettings([] {
+    char* text = nullptr;
+    krand_core_settings_get_json_value("user.anna", &text);
+    EXPECT_STREQ(text, "{\"Groups\":") << "nothing is rewritten";
+    free(text);
+  });
+}
+
+TEST_F(MalformedRecord, OfAWrongType) {
+  FillStore();
+  ChangeSettings([] { krand_core_settings_set_string_value("user.anna", "{\"Groups\":1}"); });
+  ExpectServedButForTheAccounts("user.anna");
+  ChangeSettings([] { krand_core_settings_delete_key("user.anna"); });
+  ExpectRefusesToStart(kStoreUnusable, "it had an administrator and has none");
+}
+
+TEST_F(MalformedRecord, WhoseNameAndValueAreNotUtf8) {
+  FillStore();
+  ChangeSettings([] { krand_core_settings_set_json_value("user.an\xff", "{\"\xfe\x1b"); });
+  ExpectServedButForTheAccounts("user.an\\xff");
+}
+
+TEST_F(MalformedRecord, OfAHistoryOrAPassphrase) {
+  FillStore();
+  ChangeSettings([] {
+    krand_core_settings_set_string_value("oldPasswords.anna", "none");
+    krand_core_settings_set_json_value("phrase.broken", "[]");
+  });
+  ExpectServedButForTheAccounts("phrase.broken");
+}
+
+TEST_F(Daemon, RefusesADirectoryThatOthersMayWrite) {
+  for (const mode_t mode : {0777, 01777, 0770}) {
+    chmod(device_.SettingsDir().c_str(), mode);
+    ExpectRefusesToStart(kStoreUnusable, "others may write the settings directory");
+  }
+}
+
+TEST(FirstStart, IsNoneWhereOnlyTheKeyFileIsLeft) {
+  DaemonProcess device(DaemonProcess::Key::kOwn);
+  device.Dir().Write("settings/vigila.key", "a key");
+  EXPECT_EQ(device.LaunchAndAwaitReady(), DaemonProcess::Start::kEnded);
+  const Finished end = device.Finish();
+  EXPECT_TRUE(EndedWith(end, kStoreUnusable));
+  EXPECT_TRUE(Mentions(end.err, device.KeyFile() + " is still there"));
+  EXPECT_FALSE(std::filesystem::exists(device.Database()));
 }
 
 }  // namespace

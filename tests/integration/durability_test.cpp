@@ -5,21 +5,15 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include "json/reader.h"
+#include "support/daemon_client.h"
 #include "support/daemon_process.h"
 #include "support/random_seed.h"
-#include "tevra/core/json_utils.h"
-#include "tevra/core/platform_config.h"
 #include "tevra/interfaces/i_security_provider.h"
-#include "tevra/msgbus/msg_bus.h"
 #include "tevra/osa/exception.h"
 
 namespace {
@@ -28,37 +22,8 @@ using support::DaemonProcess;
 using support::Finished;
 using tevra::interfaces::ISecurityProvider;
 
-using Accounts = std::map<std::string, unsigned>;
-
-// The bus proxy of this process to the device's daemon.
-class Client {
- public:
-  explicit Client(const DaemonProcess& device) {
-    tevra::core::PlatformConfig::LoadFrom(device.ConfigFile());
-    bus_ = std::make_unique<tevra::msgbus::MsgBus>();
-    provider_.reset(ISecurityProvider::CreateClient(bus_.get()));
-  }
-  ISecurityProvider& operator*() { return *provider_; }
-  ISecurityProvider* operator->() { return provider_.get(); }
-
-  Accounts Listed() {
-    json::Object document;
-    std::istringstream text(provider_->GetUsers());
-    json::Reader::Read(document, text);
-    const json::Array& users = std::as_const(document)["Users"];
-    Accounts accounts;
-    for (auto user = users.Begin(); user != users.End(); ++user) {
-      accounts[tevra::core::JsonUtils::AsString((*user)["Name"])] =
-          tevra::core::JsonUtils::AsUnsigned((*user)["Group"]);
-    }
-    accounts.erase("nobody");
-    return accounts;
-  }
-
- private:
-  std::unique_ptr<tevra::msgbus::MsgBus> bus_;
-  std::unique_ptr<ISecurityProvider> provider_;
-};
+using support::Accounts;
+using Client = support::DaemonClient;
 
 // One change of a pair of accounts, in one request: both of the pair or neither.
 struct Change {

@@ -37,7 +37,9 @@ class DaemonProcess {
     Set("MsgBus", "runtime_dir", RuntimeDir());
     OpenNotifySocket();
     if (key == Key::kCopied && !SharedKey().empty()) {
-      dir_.Write("settings/vigila.key", SharedKey());
+      // As a credential: a key file of the daemon's own says that there was a store.
+      std::filesystem::create_directory(CredentialsDir());
+      dir_.Write("credentials/vigila.key", SharedKey());
       chmod(KeyFile().c_str(), 0600);
     }
   }
@@ -59,6 +61,7 @@ class DaemonProcess {
   void Launch(ProgramOptions options = {}) {
     options.environment["NOTIFY_SOCKET"] = dir_.File("notify");
     options.environment.emplace("TEVRA_LOG_LEVEL", "notice");
+    options.environment.emplace("CREDENTIALS_DIRECTORY", CredentialsDir());
     options.deadline = std::chrono::seconds(120);
     options.error_file = dir_.File("log");
     unlink(options.error_file.c_str());
@@ -127,11 +130,16 @@ class DaemonProcess {
   std::string ConfigFile() const { return dir_.File("platform.ini"); }
   std::string SettingsDir() const { return dir_.File("settings"); }
   std::string RuntimeDir() const { return dir_.File("run"); }
-  std::string KeyFile() const { return SettingsDir() + "/vigila.key"; }
+  // The one that the daemon reads, or would make.
+  std::string KeyFile() const {
+    const std::string credential = CredentialsDir() + "/vigila.key";
+    return std::filesystem::exists(credential) ? credential : SettingsDir() + "/vigila.key";
+  }
   std::string Database() const { return SettingsDir() + "/vigila.db"; }
   std::string ServiceSocket() const { return RuntimeDir() + "/tevra.SecurityProvider"; }
 
  private:
+  std::string CredentialsDir() const { return dir_.File("credentials"); }
   static std::string& SharedKey() {
     static std::string key;
     return key;

@@ -1,6 +1,9 @@
 #include "vigila/server/server_env.h"
 
+#include <unistd.h>
+
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 #include <vector>
 
 #include "krand/base64/base64.h"
@@ -12,6 +15,7 @@
 #include "tevra/osa/mutex.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/check/fake_msg_bus.h"
+#include "vigila/server/account_check.h"
 #include "vigila/server/at_rest_cipher.h"
 #include "vigila/server/key_proof.h"
 #include "vigila/server/permission_impl.h"
@@ -52,6 +56,11 @@ void ThrowUnlessOk(krand_core_status status, const std::string& step) {
   if (status == KRAND_CORE_OK) return;
   throw tevra::osa::Exception("%s failed: %s", step.c_str(),
                               krand::core::statusToString(status).c_str());
+}
+
+std::string ConfiguredKeyFile() {
+  return tevra::core::PlatformConfig::Get().GetString(ServerEnv::kSettingsGroupName, "key_file",
+                                                      "");
 }
 
 // Deliberate: a provider is never deleted. A request of the platform may still hold it when the
@@ -112,16 +121,18 @@ void ServerEnv::InitializePlatform() {
   });
   // Before any setting is read: what a second server had in memory would be out of date.
   store_lock_ = std::make_unique<StoreLock>(krand_core_settings_location());
+  // Before the first request: a store that cannot be read must not look like an empty one, which is
+  // open.
+  StartFailure::During(StartFailure::kStore, &CheckAccounts);
   ThrowUnlessOk(krand_core_logging_init(kLoggingIdentity, &platform_context_),
                 "krand_core_logging_init");
   ThrowUnlessOk(krand_core_ipc_initiator_init(platform_context_, 0, &ipc_handle_),
                 "krand_core_ipc_initiator_init");
 }
 
-// Before there is a thread beside this one: a child process proves the key.
+// Before another thread uses libcrypto: a child process proves the key.
 void ServerEnv::OpenAtRestKey() {
-  at_rest_cipher_ = std::make_unique<AtRestCipher>(
-      tevra::core::PlatformConfig::Get().GetString(kSettingsGroupName, "key_file", ""));
+  at_rest_cipher_ = std::make_unique<AtRestCipher>(ConfiguredKeyFile());
   OpenAndProveKey(*at_rest_cipher_);
 }
 
@@ -139,6 +150,20 @@ void ServerEnv::CreateServices(bool test_settings) {
     return std::make_unique<KrandApiPermissionTargetRun>(kPermissionTarget, platform_context_,
                                                          permission_);
   });
+}
+
+// A server makes its store before its key file. So a key file without a store is what is left of
+// one, unless the key is a credential, which may have been given to a device before its first
+// start.
+void ServerEnv::RefuseToReplaceALostStore() {
+  const std::string key_file = AtRestCipher(ConfiguredKeyFile()).KeyFile();
+  const char* const credentials = std::getenv("CREDENTIALS_DIRECTORY");
+  if (credentials != nullptr && key_file.starts_with(credentials)) return;
+  // In this order: another server may make both in this moment.
+  if (access(key_file.c_str(), F_OK) != 0) return;
+  if (krand_core_settings_exist(kSettingsDomain) != 0) return;
+  throw tevra::osa::Exception("the settings store is missing, but its key file %s is still there",
+                              key_file.c_str());
 }
 
 std::string ServerEnv::Base64Encode(const std::string& data) {

@@ -50,6 +50,10 @@ class VIGILA_EXPORT ServerEnv {
   void* GetPlatformContext() const { return platform_context_; }
   SecurityProvider* GetSecurityProvider() const { return security_provider_; }
 
+  // For a start on a device: throws tevra::osa::Exception when there is no store, and a key file
+  // says that there was one. Before construction, which would make a new one.
+  static void RefuseToReplaceALostStore();
+
   // Standard base64 over counted bytes. Decoding is strict: a text that is not the one canonical
   // spelling gives no bytes.
   static std::string Base64Encode(const std::string& data);

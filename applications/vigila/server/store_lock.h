@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tevra/osa/descriptor.h"
+#include "vigila/server/export.h"
 
 namespace vigila::server {
 
@@ -15,7 +16,7 @@ namespace vigila::server {
 // a process that was killed. The lock is on a file of its own, named as the store with ".lock"
 // appended, which stays: one that was deleted could be held by two. Other programs may open the
 // store.
-class StoreLock final {
+class VIGILA_EXPORT StoreLock final {
  public:
   // `store` is the file; empty, where a platform keeps its settings elsewhere, and there is no
   // lock. Throws a StartFailure that names it: kInUse when another server holds the lock, kStore

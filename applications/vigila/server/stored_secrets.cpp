@@ -22,14 +22,19 @@ bool MayHoldSecret(const std::string& text) {
   return text.size() >= kShortestSecret;
 }
 
-bool RecordMayHoldSecret(const std::string& key) {
+// What cannot be looked into may hold one.
+bool RecordMayHoldSecret(const std::string& key) try {
   const std::optional<std::string> json = UserSettings::ReadJson(key);
   return json.has_value() && MayHoldSecret(*json);
+} catch (const UserSettings::Malformed&) {
+  return true;
 }
 
-bool HistoryMayHoldSecret(const std::string& key) {
+bool HistoryMayHoldSecret(const std::string& key) try {
   const Texts history = UserSettings::ReadTexts(key);
   return std::any_of(history.begin(), history.end(), MayHoldSecret);
+} catch (const UserSettings::Malformed&) {
+  return true;
 }
 
 // The secret in a record; empty when it is malformed.
@@ -44,10 +49,13 @@ std::string ReadSecret(const std::string& key, std::string Record::*member) {
   }
 }
 
-Texts SecretsUnder(std::string_view prefix, const std::string& key) {
+// None of a record of a wrong type.
+Texts SecretsUnder(std::string_view prefix, const std::string& key) try {
   if (prefix == UserSettings::kHistoryPrefix) return UserSettings::ReadTexts(key);
   if (prefix == UserSettings::kPhrasePrefix) return {ReadSecret(key, &Passphrase::phrase)};
   return {ReadSecret(key, &UserMap::Impl::MyUser::password)};
+} catch (const UserSettings::Malformed&) {
+  return {};
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "tevra/osa/exception.h"
@@ -64,6 +65,7 @@ int UserMap::Impl::Merge(const Impl& change_set) {
   if (plan.administrators == 0 && administrator_count_ != 0) return kLastAdministrator;
   if (!plan.changed) return kOk;
   WritePlan(plan);
+  if (ChangesAdministrators(plan)) UserSettings::Settle();
   AdoptPlan(plan);
   // Contract: negative for success, so that callers tell a change from none.
   return kMerged;
@@ -118,9 +120,21 @@ void UserMap::Impl::PlanGroup(MergePlan& plan, const std::string& name, MyUser& 
   plan.changed = true;
 }
 
+bool UserMap::Impl::IsAdministrator(const std::string& name) const {
+  return GetGroup(name) == ISecurityProvider::kAdministrators;
+}
+
+bool UserMap::Impl::ChangesAdministrators(const MergePlan& plan) const {
+  return std::any_of(plan.users.begin(), plan.users.end(), [this](const auto& entry) {
+    const bool is = entry.second.group == ISecurityProvider::kAdministrators;
+    return entry.second.dirty && is != IsAdministrator(entry.first);
+  });
+}
+
 // All of it or nothing, durable with one flush.
 void UserMap::Impl::WritePlan(const MergePlan& plan) const {
   UserSettings::Transaction transaction;
+  if (plan.administrators != 0) UserSettings::NoteAdministrator();
   for (const auto& [name, stored] : plan.old_passwords) UpdateOldPasswords(name, stored);
   for (const auto& [name, user] : plan.users) {
     if (user.dirty) UserSettings::WriteJson(UserKey(name), user.ToJson());
@@ -170,6 +184,11 @@ int UserMap::Impl::Delete(const Impl& change_set) {
   } catch (...) {
     for (Users::node_type& user : erased) users_.insert(std::move(user));
     throw;
+  }
+  if (std::any_of(erased.begin(), erased.end(), [](const Users::node_type& user) {
+        return !user.empty() && user.mapped().group == ISecurityProvider::kAdministrators;
+      })) {
+    UserSettings::Settle();
   }
   if (administrator_count_ != 0) administrator_count_ -= deleted;
   return kOk;

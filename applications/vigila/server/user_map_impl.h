@@ -154,6 +154,10 @@ class UserMap::Impl final {
   void PlanPassword(MergePlan& plan, const std::string& name, MyUser& user,
                     const tevra::core::SecretText& password, Group group) const;
   static void PlanGroup(MergePlan& plan, const std::string& name, MyUser& user, Group group);
+  bool IsAdministrator(const std::string& name) const;
+  // Which accounts are administrators is settled before the answer: no damage to the store may undo
+  // it and leave the device with others, or with none.
+  bool ChangesAdministrators(const MergePlan& plan) const;
   void WritePlan(const MergePlan& plan) const;
   void AdoptPlan(MergePlan& plan) TEVRA_REQUIRES(mutex_);
 

@@ -6,6 +6,7 @@
 
 #include "krand/core/krand_api_exception.h"
 #include "krand/core/krand_core.h"
+#include "tevra/core/default_sink.h"
 #include "tevra/core/logger.h"
 #include "tevra/osa/exception.h"
 
@@ -21,11 +22,19 @@ struct FreeArray {
 };
 using ArrayPointer = std::unique_ptr<char*, FreeArray>;
 
+// Keys and values may hold any bytes, and the text of an exception goes to callers as UTF-8. The
+// log does the same by itself.
+std::string Printable(const std::string& text) {
+  return tevra::core::DefaultSink::Escape(text);
+}
+
 void Check(krand_core_status status, const char* what, const std::string& key) {
   if (status == KRAND_CORE_OK) return;
-  const krand::core::KrandApiException error(std::string(what) + " " + key, status);
-  tevra::core::Logger::GetLogger("UserMap")->Error("%s", error.what());
-  throw tevra::osa::Exception("%s", error.what());
+  const krand::core::KrandApiException raw(std::string(what) + " " + key, status);
+  tevra::core::Logger::GetLogger("UserMap")->Error("%s", raw.what());
+  const std::string text = Printable(raw.what());
+  if (status == KRAND_CORE_WRONG_TYPE) throw UserSettings::Malformed(text);
+  throw tevra::osa::Exception("%s", text.c_str());
 }
 
 }  // namespace
@@ -61,9 +70,9 @@ std::optional<std::string> UserSettings::ReadJson(const std::string& key) {
 }
 
 void UserSettings::ThrowMalformed(const std::string& key, const std::exception& error) {
-  const tevra::osa::Exception malformed("malformed setting %s: %s", key.c_str(), error.what());
-  tevra::core::Logger::GetLogger("UserMap")->Error("%s", malformed.what());
-  throw malformed;
+  const std::string text = "malformed setting " + key + ": " + error.what();
+  tevra::core::Logger::GetLogger("UserMap")->Error("%s", text.c_str());
+  throw Malformed(Printable(text));
 }
 
 void UserSettings::WriteJson(const std::string& key, const std::string& text) {
@@ -93,6 +102,27 @@ void UserSettings::WriteTexts(const std::string& key, const std::vector<std::str
 
 void UserSettings::Delete(const std::string& key) {
   Check(krand_core_settings_delete_key(key.c_str()), "cannot delete setting", key);
+}
+
+void UserSettings::NoteAdministrator() {
+  Check(krand_core_settings_set_mark(), "cannot write the settings",
+        krand_core_settings_location());
+}
+
+bool UserSettings::HadAdministrator() {
+  const int marked = krand_core_settings_has_mark();
+  if (marked < 0) {
+    Check(KRAND_CORE_IO_ERROR, "cannot read the settings", krand_core_settings_location());
+  }
+  return marked != 0;
+}
+
+void UserSettings::Settle() {
+  try {
+    Check(krand_core_settings_settle(), "cannot settle", krand_core_settings_location());
+  } catch (const tevra::osa::Exception&) {
+    // Logged.
+  }
 }
 
 UserSettings::Transaction::Transaction() {

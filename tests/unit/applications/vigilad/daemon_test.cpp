@@ -30,6 +30,14 @@ class Daemon : public testing::Test {
     const auto texts = log.TextsOf("vigilad");
     return texts.size() == 1 ? texts[0] : "not one line";
   }
+  // Of two, the second of which names the way back.
+  std::string LineBeforeTheHint() const {
+    const auto texts = log.TextsOf("vigilad");
+    if (texts.size() != 2) return "not two lines";
+    EXPECT_EQ(texts[1],
+              "'vigilad --repair' shows what is left of a damaged store and what can be done");
+    return texts[0];
+  }
 
   support::PlatformFixture platform;
   support::CapturingLog log;
@@ -39,16 +47,17 @@ TEST_F(Daemon, SaysThatTheStoreIsUnusable) {
   const std::string file = platform.SettingsDir() + "/vigila.db";
   std::ofstream(file) << std::string(8192, 'j');
   EXPECT_EQ(ServeDefaults(), kStoreUnusable);
-  EXPECT_EQ(OnlyLine(), "Cannot start, the store is unusable: krand_core_settings_init of " + file +
-                            " failed: KRAND_CORE_IO_ERROR");
+  EXPECT_EQ(LineBeforeTheHint(),
+            "Cannot start, the store is unusable: krand_core_settings_init of " + file +
+                " failed: KRAND_CORE_IO_ERROR");
 }
 
 TEST_F(Daemon, SaysThatTheKeyFileIsUnusable) {
   const std::string file = platform.Dir().File("absent/vigila.key");
   platform.Set("Applications/vigila", "key_file", file);
   EXPECT_EQ(ServeDefaults(), kStoreUnusable);
-  EXPECT_NE(OnlyLine().find("Cannot start, the store is unusable: "), std::string::npos);
-  EXPECT_NE(OnlyLine().find(file), std::string::npos);
+  EXPECT_NE(LineBeforeTheHint().find("Cannot start, the store is unusable: "), std::string::npos);
+  EXPECT_NE(LineBeforeTheHint().find(file), std::string::npos);
 }
 
 TEST_F(Daemon, LeavesTheStoreAloneWhenAnotherOneServes) {

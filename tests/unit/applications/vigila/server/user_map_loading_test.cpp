@@ -258,7 +258,7 @@ TEST_F(UserMapLoading, NamesTheMalformedSetting) {
     Store().Size();
     FAIL();
   } catch (const Exception& error) {
-    EXPECT_EQ(0u, std::string(error.what()).find("malformed setting user.bro\nken: "));
+    EXPECT_EQ(0u, std::string(error.what()).find("malformed setting user.bro\\x0aken: "));
   }
   ASSERT_EQ(1u, Errors().size());
 }
