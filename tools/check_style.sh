@@ -35,6 +35,10 @@ grep -rnE '#include "vigila/client/' applications/vigila/server | found 'the ser
 # Nothing sleeps for a guessed time; below, the bus may pause for a peer in the middle of a header.
 grep -rnE '\b(sleep|usleep|nanosleep|sleep_for|sleep_until)\(' --include='*.cpp' --include='*.h' tests applications | found 'sleeping (wait for the event instead)'
 
+# "nobody" is an account here.
+grep -rnE '//.*\b[Nn]obody\b' --include='*.cpp' --include='*.h' applications platform | grep -vE '"nobody|(record|account|user) nobody|nobody.s? (record|account|user|entry|permission)' |
+  found 'the pronoun is "no one"'
+
 # Shell scripts.
 git ls-files -co --exclude-standard | while read -r f; do
   [ -f "$f" ] && head -c 64 "$f" 2>/dev/null | grep -qaE '^#!/bin/(ba)?sh' && echo "$f"

@@ -36,7 +36,7 @@ struct ProgramOptions {
   std::map<std::string, std::string> environment;  // on top of this process's own
   std::optional<Identity> identity;
   bool ignore_file_size_signal = false;  // a write past RLIMIT_FSIZE fails, not kills
-  std::string error_file;  // error output goes here: a pipe that nobody reads would stop a daemon
+  std::string error_file;  // error output goes here: a pipe that no one reads would stop a daemon
   std::chrono::seconds deadline{30};
 };
 
@@ -162,7 +162,7 @@ class Program {
     return merged;
   }
   static void Become(const ProgramOptions& options) {
-    // The tests' own dispositions and masks are nobody else's business.
+    // The tests' own dispositions and masks are no one else's business.
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -64,8 +64,8 @@ class Authenticator final {
         options_(options) {}
 
   Verdict Decide(const AccessQuestion& question);
-  // Adds the user to a session's grant. A session that has ended since is asked to log on again: a
-  // grant to nobody would be taken for one to anybody.
+  // Adds the user to a session's grant. A session that has ended since is asked to log on again:
+  // a grant that names no user would be taken for a grant to all.
   Verdict Name(Verdict verdict);
   // A web-service logon, for a path and the name of the rule that stands for all of its kind.
   Verdict DecideWsse(const std::string& source, const WsseLogon& logon,

@@ -8,7 +8,7 @@
 
 namespace vigila::gateway {
 
-// The counters at /metrics, for an address of their own: they ask nobody for a logon.
+// The counters at /metrics, on a listening address of their own: no logon is asked for.
 class MetricsPage final : public HttpApplication {
  public:
   // Both must outlive the page.

@@ -23,7 +23,7 @@ class Command {
 
   // Throws what the provider throws; the answer is then still the initial one.
   virtual void Execute(tevra::interfaces::ISecurityProvider* provider) = 0;
-  // Deliberate: nobody asks. A logout takes no single answers out of a cache; the server's
+  // Deliberate: no one calls it. A logout takes no single answers out of a cache; the server's
   // announcement takes all.
   virtual bool MatchesToken(const std::string& token) const;
   // A strict weak order over the commands of one class; false between two classes.

@@ -171,7 +171,7 @@ std::optional<bool> VigilaClient::Impl::TryAuthorize(const std::string& token,
 }
 
 bool VigilaClient::Impl::IsAuthenticated(const std::string& token) {
-  // Deliberate: the server calls "NO_TOKEN" authenticated; nobody who asks the client means that.
+  // Deliberate: the server calls "NO_TOKEN" authenticated; no caller of the client means that.
   if (token == contract::kNoToken) return false;
   const auto [authenticated, cached] = Ask(
       is_authenticated_cache_, {token},

@@ -152,7 +152,7 @@ void UserMap::Impl::AdoptPlan(MergePlan& plan) {
     return;
   }
   // Contract: after the write. The store keeps the group that was asked for; while the policy is
-  // enforced nobody gets no more than its own.
+  // enforced "nobody" gets no more than its own.
   if (policy_enforced_) nobody->second.group = ISecurityProvider::kNobody;
   MakeNobodyEntry();
 }

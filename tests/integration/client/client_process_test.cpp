@@ -52,7 +52,7 @@ class AClient : public testing::Test {
     ASSERT_EQ(camera_.device.LaunchAndAwaitReady(), DaemonProcess::Start::kReady);
   }
 
-  support::CapturingLog log_;  // the daemon dies on purpose: nobody need read of it
+  support::CapturingLog log_;  // the daemon dies on purpose: no one need read of it
   support::DeviceWithAccounts camera_;
   std::unique_ptr<VigilaClient> client_;
   std::string token_;

@@ -37,7 +37,7 @@ std::string TimeText(std::time_t time) {
   return std::string(text, std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &utc));
 }
 
-// Sent by nobody before: every one has a nonce of its own.
+// Sent by no one before: every one has a nonce of its own.
 std::string Envelope(const std::string& user, const std::string& password, int seconds_off = 0) {
   static int sent = 0;
   const std::string nonce = "nonce " + std::to_string(++sent);

@@ -87,7 +87,7 @@ class Ledger {
     longest = std::max(longest, at - ended);
   }
 
-  // To be read when nobody writes any more.
+  // To be read when no one writes any more.
   const std::map<std::string, Operation>& Operations() const { return operations_; }
   const std::vector<std::string>& WrongGrants() const { return wrong_grants_; }
   const std::map<std::string, Clock::duration>& LongestStale() const { return longest_stale_; }

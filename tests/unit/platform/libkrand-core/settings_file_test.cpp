@@ -56,7 +56,7 @@ class SettingsFilePreparation : public testing::Test {
     EXPECT_GT(number, 20) << "to make, fill, flush and move a file";
     EXPECT_LT(number, 2000);
   }
-  // In a process of its own: when nobody holds the pipe's other end any more, opens the store and
+  // In a process of its own: when no one holds the pipe's other end any more, opens the store and
   // writes to it.
   [[noreturn]] void WriteWhenTold(const int (&start)[2], const std::string& key) {
     close(start[1]);

@@ -56,7 +56,7 @@ void BrokerClient::Post(const MsgBusMsg& message, Deadline deadline) {
   CheckLength(message);
   const std::string& name = message.GetDestination();
   With(deadline, [&](Lease& lease) {
-    // Nobody would tell that a remembered owner has gone, so ask again.
+    // No one would tell that a remembered owner has gone, so ask again.
     const std::string owner = FindOwner(lease, name, deadline);
     const MessagePtr wire = MessageCodec::EncodeCall(lease->link.bus(), message, owner, false);
     lease.Check(lease->link.SendAndFlush(wire.get(), deadline), name.c_str());

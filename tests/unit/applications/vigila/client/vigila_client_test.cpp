@@ -155,7 +155,7 @@ TEST(VigilaClientAlone, IsNotMadeOnAConfigurationThatCannotBeUsed) {
   EXPECT_THROW(vigila_open(), tevra::osa::Exception);
 }
 
-// Over the real bus, with nobody at the other end.
+// Over the real bus, with no one at the other end.
 TEST(VigilaClientAlone, AnswersAtOnceThatNothingIsGranted) {
   support::CapturingLog log;
   const support::PlatformFixture platform;

@@ -13,7 +13,7 @@
 namespace {
 
 char secret[64];
-std::atomic<size_t> secret_size = 0;  // 0 while nobody watches
+std::atomic<size_t> secret_size = 0;  // 0 while no one watches
 std::atomic<int> found = 0;
 
 [[maybe_unused]] void* Allocate(size_t size) noexcept {

@@ -1,4 +1,4 @@
-// The provider of a device that nobody has set up yet.
+// The provider of a device that no one has set up yet.
 #include <gtest/gtest.h>
 
 #include <string>

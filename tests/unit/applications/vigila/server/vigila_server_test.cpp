@@ -58,7 +58,7 @@ extern "C" int pipe2(int ends[2], int flags) noexcept {
 extern "C" int select(int count, fd_set* read, fd_set* write, fd_set* error, timeval* timeout) {
   const int answer = on_select ? on_select() : -2;
   if (answer >= -1) return answer;
-  if (timeout != nullptr) return -1;  // nobody here waits with one
+  if (timeout != nullptr) return -1;  // no one here waits with one
   return pselect(count, read, write, error, nullptr, nullptr);
 }
 

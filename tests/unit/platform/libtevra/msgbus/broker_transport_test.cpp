@@ -186,7 +186,7 @@ TEST_F(BrokerTransportTest, GoesOnWithABrokerThatWasKilledAndStartedAgain) {
     EXPECT_NE(FailureOf(*client, Request("Echo")), "no failure");
     EXPECT_LT(Clock::now() - asked, std::chrono::seconds(4)) << "a dead broker fails at once";
     ASSERT_TRUE(broker_->Restart());
-    // The server takes its name again and the client hears of it, with nobody's help.
+    // The server takes its name again and the client hears of it, without help.
     ASSERT_TRUE(log.WaitFor(2 + 2 * round));
     EXPECT_EQ(FailureOf(*client, Request("Echo")), "no failure");
     EXPECT_TRUE(server->IsRunning());
