@@ -21,10 +21,24 @@ void RequestScheduler::Add(const std::shared_ptr<Caller>& caller, Class cost,
   ++waiting_[cost];
 }
 
+void RequestScheduler::Remove(Caller& caller, const Request& request) {
+  for (const Class cost : {kCheap, kDear}) {
+    auto& own = caller.waiting_[cost];
+    const auto is_it = [&request](const auto& waiting) { return waiting.get() == &request; };
+    const size_t removed = std::erase_if(own, is_it);
+    waiting_[cost] -= removed;
+    if (removed == 0 || !own.empty()) continue;
+    std::erase_if(turns_[cost], [&caller](const auto& next) { return next.get() == &caller; });
+  }
+}
+
 bool RequestScheduler::RunSome() {
-  if (waiting_[kCheap] > 0) {
-    for (size_t left = waiting_[kCheap]; left > 0; --left) RunNext(kCheap);
-  } else if (waiting_[kDear] > 0) {
+  const size_t cheap = waiting_[kCheap];
+  // One that runs may remove others.
+  for (size_t left = cheap; left > 0 && waiting_[kCheap] > 0; --left) RunNext(kCheap);
+  preferred_ = waiting_[kDear] > 0 ? preferred_ + cheap : 0;
+  if (waiting_[kDear] > 0 && (cheap == 0 || preferred_ >= kPatience)) {
+    preferred_ = 0;
     RunNext(kDear);
   }
   return waiting_[kCheap] + waiting_[kDear] > 0;

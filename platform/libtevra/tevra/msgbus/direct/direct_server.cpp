@@ -79,7 +79,11 @@ DirectServer::DirectServer(const BusConfig& config, DispatchThread& dispatch,
   dispatch_.AfterEvents([this] { return scheduler_.RunSome(); });
 }
 
-DirectServer::~DirectServer() = default;
+// A request that waits and its caller would hold each other, and the connection's descriptor, for
+// ever.
+DirectServer::~DirectServer() {
+  for (const auto& [watch, client] : clients_) Forget(*client);
+}
 
 void DirectServer::Serve(const std::string& name) {
   if (Serves(name)) return;
@@ -274,7 +278,6 @@ bool DirectServer::SendWelcome(Client& client) {
 
 void DirectServer::HandleCall(const ClientPtr& client) {
   client->waiting = client->paused = false;
-  if (client->dropped) return;
   const bool expects_reply = client->ExpectsReply();
   MsgBusMsg request(std::string(client->call.interface), std::string(client->call.member),
                     client->destination);
@@ -328,6 +331,10 @@ void DirectServer::GiveTime(const ClientPtr& client) {
   });
 }
 
+void DirectServer::Forget(const Client& client) {
+  if (client.waiting) scheduler_.Remove(*client.caller, client);
+}
+
 void DirectServer::Drop(const ClientPtr& client, const std::string& reason) {
   if (std::exchange(client->dropped, true)) return;
   if (!reason.empty()) {
@@ -339,6 +346,8 @@ void DirectServer::Drop(const ClientPtr& client, const std::string& reason) {
   shutdown(client->socket.get(), SHUT_RDWR);
   client->socket.Reset();
   if (client->timer != 0) dispatch_.Cancel(client->timer);
+  // What it asked would be held, and counted nowhere, until its turn comes.
+  Forget(*client);
   admission_->Leave(client->credentials);
   clients_.erase(client->watch);
 }

@@ -65,6 +65,7 @@ class DirectServer final {
   void Send(const ClientPtr& client, std::string_view frames);
   void Refresh(const ClientPtr& client);
   void GiveTime(const ClientPtr& client);
+  void Forget(const Client& client);
   void Drop(const ClientPtr& client, const std::string& reason);
 
   const BusConfig& config_;

@@ -90,6 +90,49 @@ TEST_F(RequestSchedulerTest, AnsweringTheNextOneOfACallerDoesNotKeepTheOthersWai
   EXPECT_EQ(log_, "ab.a.a");
 }
 
+TEST_F(RequestSchedulerTest, RunsADearOneAlthoughCheapOnesComeWithoutEnd) {
+  bool has_run = false;
+  size_t before = 0;
+  std::function<void()> again = [&] {
+    if (!has_run) ++before;
+    if (before < 10 * RequestScheduler::kPatience) Cheap(Process(1), 'a', again);
+  };
+  for (int i = 0; i < 10; ++i) Cheap(Process(1), 'a', again);
+  Dear(Process(2), 'X', [&] { has_run = true; });
+  for (size_t i = 0; i < 10 * RequestScheduler::kPatience && !has_run; ++i) scheduler_.RunSome();
+  EXPECT_TRUE(has_run);
+  EXPECT_GE(before, RequestScheduler::kPatience) << "cheap ones still go first";
+  EXPECT_LT(before, RequestScheduler::kPatience + 10);
+}
+
+TEST_F(RequestSchedulerTest, ForgetsARequestWhoseMakerHasGone) {
+  const Caller caller = Process(1);
+  const auto gone = std::make_shared<Noted>(log_, 'X', nullptr);
+  const auto stays = std::make_shared<Noted>(log_, 'Y', nullptr);
+  scheduler_.Add(caller, RequestScheduler::kDear, gone);
+  scheduler_.Add(caller, RequestScheduler::kDear, stays);
+  scheduler_.Remove(*caller, *gone);
+  EXPECT_EQ(gone.use_count(), 1) << "nothing of it is held";
+  RunAll();
+  EXPECT_EQ(log_, "Y");
+  scheduler_.Add(caller, RequestScheduler::kDear, gone);
+  scheduler_.Remove(*caller, *gone);
+  scheduler_.Remove(*caller, *gone);
+  EXPECT_FALSE(scheduler_.RunSome());
+  Dear(caller, 'Z');
+  RunAll();
+  EXPECT_EQ(log_, "YZ");
+}
+
+TEST_F(RequestSchedulerTest, LetsARequestRemoveOthersOfTheSameRound) {
+  const Caller other = Process(2);
+  const auto gone = std::make_shared<Noted>(log_, 'b', nullptr);
+  Cheap(Process(1), 'a', [&] { scheduler_.Remove(*other, *gone); });
+  scheduler_.Add(other, RequestScheduler::kCheap, gone);
+  RunAll();
+  EXPECT_EQ(log_, "a");
+}
+
 TEST_F(RequestSchedulerTest, TakesOneProcessForOneCallerHoweverManyConnectionsItHas) {
   const Caller one = Process(1);
   EXPECT_EQ(Process(1), one);
