@@ -1,7 +1,6 @@
 #include "tevra/msgbus/engine.h"
 
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "tevra/msgbus/broker/broker_transport.h"
@@ -24,15 +23,6 @@ constinit osa::PerProcess<Registry> registry;
 
 }  // namespace
 
-// The end waits for the thread, which cannot wait for itself.
-void Engine::Ending::operator()(Engine* engine) const {
-  if (engine->dispatch().IsCurrent()) {
-    std::thread([engine] { delete engine; }).detach();
-  } else {
-    delete engine;
-  }
-}
-
 std::shared_ptr<Engine> Engine::Shared(const BusConfig& config) {
   Registry& known = registry.Get();
   const std::lock_guard<std::mutex> lock(known.mutex);
@@ -41,7 +31,7 @@ std::shared_ptr<Engine> Engine::Shared(const BusConfig& config) {
     if (entry.config != config) continue;
     if (std::shared_ptr<Engine> engine = entry.engine.lock()) return engine;
   }
-  std::shared_ptr<Engine> engine(new Engine(config, nullptr), Ending());
+  auto engine = std::make_shared<Engine>(config, nullptr);
   known.entries.push_back({config, engine});
   return engine;
 }

@@ -20,11 +20,6 @@ namespace tevra::msgbus {
 // thread is started by the first who listens or serves; a call needs none. Any thread.
 class Engine final {
  public:
-  // Ends an engine, also one whose own thread is running the caller.
-  struct Ending {
-    void operator()(Engine* engine) const;
-  };
-
   // The one that all buses of this process share which have this configuration and serve nothing.
   // It ends with the last of them.
   static std::shared_ptr<Engine> Shared(const BusConfig& config);
@@ -32,6 +27,7 @@ class Engine final {
   // `requests` answers the calls of destinations that are served here; null when none will be. It
   // must outlive the engine.
   Engine(const BusConfig& config, RequestDispatcher* requests);
+  // Waits for the loop's thread, so not on it.
   ~Engine();
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -45,13 +46,13 @@ class MsgBus::Impl {
     Engine* const engine = engine_;
     return engine != nullptr && engine->dispatch().IsCurrent();
   }
-  // For a bus that is destroyed by a handler: no handler runs any more, and what the running one
-  // returns to stays until it has returned.
-  static void DestroyLater(std::unique_ptr<Impl> impl) {
-    Engine& engine = impl->engine();
+  // For a bus that is destroyed by a handler: no handler runs any more. The rest waits, on a thread
+  // of its own, until the running one has returned to what it came from, and for the end of the
+  // engine's thread if this was its last bus.
+  static void DestroyElsewhere(std::unique_ptr<Impl> impl) {
     impl->handlers_.Clear();
-    engine.Unsubscribe(impl->dispatcher_);
-    engine.dispatch().Post([held = std::shared_ptr<Impl>(std::move(impl))] {});
+    impl->engine().Unsubscribe(impl->dispatcher_);
+    std::thread([held = std::move(impl)] {}).detach();
   }
   HandlerTable& handlers() { return handlers_; }
   RequestDispatcher& dispatcher() { return dispatcher_; }
@@ -65,7 +66,7 @@ class MsgBus::Impl {
     const std::lock_guard<std::mutex> lock(engine_mutex_);
     if (!own_) {
       if (shared_) shared_->Unsubscribe(dispatcher_);
-      own_.reset(new Engine(config_, &dispatcher_));
+      own_ = std::make_unique<Engine>(config_, &dispatcher_);
       for (const std::string& name : CopyRegistrations().watched) {
         dispatcher_.watches().SetEstablished(name, false);
         own_->Subscribe(dispatcher_, name);
@@ -122,7 +123,7 @@ class MsgBus::Impl {
   std::mutex engine_mutex_;
   // Guarded by engine_mutex_; each made once, and kept for the calls that are under way.
   std::shared_ptr<Engine> shared_;
-  std::unique_ptr<Engine, Engine::Ending> own_;
+  std::unique_ptr<Engine> own_;
   // The one in use; null until there is need of one.
   std::atomic<Engine*> engine_{nullptr};
   std::atomic<bool> has_own_engine_{false};
@@ -141,7 +142,7 @@ MsgBus::~MsgBus() {
   if (impl_->IsInherited()) {
     static_cast<void>(impl_.release());
   } else if (impl_->RunsTheCaller()) {
-    Impl::DestroyLater(std::move(impl_));
+    Impl::DestroyElsewhere(std::move(impl_));
   }
 }
 

@@ -15,6 +15,7 @@
 
 #include "support/event_log.h"
 #include "support/function_handler.h"
+#include "support/raw_socket.h"
 #include "transport_fixture.h"
 
 namespace tevra::msgbus {
@@ -185,6 +186,44 @@ TEST_F(SharedEngine, LetsAHandlerDestroyABusThatServes) {
   EXPECT_NE(FailureOf(*NewBus(), MsgBusMsg(kInterface, "End", "tevra.Other")), "no failure");
   EXPECT_TRUE(Comes([&] { return Threads() == threads; }));
   EXPECT_FALSE(NewBus()->HasServer("tevra.Other"));
+}
+
+TEST_F(SharedEngine, LeavesNothingOfABusThatAHandlerDestroysWhileAnotherCallWaits) {
+  class Destroying final : public IMessageHandler {
+   public:
+    explicit Destroying(std::unique_ptr<MsgBus>& bus) : bus_(bus) {}
+    void HandleMessage(IMsgBus&, MsgBusMsg&) override { bus_.reset(); }
+    bool IsDear() const override { return true; }
+
+   private:
+    std::unique_ptr<MsgBus>& bus_;
+  };
+  const auto threads = Threads();
+  std::unique_ptr<MsgBus> bus = NewBus();
+  std::promise<void> entered;
+  std::promise<void> leave;
+  FunctionHandler wait([&](IMsgBus&, MsgBusMsg&) {
+    entered.set_value();
+    leave.get_future().wait();
+  });
+  Destroying destroying(bus);
+  bus->RegisterMessageHandler("Wait", kInterface, &wait);
+  bus->RegisterMessageHandler("End", kInterface, &destroying);
+  bus->StartServer("tevra.Other");
+  const std::string path = platform_.RuntimeDir() + "/tevra.Other";
+  support::RawSocket first = support::RawSocket::ConnectTo(path);
+  first.Write(support::RawHello() + support::RawCall(kInterface, "Wait"));
+  entered.get_future().wait();
+  // Dear ones run in turn, so that one waits when the other ends the bus.
+  support::RawSocket second = support::RawSocket::ConnectTo(path);
+  support::RawSocket third = support::RawSocket::ConnectTo(path);
+  for (auto* const client : {&second, &third}) {
+    client->Write(support::RawHello() + support::RawCall(kInterface, "End"));
+  }
+  leave.set_value();
+  EXPECT_TRUE(second.PeerCloses());
+  EXPECT_TRUE(third.PeerCloses());
+  EXPECT_TRUE(Comes([&] { return Threads() == threads; }));
 }
 
 TEST_F(SharedEngine, IsLeftByABusThatBeginsToServeAndGoesOnListening) {
