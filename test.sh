@@ -3,8 +3,8 @@
 #   ./test.sh           installs what is missing; style, process and package tests, every test under
 #                       the sanitizers
 #   ./test.sh --quick   the inner loop: dev build, unit and conformance tests
-# The soak test runs in a short form; a minute of it, after ./test.sh:
-#   VIGILA_SOAK_SECONDS=60 ctest --test-dir build/dev -L soak --verbose
+# The soak test runs in a short form; ten minutes of it, after ./test.sh:
+#   VIGILA_SOAK_SECONDS=600 ctest --test-dir build/dev -L soak --verbose
 set -euo pipefail
 cd "$(dirname "$0")"
 

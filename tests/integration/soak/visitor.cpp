@@ -54,27 +54,32 @@ bool Holds(const std::vector<std::string>& list, const char* text) {
 
 }  // namespace
 
-Visitor::Visitor(int number, const VigilaClient& client, const Lives& lives, Ledger& ledger)
+Visitor::Visitor(int number, const VigilaClient& client, const OtherProcess<Revoker>& revoker,
+                 const Lives& lives, Ledger& ledger)
     : client_(client),
+      revoker_(revoker),
       lives_(lives),
       ledger_(ledger),
+      number_(number),
       viewer_("view" + std::to_string(number)),
-      guest_("guest" + std::to_string(number)) {}
+      guest_("guest" + std::to_string(number)),
+      brief_("brief" + std::to_string(number)) {}
 
 void Visitor::Round() {
   LogOn();
   AskWhatViewersMay();
-  AskWhatNobodyMay();
+  AskWhatNoOneMay();
   AskWithDeadTokens();
   EndSessions();
+  HaveGrantsTakenBack();
 }
 
 void Visitor::LogOn() {
   const Moment now = lives_.Now();
-  if (logged_on_.is_up && now.life != logged_on_.life) {
+  if (logged_on_.life != 0 && now.life != logged_on_.life) {
     // Whatever the old daemon granted must be forgotten when the new one is ready.
-    Bury(token_, "the daemon died", now.since, Clock::duration::zero());
-    logged_on_.is_up = false;
+    Bury(token_, "the daemon died");
+    logged_on_ = Moment();
   }
   std::string token;
   Ask("Authenticate", [&] {
@@ -82,7 +87,7 @@ void Visitor::LogOn() {
            IsSession(token);
   });
   const Moment after = lives_.Now();
-  if (now.is_up && after.is_up && now.life == after.life && IsSession(token)) {
+  if (now.IsCalmUntil(after) && IsSession(token)) {
     token_ = token;
     logged_on_ = after;
   }
@@ -106,7 +111,7 @@ void Visitor::AskWhatViewersMay() {
   Ask("GetNonce", [&] { return client_.GetNonce().size() == 32; });
 }
 
-void Visitor::AskWhatNobodyMay() {
+void Visitor::AskWhatNoOneMay() {
   std::string token;
   client_.Authenticate("victim", "wrong", "cache", token);
   MustNotBe("a wrong password", IsSession(token));
@@ -115,35 +120,31 @@ void Visitor::AskWhatNobodyMay() {
   MustNotBe("a wrong digest", LogOnWithDigest("wrong"));
   MustNotBe("an administrator's path to a viewer", client_.Authorize(token_, kAdminsPath));
   MustNotBe("the list of it", Holds(client_.GetAllowedPaths(token_), kAdminsPath));
-  for (const char* nobody : {"NO_TOKEN", "00000000", ""}) {
-    MustNotBe("a viewer's path to nobody", client_.Authorize(nobody, kViewersPath));
-    MustNotBe("a session to nobody", client_.IsAuthenticated(nobody));
-    MustNotBe("a name to nobody", !client_.GetCredentials(nobody).empty());
+  for (const char* invalid : {"NO_TOKEN", "00000000", ""}) {
+    MustNotBe("a viewer's path to no one", client_.Authorize(invalid, kViewersPath));
+    MustNotBe("a session to no one", client_.IsAuthenticated(invalid));
+    MustNotBe("a name to no one", !client_.GetCredentials(invalid).empty());
   }
 }
 
 void Visitor::AskWithDeadTokens() {
   for (const DeadToken& dead : dead_) {
     for (const bool authorize : {true, false}) {
-      const Clock::time_point at = Clock::now();
       const bool granted = authorize ? client_.Authorize(dead.token, kViewersPath)
                                      : client_.IsAuthenticated(dead.token);
-      if (!granted) continue;
-      ledger_.NoteStaleGrant(dead.why, dead.ended, at);
-      MustNotBe(dead.why.c_str(), at >= dead.wrong_from);
+      MustNotBe(dead.why.c_str(), granted);
     }
   }
   // The daemon of the session may be dead already; until the next one is ready that is no fault.
   const Moment now = lives_.Now();
-  if (now.is_up || !logged_on_.is_up || now.life != logged_on_.life) return;
-  if (client_.Authorize(token_, kViewersPath)) {
-    ledger_.NoteStaleGrant("the daemon died", now.since, now.at);
-  }
+  if (now.condition != Condition::kDead || now.life != logged_on_.life) return;
+  if (client_.Authorize(token_, kViewersPath)) ledger_.NoteStaleGrant(now.since, now.at);
 }
 
 void Visitor::EndSessions() {
   for (const bool logout : {true, false}) {
     const char* operation = logout ? "Logout" : "Invalidate";
+    const Moment before = lives_.Now();
     std::string token;
     Ask(operation, [&] {
       if (!LogOnWithWsse(guest_, DeviceWithAccounts::PasswordOf(guest_), token)) return false;
@@ -154,11 +155,40 @@ void Visitor::EndSessions() {
         client_.Invalidate(guest_);
       }
       const bool ended = client_.GetCredentials(token).empty();
-      if (ended) Bury(token, operation, Clock::now(), Ledger::kGrace);
+      // Elsewhere than in calm, a call that failed looks like an ended session.
+      if (ended && (logout || Ledger::IsOwed(before, lives_.Now()))) Bury(token, operation);
       return ended;
     });
     AskWithDeadTokens();
   }
+}
+
+void Visitor::HaveGrantsTakenBack() {
+  HaveTakenBack("invalidate", guest_, kViewersPath);
+  HaveTakenBack("logout", guest_, kViewersPath);
+  Tell("add", brief_);
+  HaveTakenBack("delete", brief_, kViewersPath);
+  if (number_ != 0) return;  // there is one rule
+  Tell("open", "rule");
+  HaveTakenBack("close", guest_, Revoker::kClosablePath);
+}
+
+void Visitor::HaveTakenBack(const std::string& verb, const std::string& name, const char* path) {
+  const std::string password = DeviceWithAccounts::PasswordOf(name);
+  std::string token;
+  if (!client_.Authenticate(name, password, "cache", token)) return;
+  // Asked for twice, the grant is in memory.
+  if (!client_.Authorize(token, path) || !client_.Authorize(token, path)) return;
+  if (!Tell(verb, verb == "logout" ? token : name)) return;
+  ledger_.NoteRevocation(verb, lives_.Now().condition);
+  const std::string why = "a grant that '" + verb + "' had ended";
+  MustNotBe(why.c_str(), client_.Authorize(token, path));
+  if (verb == "close") return;
+  MustNotBe(why.c_str(), client_.IsAuthenticated(token));
+  Bury(token, why);
+  if (verb != "delete") return;
+  MustNotBe("a logon to a deleted account",
+            client_.Authenticate(name, password, "cache", token) && IsSession(token));
 }
 
 void Visitor::Ask(const char* operation, const std::function<bool()>& is_right) {
@@ -170,7 +200,7 @@ void Visitor::Ask(const char* operation, const std::function<bool()>& is_right) 
 void Visitor::AskInSession(const char* operation, const std::function<bool()>& is_right) {
   const Moment before = lives_.Now();
   const bool right = is_right();
-  if (!logged_on_.is_up || before.life != logged_on_.life) return;
+  if (logged_on_.life == 0 || before.life != logged_on_.life) return;
   ledger_.Note(operation, before, lives_.Now(), right);
 }
 
@@ -178,10 +208,13 @@ void Visitor::MustNotBe(const char* what, bool granted) {
   if (granted) ledger_.NoteWrongGrant(what);
 }
 
-void Visitor::Bury(const std::string& token, const std::string& why, Clock::time_point ended,
-                   Clock::duration grace) {
-  dead_.push_back({token, why, ended, ended + grace});
+void Visitor::Bury(const std::string& token, const std::string& why) {
+  dead_.push_back({token, why});
   if (dead_.size() > kDeadTokens) dead_.pop_front();
+}
+
+bool Visitor::Tell(const std::string& verb, const std::string& whom) const {
+  return revoker_.Ask(verb + ' ' + whom) == Revoker::kDone;
 }
 
 bool Visitor::LogOnWithDigest(const std::string& password) {
