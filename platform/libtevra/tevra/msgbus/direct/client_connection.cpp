@@ -10,6 +10,7 @@
 
 #include "tevra/msgbus/direct/destination_socket.h"
 #include "tevra/msgbus/direct/peer_credentials.h"
+#include "tevra/msgbus/wire/frame_writer.h"
 #include "tevra/msgbus/wire/handshake.h"
 
 namespace tevra::msgbus {
@@ -92,6 +93,7 @@ Outcome ClientConnection::Call(const MsgBusMsg& message, Deadline deadline,
     } else {
       continue;
     }
+    reader_.Wipe();
     (*answer)->SetSerial(serial);
     (*answer)->SetInstance(instance_);
     return Outcome::kDone;
@@ -111,7 +113,7 @@ Outcome ClientConnection::Post(const MsgBusMsg& message, Deadline deadline) {
 Outcome ClientConnection::Send(const wire::Frame& frame,
                                const std::vector<MsgBusMsg::Value>& values, Deadline deadline) {
   if (!socket_.IsIntact()) return Outcome::kNotSent;
-  output_.clear();
+  const wire::ScopedFrameWipe wipe(&output_);
   wire::AppendFrame(&output_, frame, values);
   for (size_t sent = 0; sent < output_.size();) {
     if (!SetTimeout(deadline)) return Outcome::kTimedOut;

@@ -284,12 +284,14 @@ void DirectServer::HandleCall(const ClientPtr& client) {
   request.SetSender(client->credentials);
   request.SetSerial(client->call.serial);
   const bool is_well_formed = wire::ReadValues(client->call.values, &request);
+  client->reader.Wipe();
   const MsgBusMsg answer =
       is_well_formed ? dispatcher_.Answer(request, expects_reply)
                      : MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
   if (client->dropped) return;
   if (expects_reply) {
     output_.clear();
+    const wire::ScopedFrameWipe wipe(&output_);
     if (answer.IsError()) {
       wire::AppendFrame(&output_,
                         {wire::Kind::kError, 0, answer.ReplySerial(), {}, answer.ErrorName(), {}},

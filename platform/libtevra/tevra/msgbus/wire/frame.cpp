@@ -5,6 +5,9 @@
 namespace tevra::msgbus::wire {
 namespace {
 
+// A value of two bytes on the wire takes twenty times that in memory. No message has a dozen.
+constexpr size_t kMaxValues = 64;
+
 constexpr char kBoolean = 'b';
 constexpr char kSigned = 'i';
 constexpr char kUnsigned = 'u';
@@ -109,6 +112,20 @@ void AppendText(std::string* out, std::string_view text) {
   out->append(text);
 }
 
+// What a value takes at the most.
+struct Sizer {
+  size_t operator()(const std::string& value) const { return 1 + kLengthBytes + value.size(); }
+  size_t operator()(const std::vector<std::string>& value) const {
+    size_t size = 1 + kLengthBytes;
+    for (const std::string& entry : value) size += kLengthBytes + entry.size();
+    return size;
+  }
+  template <typename Number>
+  size_t operator()(Number) const {
+    return 1 + kLengthBytes;
+  }
+};
+
 struct Appender {
   std::string* out;
 
@@ -159,7 +176,7 @@ std::optional<Frame> ParseBody(std::string_view body) {
 bool ReadValues(std::string_view values, MsgBusMsg* message) {
   Parser parser(values);
   while (!parser.AtEnd()) {
-    if (!parser.Value(message)) return false;
+    if (message->Body().size() == kMaxValues || !parser.Value(message)) return false;
   }
   return true;
 }
@@ -167,6 +184,10 @@ bool ReadValues(std::string_view values, MsgBusMsg* message) {
 void AppendFrame(std::string* out, const Frame& frame,
                  const std::vector<MsgBusMsg::Value>& values) {
   const size_t start = out->size();
+  // At once: a buffer that grows leaves parts of a message behind where it was.
+  size_t size = start + 4 * kLengthBytes + 2 + frame.interface.size() + frame.member.size();
+  for (const MsgBusMsg::Value& value : values) size += std::visit(Sizer(), value);
+  out->reserve(size);
   AppendNumber(out, 0);
   *out += static_cast<char>(frame.kind);
   *out += static_cast<char>(frame.flags);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "tevra/msgbus/wire/frame.h"
 
@@ -14,18 +15,17 @@ constexpr size_t kUsualBytes = 4096;
 }  // namespace
 
 std::span<char> FrameReader::Space() {
-  if (begin_ == end_) {
-    begin_ = end_ = 0;
-    // An idle connection does not hold on to the memory of a large message.
-    if (buffer_.size() != kUsualBytes) std::vector<char>(kUsualBytes).swap(buffer_);
-  } else if (begin_ > 0) {
-    memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
+  if (begin_ > 0) {
+    const size_t left = end_ - begin_;
+    memmove(buffer_.data(), buffer_.data() + begin_, left);
+    Overwrite(left, end_);
+    given_ = begin_ = 0;
+    end_ = left;
   }
+  if (end_ == 0 && buffer_.size() != kUsualBytes) MoveTo(kUsualBytes);
   if (end_ == buffer_.size()) {
     const size_t limit = std::max(max_body_bytes_ + kLengthBytes, kUsualBytes);
-    buffer_.resize(std::max(std::min(buffer_.size() * 2, limit), end_ + 1));
+    MoveTo(std::max(std::min(buffer_.size() * 2, limit), end_ + 1));
   }
   return {buffer_.data() + end_, buffer_.size() - end_};
 }
@@ -36,8 +36,28 @@ FrameReader::State FrameReader::Next(std::string_view* body) {
   if (length > max_body_bytes_) return State::kTooLong;
   if (end_ - begin_ - kLengthBytes < length) return State::kNeedsMore;
   *body = {buffer_.data() + begin_ + kLengthBytes, length};
+  given_ = begin_;
   begin_ += kLengthBytes + length;
   return State::kFrame;
+}
+
+void FrameReader::Wipe() {
+  Overwrite(given_, begin_);
+  given_ = begin_;
+  if (begin_ < end_ || buffer_.size() <= kUsualBytes) return;
+  given_ = begin_ = end_ = 0;
+  MoveTo(0);
+}
+
+void FrameReader::Overwrite(size_t begin, size_t end) {
+  if (begin < end) explicit_bzero(buffer_.data() + begin, end - begin);
+}
+
+void FrameReader::MoveTo(size_t size) {
+  std::vector<char> buffer(size);
+  if (end_ > 0) memcpy(buffer.data(), buffer_.data(), end_);
+  Overwrite(0, end_);
+  buffer_ = std::move(buffer);
 }
 
 }  // namespace tevra::msgbus::wire

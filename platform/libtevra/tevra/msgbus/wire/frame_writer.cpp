@@ -4,8 +4,13 @@
 
 #include <cerrno>
 
+#include "tevra/core/secret_text.h"
+
 namespace tevra::msgbus::wire {
 namespace {
+
+// Nearly every message fits.
+constexpr size_t kUsualBytes = 4096;
 
 // Bytes sent, none while the peer takes none; -1 on a dead connection.
 ssize_t SendSome(int socket, std::string_view bytes) {
@@ -18,6 +23,10 @@ ssize_t SendSome(int socket, std::string_view bytes) {
 }
 
 }  // namespace
+
+FrameWriter::~FrameWriter() {
+  core::Wipe(pending_);
+}
 
 bool FrameWriter::Send(int socket, std::string_view frames) {
   if (PendingBytes() == 0) {
@@ -36,6 +45,7 @@ bool FrameWriter::Flush(int socket) {
   sent_ += static_cast<size_t>(count);
   // Once all is sent the memory is given back; until then only what lies far behind is.
   if (sent_ == pending_.size()) {
+    core::Wipe(pending_);
     std::string().swap(pending_);
     sent_ = 0;
   } else if (sent_ > pending_.size() / 2) {
@@ -43,6 +53,11 @@ bool FrameWriter::Flush(int socket) {
     sent_ = 0;
   }
   return true;
+}
+
+ScopedFrameWipe::~ScopedFrameWipe() {
+  core::Wipe(*frames_);
+  if (frames_->capacity() > kUsualBytes) std::string().swap(*frames_);
 }
 
 }  // namespace tevra::msgbus::wire

@@ -11,6 +11,11 @@ namespace tevra::msgbus::wire {
 // kept and goes first. Not synchronised. Each operation answers false when the connection is dead.
 class FrameWriter final {
  public:
+  FrameWriter() = default;
+  ~FrameWriter();
+  FrameWriter(const FrameWriter&) = delete;
+  FrameWriter& operator=(const FrameWriter&) = delete;
+
   bool Send(int socket, std::string_view frames);
   bool Flush(int socket);
   size_t PendingBytes() const { return pending_.size() - sent_; }
@@ -18,6 +23,19 @@ class FrameWriter final {
  private:
   std::string pending_;
   size_t sent_ = 0;  // of pending_
+};
+
+// Empties a buffer of frames at the end of a scope, for a buffer that goes on being used:
+// overwrites it, for messages carry passwords and tokens, and gives the memory of a large one back.
+class ScopedFrameWipe final {
+ public:
+  explicit ScopedFrameWipe(std::string* frames) : frames_(frames) {}
+  ~ScopedFrameWipe();
+  ScopedFrameWipe(const ScopedFrameWipe&) = delete;
+  ScopedFrameWipe& operator=(const ScopedFrameWipe&) = delete;
+
+ private:
+  std::string* const frames_;
 };
 
 }  // namespace tevra::msgbus::wire

@@ -72,9 +72,7 @@ TEST(FrameReader, TakesNoMemoryForWhatHasOnlyBeenAnnounced) {
   EXPECT_LE(reader.Space().size(), 4096u);
 }
 
-TEST(FrameReader, GivesTheMemoryOfALargeFrameBack) {
-  FrameReader reader(kMaxBody);
-  std::string stream = FrameOf("m", 90000);
+void Feed(FrameReader& reader, const std::string& stream) {
   for (size_t at = 0; at < stream.size();) {
     const std::span<char> space = reader.Space();
     const size_t count = std::min(space.size(), stream.size() - at);
@@ -82,9 +80,45 @@ TEST(FrameReader, GivesTheMemoryOfALargeFrameBack) {
     reader.Took(count);
     at += count;
   }
+}
+
+TEST(FrameReader, GivesTheMemoryOfALargeFrameBackAsSoonAsItWasUsed) {
+  FrameReader reader(kMaxBody);
+  Feed(reader, FrameOf("m", 90000));
   std::string_view body;
   EXPECT_EQ(reader.Next(&body), FrameReader::State::kFrame);
+  EXPECT_GT(reader.HeldBytes(), 90000u);
+  reader.Wipe();
+  EXPECT_LE(reader.HeldBytes(), 4096u);
+  EXPECT_EQ(reader.Next(&body), FrameReader::State::kNeedsMore);
   EXPECT_EQ(reader.Space().size(), 4096u);
+}
+
+TEST(FrameReader, OverwritesAFrameThatWasUsedAndNothingOfTheNextOne) {
+  FrameReader reader(kMaxBody);
+  Feed(reader, FrameOf("first", 100) + FrameOf("second", 100));
+  std::string_view first;
+  ASSERT_EQ(reader.Next(&first), FrameReader::State::kFrame);
+  reader.Wipe();
+  EXPECT_EQ(std::count(first.begin(), first.end(), '\0'),
+            static_cast<std::ptrdiff_t>(first.size()));
+  std::string_view second;
+  ASSERT_EQ(reader.Next(&second), FrameReader::State::kFrame);
+  EXPECT_EQ(second, FrameOf("second", 100).substr(kLengthBytes));
+}
+
+TEST(FrameReader, LeavesNothingOfAFrameBehindTheOneThatMovesToTheFront) {
+  FrameReader reader(kMaxBody);
+  const std::string second = FrameOf("second", 100);
+  Feed(reader, FrameOf("first", 100) + second.substr(0, 50));
+  std::string_view body;
+  ASSERT_EQ(reader.Next(&body), FrameReader::State::kFrame);
+  const std::span<char> space = reader.Space();
+  EXPECT_EQ(std::count(space.begin(), space.end(), '\0'),
+            static_cast<std::ptrdiff_t>(space.size()));
+  Feed(reader, second.substr(50));
+  ASSERT_EQ(reader.Next(&body), FrameReader::State::kFrame);
+  EXPECT_EQ(body, second.substr(kLengthBytes));
 }
 
 }  // namespace

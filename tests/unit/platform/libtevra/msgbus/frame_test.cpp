@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tevra/msgbus/bus_error.h"
@@ -106,6 +107,15 @@ TEST(FrameValues, WithACountThatLiesTakeNoMemory) {
   EXPECT_FALSE(good);
   ValuesIn("s\xff\xff\xff\xff", &good);
   EXPECT_FALSE(good);
+}
+
+TEST(FrameValues, AreMalformedWhenThereAreMoreThanAnyMessageHas) {
+  for (const auto& [count, is_good] : {std::pair{64, true}, std::pair{65, false}}) {
+    std::string values;
+    for (int i = 0; i < count; ++i) values += std::string("b\1", 2);
+    MsgBusMsg message("i", "m", "d");
+    EXPECT_EQ(ReadValues(values, &message), is_good) << count;
+  }
 }
 
 TEST(Handshake, TellsInstanceAndDescriptor) {

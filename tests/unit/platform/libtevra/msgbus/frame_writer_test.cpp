@@ -59,5 +59,17 @@ TEST_F(FrameWriterTest, TellsThatThePeerHasGone) {
   EXPECT_FALSE(FrameWriter().Send(near_.get(), "x"));
 }
 
+TEST(ScopedFrameWipe, OverwritesWhatWasSentAndGivesTheMemoryOfALargeMessageBack) {
+  std::string frames(100, 'x');
+  const char* const data = frames.data();
+  { const ScopedFrameWipe wipe(&frames); }
+  EXPECT_TRUE(frames.empty());
+  ASSERT_EQ(frames.data(), data) << "kept for the next message";
+  EXPECT_EQ(std::string(data, 100), std::string(100, '\0'));
+  frames.assign(100000, 'x');
+  { const ScopedFrameWipe wipe(&frames); }
+  EXPECT_LT(frames.capacity(), 100u);
+}
+
 }  // namespace
 }  // namespace tevra::msgbus::wire
