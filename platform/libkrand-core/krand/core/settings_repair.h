@@ -10,7 +10,7 @@
 
 namespace krand::core {
 
-// What can be done about a domain's store that settings_init refuses. Nobody may have it open.
+// What can be done about a domain's store that settings_init refuses. No one may have it open.
 // Throws SettingsFailure that names the file.
 class SettingsRepair final {
  public:
