@@ -8,8 +8,8 @@ policy=$source_dir/packaging/dbus/tevra.SecurityProvider.conf
 # "role operation", as the daemon checks it.
 served() {
   tr '\n' ' ' <"$source_dir/platform/libtevra/tevra/interfaces/security_provider_server.cpp" |
-    grep -oE 'Serve<&ISecurityProvider::[A-Za-z]+>\( *"[A-Za-z]+", *CallerRoles::k[A-Za-z]+\)' |
-    sed -E 's/.*"([A-Za-z]+)", *CallerRoles::kService.*/service \1/; s/.*"([A-Za-z]+)", *CallerRoles::kAdmin.*/admin \1/'
+    grep -oE 'Serve<&ISecurityProvider::[A-Za-z]+>\( *"[A-Za-z]+", *Audience::k[A-Za-z]+' |
+    sed -E 's/.*"([A-Za-z]+)", *Audience::kService.*/service \1/; s/.*"([A-Za-z]+)", *Audience::kAdmin.*/admin \1/'
   echo 'service getAccessRule'
   echo 'admin setAccessRule'
 }

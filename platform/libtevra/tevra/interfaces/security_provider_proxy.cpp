@@ -4,12 +4,10 @@
 #include <vector>
 
 #include "tevra/core/logger.h"
-#include "tevra/interfaces/access_denied.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/interfaces/operation_proxy.h"
 #include "tevra/interfaces/revocation_page.h"
-#include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/i_msg_bus.h"
-#include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
 namespace {
@@ -18,20 +16,6 @@ using msgbus::MsgBusMsg;
 
 constexpr size_t kMaxTokenBytes = 8;
 constexpr size_t kMaxNonceBytes = 32;
-constexpr int kConfiguredDeadline = -1;
-
-[[noreturn]] void ThrowMalformed(const char* operation, const std::string& reason) {
-  throw osa::Exception("malformed reply to %s: %s", operation, reason.c_str());
-}
-
-[[noreturn]] void ThrowError(const MsgBusMsg& reply) {
-  const std::string& text = reply.ErrorText().empty() ? reply.ErrorName() : reply.ErrorText();
-  if (reply.ErrorName() == msgbus::BusError::kAccessDenied) throw AccessDenied(text.c_str());
-  if (reply.ErrorName() == msgbus::BusError::kNotSupported) {
-    throw osa::Exception(osa::Exception::kUnimplemented);
-  }
-  throw osa::Exception("%s", text.c_str());
-}
 
 class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IMessageHandler {
  public:
@@ -107,27 +91,23 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
   void Unregister();
   void FollowPage();
 
-  // The checked answer of one operation; `signature` is the body it must have.
+  // As OperationProxy's.
   template <typename... Arguments>
   std::unique_ptr<MsgBusMsg> Exchange(const char* operation, const char* signature,
                                       const Arguments&... arguments) const {
-    MsgBusMsg request(kInterface, operation, kDestination);
-    (request.Append(arguments), ...);
-    return Send(operation, signature, request);
+    return proxy_.Exchange(operation, signature, arguments...);
   }
-  std::unique_ptr<MsgBusMsg> Send(const char* operation, const char* signature,
-                                  MsgBusMsg& request) const;
-
   template <typename Result, typename... Arguments>
   Result Call(const char* operation, const Arguments&... arguments) const {
-    return std::get<Result>(Exchange(operation, kSignatureOf<Result>, arguments...)->Body()[0]);
+    return proxy_.Call<Result>(operation, arguments...);
   }
   // A text that cannot be longer than `maximum`: callers copy it into buffers of that size.
   template <typename... Arguments>
   std::string Short(const char* operation, size_t maximum, const Arguments&... arguments) const {
     std::string text = Call<std::string>(operation, arguments...);
     if (text.size() > maximum) {
-      ThrowMalformed(operation, "a text of " + std::to_string(text.size()) + " bytes");
+      OperationProxy::ThrowMalformed(operation,
+                                     "a text of " + std::to_string(text.size()) + " bytes");
     }
     return text;
   }
@@ -136,28 +116,22 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
     return Short(operation, kMaxTokenBytes, arguments...);
   }
 
-  template <typename Result>
-  static constexpr const char* kSignatureOf = nullptr;
-
   msgbus::IMsgBus* const bus_;
   const bool listens_;
   core::Logger* const logger_;
+  const OperationProxy proxy_;
   // On the bus's thread only: what stands for the server's page where none is handed out, the count
   // of notifications.
   std::shared_ptr<RevocationPage> heard_;
 };
 
-template <>
-constexpr const char* SecurityProviderProxy::kSignatureOf<bool> = "b";
-template <>
-constexpr const char* SecurityProviderProxy::kSignatureOf<int> = "i";
-template <>
-constexpr const char* SecurityProviderProxy::kSignatureOf<std::string> = "s";
-template <>
-constexpr const char* SecurityProviderProxy::kSignatureOf<std::vector<std::string>> = "l";
-
 SecurityProviderProxy::SecurityProviderProxy(msgbus::IMsgBus* bus, bool listens)
-    : bus_(bus), listens_(listens), logger_(core::Logger::GetLogger("SecurityProviderProxy")) {
+    : bus_(bus),
+      listens_(listens),
+      logger_(core::Logger::GetLogger("SecurityProviderProxy")),
+      proxy_(bus, kInterface, kDestination, [this](const MsgBusMsg& answer) {
+        if (answer.Instance() != 0) NoteAnswerOf(answer.Instance());
+      }) {
   // Of a server that is not watched no answer can be kept.
   if (bus_->HasPeers()) SetRevocationPage(nullptr);
   if (!listens_) return;
@@ -223,19 +197,6 @@ void SecurityProviderProxy::FollowPage() {
   if (page && page->Instance() != shared.instance) page.reset();
   if (!page) logger_->Information("No revocation page: no answer is kept");
   SetRevocationPage(std::move(page));
-}
-
-std::unique_ptr<MsgBusMsg> SecurityProviderProxy::Send(const char* operation, const char* signature,
-                                                       MsgBusMsg& request) const {
-  std::unique_ptr<MsgBusMsg> reply;
-  bus_->SendMsgWaitForReply(request, reply, kConfiguredDeadline);
-  if (!reply) ThrowMalformed(operation, "none");
-  if (reply->Instance() != 0) NoteAnswerOf(reply->Instance());
-  if (reply->IsError()) ThrowError(*reply);
-  if (reply->Signature() != signature) {
-    ThrowMalformed(operation, "(" + reply->Signature() + ") instead of (" + signature + ")");
-  }
-  return reply;
 }
 
 }  // namespace

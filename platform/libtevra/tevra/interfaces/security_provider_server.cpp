@@ -1,74 +1,26 @@
-#include <atomic>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
-#include <vector>
 
-#include "tevra/core/folded_log.h"
 #include "tevra/core/logger.h"
 #include "tevra/interfaces/i_security_provider.h"
+#include "tevra/interfaces/operation_server.h"
 #include "tevra/interfaces/revocation_page_writer.h"
-#include "tevra/msgbus/bus_error.h"
-#include "tevra/msgbus/caller_roles.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
-namespace {
-
-using msgbus::CallerRoles;
-using Arguments = std::vector<msgbus::MsgBusMsg::Value>;
-
-// The letter of a type in a message's signature.
-template <typename T>
-constexpr char Letter() {
-  if constexpr (std::is_same_v<T, bool>) return 'b';
-  if constexpr (std::is_same_v<T, int>) return 'i';
-  if constexpr (std::is_same_v<T, std::string>) return 's';
-  if constexpr (std::is_same_v<T, std::vector<std::string>>) return 'l';
-}
-
-template <auto method, typename Result, typename... Parameters>
-struct ServedMethod {
-  static constexpr char kSignature[] = {Letter<std::decay_t<Parameters>>()..., '\0'};
-
-  static bool Run(ISecurityProvider& provider, const Arguments& arguments,
-                  msgbus::MsgBusMsg& reply) {
-    Run(provider, arguments, reply, std::index_sequence_for<Parameters...>());
-    return false;
-  }
-
- private:
-  template <size_t... index>
-  static void Run(ISecurityProvider& provider, [[maybe_unused]] const Arguments& arguments,
-                  msgbus::MsgBusMsg& reply, std::index_sequence<index...>) {
-    reply.Append((provider.*method)(std::get<std::decay_t<Parameters>>(arguments[index])...));
-  }
-};
-
-// Decodes the arguments of an operation, calls it and encodes its result. Run tells whether clients
-// must hear that sessions have ended.
-template <auto method>
-struct Served;
-template <typename Result, typename... Parameters,
-          Result (ISecurityProvider::*method)(Parameters...)>
-struct Served<method> : ServedMethod<method, Result, Parameters...> {};
-template <typename Result, typename... Parameters,
-          Result (ISecurityProvider::*method)(Parameters...) const>
-struct Served<method> : ServedMethod<method, Result, Parameters...> {};
 
 template <>
 struct Served<&ISecurityProvider::GetExpiration> {
-  static constexpr char kSignature[] = "s";
+  static constexpr std::string_view kSignature = kSignatureOf<std::string>;
 
-  static bool Run(ISecurityProvider& provider, const Arguments& arguments,
-                  msgbus::MsgBusMsg& reply) {
+  static bool Run(ISecurityProvider& provider, const Call& call, msgbus::MsgBusMsg& reply) {
     std::string expires;
-    const int days = provider.GetExpiration(std::get<std::string>(arguments[0]), expires);
+    const int days = provider.GetExpiration(WireType<std::string>::Get(call, 0), expires);
     reply.Append(days).Append(std::move(expires));
     return false;
   }
@@ -76,21 +28,20 @@ struct Served<&ISecurityProvider::GetExpiration> {
 
 template <>
 struct Served<&ISecurityProvider::Invalidate> {
-  static constexpr char kSignature[] = "s";
+  static constexpr std::string_view kSignature = kSignatureOf<std::string>;
 
-  static bool Run(ISecurityProvider& provider, const Arguments& arguments, msgbus::MsgBusMsg&) {
-    provider.Invalidate(std::get<std::string>(arguments[0]));
+  static bool Run(ISecurityProvider& provider, const Call& call, msgbus::MsgBusMsg&) {
+    provider.Invalidate(WireType<std::string>::Get(call, 0));
     return true;
   }
 };
 
 template <>
 struct Served<&ISecurityProvider::Logout> {
-  static constexpr char kSignature[] = "s";
+  static constexpr std::string_view kSignature = kSignatureOf<std::string>;
 
-  static bool Run(ISecurityProvider& provider, const Arguments& arguments,
-                  msgbus::MsgBusMsg& reply) {
-    const std::string& token = std::get<std::string>(arguments[0]);
+  static bool Run(ISecurityProvider& provider, const Call& call, msgbus::MsgBusMsg& reply) {
+    const std::string& token = WireType<std::string>::Get(call, 0);
     // Logging out without a session succeeds too, so the result cannot tell.
     const bool lives = !provider.GetCredentials(token).empty();
     const bool done = provider.Logout(token);
@@ -99,52 +50,35 @@ struct Served<&ISecurityProvider::Logout> {
   }
 };
 
-// Private-key operations and writes to the store take milliseconds, all else microseconds.
-enum class Cost { kCheap, kDear };
-
-struct Operation {
-  const char* name;
-  CallerRoles::Role role;
-  Cost cost;
-  std::string_view signature;
-  bool (*run)(ISecurityProvider&, const Arguments&, msgbus::MsgBusMsg& reply);
-};
-
-template <auto method>
-constexpr Operation Serve(const char* name, CallerRoles::Role role, Cost cost = Cost::kCheap) {
-  return {name, role, cost, Served<method>::kSignature, &Served<method>::Run};
-}
+namespace {
 
 // What the bus offers, to whom; nothing else is served.
-constexpr Operation kOperations[] = {
-    Serve<&ISecurityProvider::Authenticate>("Authenticate", CallerRoles::kService, Cost::kDear),
-    Serve<&ISecurityProvider::AuthenticateHttp>("AuthenticateHttp", CallerRoles::kService),
-    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse", CallerRoles::kService,
+constexpr Operation<ISecurityProvider> kOperations[] = {
+    Serve<&ISecurityProvider::Authenticate>("Authenticate", Audience::kService, Cost::kDear),
+    Serve<&ISecurityProvider::AuthenticateHttp>("AuthenticateHttp", Audience::kService),
+    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse", Audience::kService,
                                                 Cost::kDear),
-    Serve<&ISecurityProvider::TestLdap>("TestLdap", CallerRoles::kService),
-    Serve<&ISecurityProvider::Invalidate>("Invalidate", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::IsAuthenticated>("IsAuthenticated", CallerRoles::kService),
-    Serve<&ISecurityProvider::IsProtected>("IsProtected", CallerRoles::kService),
-    Serve<&ISecurityProvider::GetAllowedPaths>("GetAllowedPaths", CallerRoles::kService),
-    Serve<&ISecurityProvider::GetAllowedPermissions>("GetAllowedPermissions",
-                                                     CallerRoles::kService),
-    Serve<&ISecurityProvider::GetCredentials>("GetCredentials", CallerRoles::kService),
-    Serve<&ISecurityProvider::GetExpiration>("GetExpiration", CallerRoles::kService),
-    Serve<&ISecurityProvider::Authorize>("Authorize", CallerRoles::kService),
-    Serve<&ISecurityProvider::Logout>("Logout", CallerRoles::kService),
-    Serve<&ISecurityProvider::AllowHttpDigest>("AllowHttpDigest", CallerRoles::kService),
-    Serve<&ISecurityProvider::GetNonce>("GetNonce", CallerRoles::kService),
-    Serve<&ISecurityProvider::GetUsers>("GetUsers", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::AddUsers>("AddUsers", CallerRoles::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", CallerRoles::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", CallerRoles::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", CallerRoles::kAdmin,
-                                                Cost::kDear),
-    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", CallerRoles::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::GetPassphrases>("GetPassphrases", CallerRoles::kAdmin),
-    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", CallerRoles::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", CallerRoles::kAdmin,
-                                                Cost::kDear),
+    Serve<&ISecurityProvider::TestLdap>("TestLdap", Audience::kService),
+    Serve<&ISecurityProvider::Invalidate>("Invalidate", Audience::kAdmin),
+    Serve<&ISecurityProvider::IsAuthenticated>("IsAuthenticated", Audience::kService),
+    Serve<&ISecurityProvider::IsProtected>("IsProtected", Audience::kService),
+    Serve<&ISecurityProvider::GetAllowedPaths>("GetAllowedPaths", Audience::kService),
+    Serve<&ISecurityProvider::GetAllowedPermissions>("GetAllowedPermissions", Audience::kService),
+    Serve<&ISecurityProvider::GetCredentials>("GetCredentials", Audience::kService),
+    Serve<&ISecurityProvider::GetExpiration>("GetExpiration", Audience::kService),
+    Serve<&ISecurityProvider::Authorize>("Authorize", Audience::kService),
+    Serve<&ISecurityProvider::Logout>("Logout", Audience::kService),
+    Serve<&ISecurityProvider::AllowHttpDigest>("AllowHttpDigest", Audience::kService),
+    Serve<&ISecurityProvider::GetNonce>("GetNonce", Audience::kService),
+    Serve<&ISecurityProvider::GetUsers>("GetUsers", Audience::kAdmin),
+    Serve<&ISecurityProvider::AddUsers>("AddUsers", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::GetPassphrases>("GetPassphrases", Audience::kAdmin),
+    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", Audience::kAdmin, Cost::kDear),
 };
 
 class SecurityProviderServer final : public ISecurityProvider::IServer {
@@ -152,22 +86,9 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
   SecurityProviderServer(msgbus::IMsgBus* bus, ISecurityProvider* provider);
   ~SecurityProviderServer() override;
 
-  uint64_t RefusedCalls() const override { return refused_calls_; }
+  uint64_t RefusedCalls() const override { return operations_->RefusedCalls(); }
 
  private:
-  class OperationHandler final : public msgbus::IMessageHandler {
-   public:
-    OperationHandler(SecurityProviderServer& server, const Operation& operation)
-        : server_(server), operation_(operation) {}
-    void HandleMessage(msgbus::IMsgBus& bus, msgbus::MsgBusMsg& message) override {
-      bus.SendReply(server_.Answer(operation_, message));
-    }
-    bool IsDear() const override { return operation_.cost == Cost::kDear; }
-
-   private:
-    SecurityProviderServer& server_;
-    const Operation& operation_;
-  };
   using ChangeListener =
       core::VoidObjectMethodDelegate1<SecurityProviderServer,
                                       void (SecurityProviderServer::*)(const bool&), bool>;
@@ -178,9 +99,6 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
   void Open();
   void SharePage();
   void Close();
-  msgbus::MsgBusMsg Answer(const Operation& operation, const msgbus::MsgBusMsg& request);
-  msgbus::MsgBusMsg Run(const Operation& operation, const msgbus::MsgBusMsg& request);
-  msgbus::MsgBusMsg Refuse(const Operation& operation, const msgbus::MsgBusMsg& request);
   void OnChange(const bool& value);
   void OnSessionEnd(const std::string& token);
   void Broadcast(bool value);
@@ -189,13 +107,9 @@ class SecurityProviderServer final : public ISecurityProvider::IServer {
   msgbus::IMsgBus* const bus_;
   ISecurityProvider* const provider_;
   core::Logger* const logger_;
-  const CallerRoles roles_;
-  std::vector<std::unique_ptr<OperationHandler>> handlers_;
+  std::optional<OperationServer<ISecurityProvider>> operations_;
   std::optional<RevocationPageWriter> page_;  // none where the bus hands out none
   uint64_t renewal_ = 0;
-
-  core::FoldedLog complaints_{logger_};  // on the bus's thread only
-  std::atomic<uint64_t> refused_calls_ = 0;
 };
 
 SecurityProviderServer::SecurityProviderServer(msgbus::IMsgBus* bus, ISecurityProvider* provider)
@@ -214,11 +128,8 @@ SecurityProviderServer::~SecurityProviderServer() {
 }
 
 void SecurityProviderServer::Open() {
-  for (const Operation& operation : kOperations) {
-    handlers_.push_back(std::make_unique<OperationHandler>(*this, operation));
-    bus_->RegisterMessageHandler(operation.name, ISecurityProvider::kInterface,
-                                 handlers_.back().get());
-  }
+  operations_.emplace(bus_, provider_, ISecurityProvider::kInterface, kOperations, logger_,
+                      [this] { Broadcast(false); });
   provider_->AddChangeListener(
       std::make_unique<ChangeListener>(this, &SecurityProviderServer::OnChange));
   SharePage();
@@ -243,56 +154,10 @@ void SecurityProviderServer::SharePage() {
 }
 
 void SecurityProviderServer::Close() {
-  for (const auto& handler : handlers_) bus_->UnregisterMessageHandler(handler.get());
+  operations_.reset();
   provider_->RemoveChangeListeners(this);
   provider_->RemoveSessionEndListeners(this);
   if (page_) bus_->StopTimer(renewal_);
-}
-
-msgbus::MsgBusMsg SecurityProviderServer::Answer(const Operation& operation,
-                                                 const msgbus::MsgBusMsg& request) {
-  if (!roles_.Holds(request.Sender(), operation.role)) return Refuse(operation, request);
-  if (request.Signature() != operation.signature) {
-    const std::string text = std::string(operation.name) + " takes (" +
-                             std::string(operation.signature) + "), not (" + request.Signature() +
-                             ")";
-    complaints_.Write(core::Logger::kInformation, request.Sender().uid, "malformed",
-                      "Malformed call: " + text);
-    return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kInvalidArgs, text);
-  }
-  try {
-    return Run(operation, request);
-  } catch (const osa::Exception& e) {
-    const bool unimplemented = e.code() == osa::Exception::kUnimplemented;
-    if (!unimplemented) logger_->Error("%s failed: %s", operation.name, e.what());
-    return msgbus::MsgBusMsg::ErrorTo(
-        request, unimplemented ? msgbus::BusError::kNotSupported : msgbus::BusError::kFailed,
-        e.what());
-  } catch (const std::exception& e) {
-    logger_->Error("%s failed: %s", operation.name, e.what());
-    return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kFailed, e.what());
-  }
-}
-
-msgbus::MsgBusMsg SecurityProviderServer::Run(const Operation& operation,
-                                              const msgbus::MsgBusMsg& request) {
-  msgbus::MsgBusMsg reply = msgbus::MsgBusMsg::ReplyTo(request);
-  // Clients hear of the end before the caller has its answer.
-  if (operation.run(*provider_, request.Body(), reply)) Broadcast(false);
-  return reply;
-}
-
-msgbus::MsgBusMsg SecurityProviderServer::Refuse(const Operation& operation,
-                                                 const msgbus::MsgBusMsg& request) {
-  const uint64_t count = ++refused_calls_;
-  const uid_t user = request.Sender().uid;
-  const std::string role = CallerRoles::RoleName(operation.role);
-  complaints_.Write(core::Logger::kNotice, user, role,
-                    std::string("Refused ") + operation.name + " to user " + std::to_string(user) +
-                        ", who does not hold the role " + role + " (refusal " +
-                        std::to_string(count) + ")");
-  return msgbus::MsgBusMsg::ErrorTo(request, msgbus::BusError::kAccessDenied,
-                                    CallerRoles::Refusal(operation.role, operation.name));
 }
 
 // The page first, and both before the caller of the changing operation is answered: by then no
