@@ -28,5 +28,7 @@ granted() {
 
 [ "$(served | wc -l)" -gt 20 ] || { echo "the daemon's table was not found"; exit 1; }
 diff -u <(served | sort) <(granted | sort) || { echo "${policy##*/} differs from the daemon's table"; exit 1; }
+[ "$(grep -c 'send_interface="tevra.interfaces.IAdministration1"/>' "$policy")" = 2 ] ||
+  { echo 'the administration is not granted to the two roles'; exit 1; }
 grep -q '<deny send_destination="tevra.SecurityProvider"/>' "$policy" || { echo 'not denied by default'; exit 1; }
 echo "$(served | wc -l) operations, as the daemon grants them"

@@ -18,6 +18,9 @@ inline constexpr std::size_t kMaxPasswordBytes = 64;
 // A session ends when it was not used for so long.
 inline constexpr int kSessionTimeoutSecs = 1800;
 
+// From where a session is used, as a front tells it; in bytes.
+inline constexpr std::size_t kMaxSourceBytes = 128;
+
 // A nonce from the server is so many lower-case hexadecimal digits, and is good for so long.
 inline constexpr std::size_t kNonceDigits = 32;
 inline constexpr int kNonceLifetimeSecs = 300;

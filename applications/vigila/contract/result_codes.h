@@ -40,6 +40,12 @@ enum AdministrationResult : int {
   kMalformed = 12,
 };
 
+// Codes that only the administration interface answers, beside those of the accounts.
+enum SupervisionResult : int {
+  kNoSuchSession = 19,
+  kNoSuchRule = 20,
+};
+
 }  // namespace vigila::contract
 
 #endif  // VIGILA_CONTRACT_RESULT_CODES_H_

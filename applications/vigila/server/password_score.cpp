@@ -49,6 +49,26 @@ int PasswordScore::Of(const std::string& password) {
   return static_cast<int>(std::clamp<int64_t>(score, 0, 100));
 }
 
+std::vector<std::string> PasswordScore::Weaknesses(const std::string& password) {
+  std::vector<std::string> found;
+  const auto note = [&found](bool weak, const char* word) {
+    if (weak) found.emplace_back(word);
+  };
+  note(IsAll(kDigitsOnly, password), "digits-only");
+  note(IsAll(kLettersOnly, password), "letters-only");
+  note(!Contains(kDigit, password), "no-digit");
+  note(!Contains(kLetter, password), "no-letter");
+  note(!Contains(kSymbol, password), "no-symbol");
+  note(!Contains(kBothCases, password), "one-case");
+  bool repeats = false;
+  for (int block = 1; block <= kLongestBlock; ++block) {
+    repeats =
+        repeats || LengthWithoutRepetition(block, password) < static_cast<int>(password.size());
+  }
+  note(repeats, "repeats");
+  return found;
+}
+
 int PasswordScore::LengthWithoutRepetition(int block_length, const std::string& text) {
   const size_t length = text.size();
   const auto block = static_cast<size_t>(std::max(block_length, 0));

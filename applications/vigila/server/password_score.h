@@ -2,6 +2,7 @@
 #define VIGILA_SERVER_PASSWORD_SCORE_H_
 
 #include <string>
+#include <vector>
 
 namespace vigila::server {
 
@@ -10,6 +11,9 @@ namespace vigila::server {
 class PasswordScore final {
  public:
   static int Of(const std::string& password);
+  // What costs the password points, in words for programs: "digits-only", "letters-only",
+  // "no-digit", "no-letter", "no-symbol", "one-case", "repeats".
+  static std::vector<std::string> Weaknesses(const std::string& password);
   // The length of `text` without the blocks of `block_length` bytes that the next block repeats.
   static int LengthWithoutRepetition(int block_length, const std::string& text);
 };

@@ -1,5 +1,6 @@
 #include "vigila/server/rule_manager.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "tevra/core/string_util.h"
@@ -29,7 +30,21 @@ Expression ParseRule(const std::string& value) {
   return Expression::Constant(value == "true");
 }
 
+std::vector<bool> JudgeAll(const Expression& rule, const std::vector<const User*>& users) {
+  std::vector<bool> admits;
+  admits.reserve(users.size());
+  for (const User* user : users) admits.push_back(rule.Evaluate(user));
+  return admits;
+}
+
 }  // namespace
+
+// What decides, and how it was put.
+struct RuleManager::Rule {
+  Expression expression;
+  std::string value;
+  std::string stated_for;
+};
 
 RuleManager::RuleManager() : logger_(Logger::GetLogger("RuleManager")) {}
 
@@ -68,7 +83,7 @@ std::vector<std::string> RuleManager::GetAllowedPaths(const User* user) const {
   MutexAutoLock lock(mutex_);
   std::vector<std::string> paths;
   for (const auto& [path, rule] : exact_rules_) {
-    if (rule->Evaluate(user)) paths.push_back(path);
+    if (rule->expression.Evaluate(user)) paths.push_back(path);
   }
   return paths;
 }
@@ -77,17 +92,52 @@ const Expression* RuleManager::FindRule(const std::string& path) const {
   // Contract: "*" is an ordinary character in the exact table: "/control/*" governs that very
   // text and, through its implied rule, "/control", but not what lies below.
   const auto exact = exact_rules_.find(path);
-  if (exact != exact_rules_.end()) return exact->second.get();
-  // Contract: the first pattern in byte order wins, not the most specific one.
-  for (const auto& [pattern, rule] : pattern_rules_) {
-    if (tevra::core::StringUtil::MatchesPattern(pattern, path)) return rule.get();
-  }
-  return nullptr;
+  if (exact != exact_rules_.end()) return &exact->second->expression;
+  const auto pattern = FindPattern(path);
+  return pattern == pattern_rules_.end() ? nullptr : &pattern->second->expression;
+}
+
+// Contract: the first pattern in byte order wins, not the most specific one.
+RuleManager::Rules::const_iterator RuleManager::FindPattern(const std::string& path) const {
+  return std::find_if(pattern_rules_.begin(), pattern_rules_.end(), [&](const auto& rule) {
+    return tevra::core::StringUtil::MatchesPattern(rule.first, path);
+  });
+}
+
+RuleManager::Explanation RuleManager::Explain(const std::string& path,
+                                              const std::vector<const User*>& users) const {
+  MutexAutoLock lock(mutex_);
+  const auto exact = exact_rules_.find(path);
+  if (exact != exact_rules_.end()) return Describe(exact, false, users);
+  const auto pattern = FindPattern(path);
+  if (pattern != pattern_rules_.end()) return Describe(pattern, true, users);
+  Explanation open;
+  open.admits.assign(users.size(), true);
+  return open;
+}
+
+RuleManager::Explanation RuleManager::ExplainPattern(const std::string& key,
+                                                     const std::vector<const User*>& users) const {
+  MutexAutoLock lock(mutex_);
+  const auto found = pattern_rules_.find(key);
+  return found == pattern_rules_.end() ? Explanation() : Describe(found, true, users);
+}
+
+RuleManager::Explanation RuleManager::Describe(Rules::const_iterator rule, bool changeable,
+                                               const std::vector<const User*>& users) {
+  const auto& [key, stated] = *rule;
+  return {true,          changeable,         key,
+          stated->value, stated->stated_for, JudgeAll(stated->expression, users)};
+}
+
+std::vector<bool> RuleManager::Judge(const std::string& value,
+                                     const std::vector<const User*>& users) {
+  return JudgeAll(ParseRule(value), users);
 }
 
 void RuleManager::ParseRules(const std::map<std::string, std::string>& texts, Rules& rules) const {
   for (const auto& [path, value] : texts) {
-    rules[path] = std::make_unique<const Expression>(ParseRule(value));
+    rules[path] = std::make_unique<const Rule>(Rule{ParseRule(value), value, path});
   }
 }
 
@@ -98,7 +148,7 @@ void RuleManager::CalculateImplicitRules(Rules& rules) const {
     const std::size_t first = path.find('/');
     for (std::size_t cut = path.rfind('/'); cut != first; cut = path.rfind('/', cut - 1)) {
       const std::string prefix = path.substr(0, cut);
-      implied[prefix] = std::make_unique<const Expression>(*rule);
+      implied[prefix] = std::make_unique<const Rule>(*rule);
       logger_->Debug("adding rule for %s (implied from %s)", prefix.c_str(), path.c_str());
     }
   }

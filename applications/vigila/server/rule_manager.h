@@ -42,10 +42,32 @@ class RuleManager {
   // The paths of the static table that `user` may reach, ascending.
   std::vector<std::string> GetAllowedPaths(const model::User* user) const;
 
- private:
-  using Rules = std::map<std::string, std::unique_ptr<const model::Expression>>;
+  // Why HasAccess answers as it does for `path`: the rule that governs it and whom that admits.
+  struct Explanation {
+    bool ruled = false;       // false: no rule governs the path, and it is open
+    bool changeable = false;  // one of the dynamic rules
+    std::string key;          // the rule's path or pattern
+    std::string value;        // as it was set
+    std::string stated_for;   // the path that it was set for; not the key when that is a parent
+    std::vector<bool> admits;
+  };
+  // `admits` is of each of `users`, in their order, all of them judged by the same rule.
+  Explanation Explain(const std::string& path, const std::vector<const model::User*>& users) const;
+  // The same for the dynamic rule with the pattern `key`; not `ruled` when there is none.
+  Explanation ExplainPattern(const std::string& key,
+                             const std::vector<const model::User*>& users) const;
+  // Whom a rule with this value would admit.
+  static std::vector<bool> Judge(const std::string& value,
+                                 const std::vector<const model::User*>& users);
 
+ private:
+  struct Rule;
+  using Rules = std::map<std::string, std::unique_ptr<const Rule>>;
+
+  Rules::const_iterator FindPattern(const std::string& path) const TEVRA_REQUIRES(mutex_);
   const model::Expression* FindRule(const std::string& path) const TEVRA_REQUIRES(mutex_);
+  static Explanation Describe(Rules::const_iterator rule, bool changeable,
+                              const std::vector<const model::User*>& users);
   void ParseRules(const std::map<std::string, std::string>& texts, Rules& rules) const;
   void CalculateImplicitRules(Rules& rules) const;
   static void DeleteRules(Rules& rules);

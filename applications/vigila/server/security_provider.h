@@ -10,6 +10,7 @@
 #include "vigila/model/user.h"
 #include "vigila/server/export.h"
 #include "vigila/server/nonce_cache.h"
+#include "vigila/server/session_info.h"
 #include "vigila/server/user_map.h"
 
 namespace vigila::server {
@@ -72,6 +73,8 @@ class VIGILA_EXPORT SecurityProvider : public tevra::interfaces::ISecurityProvid
   // The one place where tokens become accounts. Null, or with `or_nobody` the anonymous account,
   // when there is no session. The record belongs to its session: use it within the request.
   model::User* GetUser(const std::string& token, bool or_nobody) const;
+  // The accounts, for what administers them; one request at a time, as with this object's own.
+  UserMap& Users() { return users_; }
   // Adds (`add`) or modifies the accounts that the document lists: all of them or none.
   int ProcessJson(const std::string& json, bool add);
 
@@ -80,6 +83,9 @@ class VIGILA_EXPORT SecurityProvider : public tevra::interfaces::ISecurityProvid
   bool FindReusable(bool reuse, const std::string& name, const std::string& ha1,
                     std::string& token) const;
   bool IsCreatedNow(const std::string& created) const;
+  // Enroll, with a note for administrators of how and when.
+  std::string Admit(LogonScheme scheme, const std::string& name, const std::string& digest,
+                    Group group, bool reusable);
 
   ServerEnv* const env_;
   tevra::core::Logger* const logger_;

@@ -52,6 +52,14 @@ bool SecurityProvider::FindReusable(bool reuse, const std::string& name, const s
   return true;
 }
 
+std::string SecurityProvider::Admit(LogonScheme scheme, const std::string& name,
+                                    const std::string& digest, Group group, bool reusable) {
+  std::string token = Enroll(name, digest, group, reusable);
+  env_->GetSessionManager().NoteScheme(token, scheme);
+  users_.NoteLogon(name);
+  return token;
+}
+
 std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64,
                                            const std::string& password64) {
   const std::string name = krand::lib::Base64::Decode(user64);
@@ -70,7 +78,7 @@ std::string SecurityProvider::Authenticate(bool reuse, const std::string& user64
   Group group = kNoGroup;
   const int code = users_.ValidateUser(name, password, group);
   if (code != UserMap::kOk) return RefusePasswordLogon(*logger_, code, name);
-  return Enroll(name, ha1, group, reuse);
+  return Admit(LogonScheme::kPassword, name, ha1, group, reuse);
 }
 
 std::string SecurityProvider::GetNonce() {
@@ -112,7 +120,7 @@ std::string SecurityProvider::AuthenticateHttp(bool reuse, const std::string& us
     logger_->Debug("username/digest token cached %s to client", token.c_str());
     return token;
   }
-  return Enroll(username, ha1, users_.GetGroup(username), reuse);
+  return Admit(LogonScheme::kHttpDigest, username, ha1, users_.GetGroup(username), reuse);
 }
 
 bool SecurityProvider::IsCreatedNow(const std::string& created) const {
@@ -155,7 +163,7 @@ std::string SecurityProvider::AuthenticateWsse(bool reuse, const std::string& us
     logger_->Debug("username/password token cached %s to client", token.c_str());
     return token;
   }
-  return Enroll(username, ha1, users_.GetGroup(username), reuse);
+  return Admit(LogonScheme::kUsernameToken, username, ha1, users_.GetGroup(username), reuse);
 }
 
 }  // namespace vigila::server

@@ -45,4 +45,28 @@ void SessionManager::TellEnds(std::function<void(const std::string& token)> on_e
   impl_->TellEnds(std::move(on_end));
 }
 
+SessionPage SessionManager::List(const SessionQuery& query) {
+  return impl_->List(query);
+}
+
+std::size_t SessionManager::Count(const std::string& name) {
+  return impl_->Count(name);
+}
+
+bool SessionManager::CancelById(uint64_t id, const std::string& name) {
+  return impl_->CancelById(id, name);
+}
+
+std::size_t SessionManager::InvalidateBut(const std::string& name, const std::string& spared) {
+  return impl_->InvalidateBut(name, spared);
+}
+
+void SessionManager::NoteScheme(const std::string& token, LogonScheme scheme) {
+  impl_->NoteScheme(token, scheme);
+}
+
+bool SessionManager::NoteSource(const std::string& token, const std::string& source) {
+  return impl_->NoteSource(token, source);
+}
+
 }  // namespace vigila::server

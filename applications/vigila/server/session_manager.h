@@ -1,12 +1,15 @@
 #ifndef VIGILA_SERVER_SESSION_MANAGER_H_
 #define VIGILA_SERVER_SESSION_MANAGER_H_
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "vigila/contract/limits.h"
 #include "vigila/server/export.h"
+#include "vigila/server/session_info.h"
 
 namespace tevra::osa {
 class ITimeSource;
@@ -60,6 +63,21 @@ class VIGILA_EXPORT SessionManager {
   // and before they return. Idle sessions that expire are not told: whoever goes on using one knows
   // only what the server said before. `on_end` must not call the manager. Before the first request.
   void TellEnds(std::function<void(const std::string& token)> on_end);
+
+  // For people who look after sessions. None of these restarts an idle timer.
+  //
+  // Costs what the users on the page have in sessions.
+  SessionPage List(const SessionQuery& query);
+  // Sessions of the user `name`.
+  std::size_t Count(const std::string& name);
+  // Ends the session that was listed under `id`, if it is one of the user `name` or `name` is
+  // empty; false when there is no such session.
+  bool CancelById(uint64_t id, const std::string& name);
+  // As Invalidate, but for the session with the token `spared`; the number of sessions ended.
+  std::size_t InvalidateBut(const std::string& name, const std::string& spared);
+  // What a listing says of a session; no session, nothing noted.
+  void NoteScheme(const std::string& token, LogonScheme scheme);
+  bool NoteSource(const std::string& token, const std::string& source);
 
  private:
   const std::unique_ptr<SessionManagerImpl> impl_;

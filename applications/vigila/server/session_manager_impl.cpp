@@ -150,6 +150,11 @@ bool SessionManager::SessionManagerImpl::Cancel(const std::string& token) {
 
 // Deliberate: what has expired is not pruned first, so its end is logged as an invalidation.
 void SessionManager::SessionManagerImpl::Invalidate(const std::string& name) {
+  InvalidateBut(name, "");
+}
+
+std::size_t SessionManager::SessionManagerImpl::InvalidateBut(const std::string& name,
+                                                              const std::string& spared) {
   MutexAutoLock lock(mutex_);
   std::vector<std::string> tokens;
   if (name == "*") {
@@ -158,9 +163,12 @@ void SessionManager::SessionManagerImpl::Invalidate(const std::string& name) {
   } else if (const auto found = by_user_.find(name); found != by_user_.end()) {
     tokens.assign(found->second.begin(), found->second.end());
   }
+  std::erase(tokens, spared);
   EndSessions(tokens, "invalidating");
-  if (!on_end_) return;
-  for (const std::string& token : tokens) on_end_(token);
+  if (on_end_) {
+    for (const std::string& token : tokens) on_end_(token);
+  }
+  return tokens.size();
 }
 
 void SessionManager::SessionManagerImpl::SetTimeout(int seconds) {
@@ -247,6 +255,7 @@ void SessionManager::SessionManagerImpl::AddSession(const std::string& token, Us
     throw;
   }
   added->second.user.reset(user);
+  added->second.since = user->LastAccess().seconds;
 }
 
 void SessionManager::SessionManagerImpl::DeleteSession(Sessions::iterator session) {

@@ -1,6 +1,7 @@
 #ifndef VIGILA_SERVER_SESSION_MANAGER_IMPL_H_
 #define VIGILA_SERVER_SESSION_MANAGER_IMPL_H_
 
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
@@ -17,6 +18,7 @@
 #include "tevra/osa/time.h"
 #include "vigila/model/user.h"
 #include "vigila/server/random_device.h"
+#include "vigila/server/session_info.h"
 #include "vigila/server/session_manager.h"
 
 namespace vigila::server {
@@ -42,6 +44,14 @@ class SessionManager::SessionManagerImpl final {
   void SetTimeout(int seconds) TEVRA_EXCLUDES(mutex_);
   void TellEnds(std::function<void(const std::string& token)> on_end) TEVRA_EXCLUDES(mutex_);
 
+  SessionPage List(const SessionQuery& query) TEVRA_EXCLUDES(mutex_);
+  std::size_t Count(const std::string& name) TEVRA_EXCLUDES(mutex_);
+  bool CancelById(uint64_t id, const std::string& name) TEVRA_EXCLUDES(mutex_);
+  std::size_t InvalidateBut(const std::string& name, const std::string& spared)
+      TEVRA_EXCLUDES(mutex_);
+  void NoteScheme(const std::string& token, LogonScheme scheme) TEVRA_EXCLUDES(mutex_);
+  bool NoteSource(const std::string& token, const std::string& source) TEVRA_EXCLUDES(mutex_);
+
  private:
   friend struct SessionManagerPeer;
 
@@ -56,6 +66,12 @@ class SessionManager::SessionManagerImpl final {
     std::unique_ptr<model::User> user;
     InOrder::iterator place;                // unless it is a stray
     std::optional<Strays::iterator> stray;  // unless it is in order
+    // For listings. The identifier is drawn when one first shows the session (0 before), so that a
+    // logon does not wait for it.
+    uint64_t id = 0;
+    int64_t since = 0;  // seconds since the epoch
+    std::unique_ptr<const std::string> source;
+    LogonScheme scheme = LogonScheme::kUnknown;
   };
 
   void PruneSessions() TEVRA_EXCLUDES(mutex_);
@@ -73,6 +89,10 @@ class SessionManager::SessionManagerImpl final {
   void DeleteSession(Sessions::iterator session) TEVRA_REQUIRES(mutex_);
   // Sorts the tokens; logs `how` each one ends and deletes it, in ascending order.
   void EndSessions(std::vector<std::string>& tokens, const char* how) TEVRA_REQUIRES(mutex_);
+  void AppendSessionsOf(const Tokens& tokens, uint64_t after, const SessionQuery& query,
+                        SessionPage& page) TEVRA_REQUIRES(mutex_);
+  SessionInfo Describe(const Sessions::value_type& session) const TEVRA_REQUIRES(mutex_);
+  static uint64_t IdOf(Session& session);
   std::string GenerateToken() const;
 
   tevra::osa::ITimeSource* const time_source_;

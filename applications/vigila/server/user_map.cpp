@@ -59,6 +59,26 @@ model::User::Rights UserMap::GetRights(ISecurityProvider::Group group) const {
   return impl_->GetRights(group);
 }
 
+std::vector<AccountState> UserMap::ListStates(const std::string& after, size_t limit) const {
+  impl_->Init();
+  return impl_->ListStates(after, limit);
+}
+
+std::optional<AccountState> UserMap::GetState(const std::string& name) const {
+  impl_->Init();
+  return impl_->GetState(name);
+}
+
+int UserMap::Unlock(const std::string& name, bool& was_locked) {
+  impl_->Init();
+  return impl_->Unlock(name, was_locked);
+}
+
+void UserMap::NoteLogon(const std::string& name) {
+  impl_->Init();
+  impl_->NoteLogon(name);
+}
+
 int UserMap::ValidateUser(const std::string& name, const std::string& password,
                           ISecurityProvider::Group& group) const {
   impl_->Init();

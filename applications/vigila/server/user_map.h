@@ -1,15 +1,19 @@
 #ifndef VIGILA_SERVER_USER_MAP_H_
 #define VIGILA_SERVER_USER_MAP_H_
 
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/osa/time.h"
 #include "utilc/uuid.h"
 #include "vigila/contract/result_codes.h"
 #include "vigila/model/user.h"
+#include "vigila/server/account_state.h"
 
 namespace vigila::server {
 
@@ -61,6 +65,15 @@ class UserMap {
   std::set<_uuid_t> GetPermissions(ISecurityProvider::Group group) const;
   // The same set for every call with the group.
   model::User::Rights GetRights(ISecurityProvider::Group group) const;
+
+  // Up to `limit` accounts behind the name `after`, in name order.
+  std::vector<AccountState> ListStates(const std::string& after, size_t limit) const;
+  std::optional<AccountState> GetState(const std::string& name) const;
+  // Forgets the wrong passwords of an account, which ends its lock-out; the password stays. kOk,
+  // with whether it was locked, or kNoSuchUser.
+  int Unlock(const std::string& name, bool& was_locked);
+  // Notes that the account has logged on now.
+  void NoteLogon(const std::string& name);
 
   // kOk with the account's group, else kNoSuchUser, kDisabled, kExpired or kWrongPassword with
   // `group` kNoGroup.

@@ -49,6 +49,7 @@ class UserMap::Impl final {
     uint32_t failed_attempts = 0;
     uint32_t bad_password_time = 0;  // of the first failure of a series; 0: none
     uint32_t password_time = 0;      // when it was set; kNeverExpires and kExpiredNow apart
+    uint32_t last_logon = 0;         // when a session was last opened; never stored
     bool dirty = false;
   };
 
@@ -88,6 +89,12 @@ class UserMap::Impl final {
   User* GetNobody() const { return nobody_.get(); }
   bool NoAdministratorsYet() const { return administrator_count_ == 0; }
   const Users& GetUsers() const { return users_; }
+
+  // Administration.
+  std::vector<AccountState> ListStates(const std::string& after, size_t limit) const;
+  std::optional<AccountState> GetState(const std::string& name) const;
+  int Unlock(const std::string& name, bool& was_locked);
+  void NoteLogon(const std::string& name);
 
   // Validation. `group` kNoSuchUser on entry asks for the bare password check.
   int ValidateUser(const std::string& name, const std::string& password, Group& group);
@@ -140,6 +147,7 @@ class UserMap::Impl final {
   void FillPermissionTable();
   void MakeNobodyEntry();
 
+  AccountState StateOf(const Users::value_type& entry) const;
   bool IsDisabled(Users::iterator entry);
   bool IsExpired(Users::const_iterator entry) const;
   // True when the account is disabled now.

@@ -17,6 +17,7 @@
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/descriptor.h"
 #include "tevra/osa/exception.h"
+#include "vigila/server/administration/administration_endpoint.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/vigila_dbus_server.h"
@@ -129,6 +130,8 @@ int VigilaServer::Run() {
   tevra::core::Logger::GetLogger(ServerEnv::kSettingsGroupName);
 
   StopSignals stop;
+  // Before the endpoint below, which makes the service's name known: who finds it finds all of it.
+  const AdministrationEndpoint administration(env_);
   auto endpoint = std::make_unique<VigilaDbusServer>(env_.GetMsgBus(), env_.GetSecurityProvider());
   const Watchdog watchdog(*env_.GetMsgBus());
   sd_notify(0, "READY=1");

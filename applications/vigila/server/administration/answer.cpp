@@ -1,0 +1,72 @@
+#include "vigila/server/administration/answer.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "json/writer.h"
+#include "krand/base64/base64.h"
+#include "tevra/core/utf8.h"
+#include "vigila/contract/groups.h"
+
+namespace vigila::server::answer {
+namespace {
+
+constexpr size_t kNamesShown = 20;
+
+}  // namespace
+
+json::Object WithCode(int code) {
+  json::Object object;
+  object["Code"] = Number(code);
+  return object;
+}
+
+std::string Text(const json::Object& object) {
+  std::ostringstream text;
+  json::Writer::Write(object, text);
+  return text.str();
+}
+
+std::string CodeAlone(int code) {
+  return Text(WithCode(code));
+}
+
+json::Number Number(int64_t value) {
+  return json::Number(static_cast<double>(value));
+}
+
+json::UnknownElement Time(int64_t seconds) {
+  if (seconds == 0) return json::Null();
+  return Number(seconds);
+}
+
+void SetName(json::Object& object, const std::string& member, const std::string& name) {
+  if (tevra::core::IsUtf8(name)) {
+    object[member] = json::String(name);
+  } else {
+    object[member + "Base64"] = json::String(krand::lib::Base64::Encode(name));
+  }
+}
+
+void SetGroup(json::Object& object, tevra::interfaces::ISecurityProvider::Group group) {
+  object["Group"] = Number(group);
+  for (const contract::Group& known : contract::kRuleGroups) {
+    if (known.bit == group) object["GroupName"] = json::String(known.name);
+  }
+  if (group == contract::kNobodyBit) object["GroupName"] = json::String(contract::kNobodyName);
+}
+
+json::Object Names(const std::vector<std::string>& names) {
+  json::Array shown;
+  for (size_t i = 0; i < std::min(names.size(), kNamesShown); ++i) {
+    json::Object entry;
+    SetName(entry, "Name", names[i]);
+    shown.Insert(entry);
+  }
+  json::Object object;
+  object["Count"] = Number(static_cast<int64_t>(names.size()));
+  object["Names"] = shown;
+  return object;
+}
+
+}  // namespace vigila::server::answer
