@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -131,7 +132,7 @@ void DirectServer::KeepReserve() {
 void DirectServer::Accept(const std::string& name) {
   KeepReserve();
   for (int i = 0; i < kAcceptsAtOnce; ++i) {
-    if (AcceptOne(name)) continue;
+    if (AcceptOne(name, false)) continue;
     const bool is_full = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
     if (!is_full) return;
     complaints_.Write(core::Logger::kWarning, 0, "accept",
@@ -147,14 +148,14 @@ void DirectServer::Accept(const std::string& name) {
 }
 
 // False with errno when there is no connection to accept or it cannot be accepted.
-bool DirectServer::AcceptOne(const std::string& name) {
+bool DirectServer::AcceptOne(const std::string& name, bool is_last) {
   const auto listener = listeners_.find(name);
   errno = EAGAIN;
   if (listener == listeners_.end()) return false;
   osa::Descriptor socket(
       accept4(listener->second.socket->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket) return false;
-  Admit(std::move(socket), name);
+  Admit(std::move(socket), name, is_last);
   return true;
 }
 
@@ -163,14 +164,15 @@ bool DirectServer::AcceptOne(const std::string& name) {
 bool DirectServer::AcceptFromReserve(const std::string& name) {
   if (!reserve_) return false;
   reserve_.Reset();
-  const bool accepted = AcceptOne(name);
+  const bool accepted = AcceptOne(name, true);
   KeepReserve();
   return accepted;
 }
 
-void DirectServer::Admit(osa::Descriptor socket, const std::string& name) {
+void DirectServer::Admit(osa::Descriptor socket, const std::string& name, bool is_last) {
   Credentials caller = PeerCredentials(socket.get());
-  if (const auto refusal = admission_->Enter(caller, socket.get())) {
+  // The last descriptor may have a low number: the reserve was opened before all others.
+  if (const auto refusal = admission_->Enter(caller, is_last ? INT_MAX : socket.get())) {
     output_.clear();
     wire::AppendRefusal(&output_, refusal->error_name, refusal->text);
     wire::FrameWriter().Send(socket.get(), output_);

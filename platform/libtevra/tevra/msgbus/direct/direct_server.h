@@ -51,9 +51,10 @@ class DirectServer final {
 
   void KeepReserve();
   void Accept(const std::string& name);
-  bool AcceptOne(const std::string& name);
+  // `is_last`: the process has no descriptor beside the one that the connection takes.
+  bool AcceptOne(const std::string& name, bool is_last);
   bool AcceptFromReserve(const std::string& name);
-  void Admit(osa::Descriptor socket, const std::string& name);
+  void Admit(osa::Descriptor socket, const std::string& name, bool is_last);
   void OnReady(const ClientPtr& client, uint32_t events);
   bool Read(Client& client);
   void TakeFrames(const ClientPtr& client);

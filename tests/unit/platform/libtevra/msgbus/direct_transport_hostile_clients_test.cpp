@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -6,12 +7,14 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "direct_transport_fixture.h"
 #include "support/function_handler.h"
 #include "support/raw_socket.h"
 #include "tevra/msgbus/msg_bus.h"
+#include "tevra/osa/descriptor.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -227,6 +230,25 @@ TEST_F(StrangersTest, WithoutARoleHoweverManyKeepNoOneOut) {
   honest.Write(RawCall(kInterface, "Echo", {true}));
   EXPECT_FALSE(honest.ReadFrame().empty());
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "no failure");
+}
+
+TEST_F(StrangersTest, WithARoleDoNotTakeTheLastDescriptorFromTheOwner) {
+  const auto server = EchoServer();
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit few{256, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  std::vector<osa::Descriptor> others;
+  for (osa::Descriptor one(dup(0)); one; one.Reset(dup(0))) others.push_back(std::move(one));
+  ASSERT_GE(others.size(), 2u);
+  others.pop_back();
+  RawSocket stranger = ConnectAs(kStranger, {kServiceGroup});
+  EXPECT_EQ(RefusalTo(stranger), "tevra.msgbus.Error.Limit: the server has no descriptor left");
+  others.pop_back();
+  RawSocket owner = GreetedClient();
+  owner.Write(RawCall(kInterface, "Echo", {true}));
+  EXPECT_FALSE(owner.ReadFrame().empty());
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 TEST_F(DirectTransportHostileClients, ServesTheOwnerWhileAThousandConnect) {
