@@ -92,7 +92,13 @@ class Ledger {
     }
     if (!IsOwed(before, after)) return;
     ++operation.owed;
-    if (!right) ++operation.failed;
+    const auto age = std::chrono::duration_cast<milliseconds>(before.at - before.since);
+    const auto took = std::chrono::duration_cast<milliseconds>(after.at - before.at);
+    if (right) return;
+    ++operation.failed;
+    failures_.push_back(name + " in calm " + std::to_string(before.calm) + ", asked after " +
+                        std::to_string(age.count()) + " ms, answered after another " +
+                        std::to_string(took.count()) + " ms");
   }
   // Whether every operation has worked in this calm.
   bool AllWorkedIn(int calm) const {
@@ -118,6 +124,7 @@ class Ledger {
 
   // To be read when no one writes any more.
   const std::map<std::string, Operation>& Operations() const { return operations_; }
+  const std::vector<std::string>& Failures() const { return failures_; }
   const std::vector<std::string>& WrongGrants() const { return wrong_grants_; }
   const std::map<std::string, long>& Revocations() const { return revocations_; }
   long RevocationsAmidDisturbance() const { return revocations_amid_disturbance_; }
@@ -126,6 +133,7 @@ class Ledger {
  private:
   mutable std::mutex mutex_;
   std::map<std::string, Operation> operations_;
+  std::vector<std::string> failures_;
   std::vector<std::string> wrong_grants_;
   std::map<std::string, long> revocations_;
   long revocations_amid_disturbance_ = 0;
