@@ -66,11 +66,9 @@ void Engine::Subscribe(RequestDispatcher& bus, const std::string& destination) {
   });
 }
 
-void Engine::Tell(const RequestDispatcher& bus, const std::string& destination,
-                  WatchStates::News news) {
+void Engine::Tell(const RequestDispatcher& bus, const std::string& destination) {
   // By then the bus may be gone.
-  dispatch_.Post(
-      [this, known = &bus, destination, news] { subscribers_.TellOne(known, destination, news); });
+  dispatch_.Post([this, known = &bus, destination] { subscribers_.TellOne(known, destination); });
 }
 
 void Engine::Unsubscribe(const RequestDispatcher& bus) {

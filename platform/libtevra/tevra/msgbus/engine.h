@@ -39,8 +39,9 @@ class Engine final {
   // save the one that calls it.
   void Subscribe(RequestDispatcher& bus, const std::string& destination);
   void Unsubscribe(const RequestDispatcher& bus);
-  // Tells a bus that hears of the destination what one of its own calls has shown.
-  void Tell(const RequestDispatcher& bus, const std::string& destination, WatchStates::News news);
+  // Tells a bus whether the destination that it watches is there: one of its own calls gave reason
+  // to.
+  void Tell(const RequestDispatcher& bus, const std::string& destination);
 
   DispatchThread& dispatch() { return dispatch_; }
   Transport& transport() { return *transport_; }

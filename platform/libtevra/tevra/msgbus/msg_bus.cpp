@@ -172,8 +172,7 @@ void MsgBus::SendMsgWaitForReply(MsgBusMsg& message, std::unique_ptr<MsgBusMsg>&
     watches.NoteFailedCall(name);
     throw;
   }
-  const WatchStates::News news = watches.AfterAnswer(name);
-  if (news != WatchStates::News::kNone) engine.Tell(own.dispatcher(), name, news);
+  if (watches.AfterAnswer(name) != WatchStates::News::kNone) engine.Tell(own.dispatcher(), name);
 }
 
 void MsgBus::SendReply(const MsgBusMsg& message) {

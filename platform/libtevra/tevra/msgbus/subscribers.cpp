@@ -38,8 +38,11 @@ void Subscribers::Vanished(const std::string& destination) {
   ForEach(destination, [&](RequestDispatcher& bus) { bus.DispatchVanishing(destination); });
 }
 
-void Subscribers::TellOne(const RequestDispatcher* bus, const std::string& destination,
-                          WatchStates::News news) {
+// What is so now, not what was so when someone saw a reason to tell: told behind an appearance, a
+// vanishing would stand until the destination really goes.
+void Subscribers::TellOne(const RequestDispatcher* bus, const std::string& destination) {
+  const auto news =
+      present_.contains(destination) ? WatchStates::News::kAppeared : WatchStates::News::kVanished;
   ForEach(destination, [&](RequestDispatcher& known) {
     if (&known == bus) known.DispatchNews(news, destination);
   });

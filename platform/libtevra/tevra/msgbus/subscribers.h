@@ -22,9 +22,8 @@ class Subscribers final {
   void Signal(const std::string& destination, const MsgBusMsg& signal);
   void Appeared(const std::string& destination);
   void Vanished(const std::string& destination);
-  // One bus alone; `bus` need not be there any more.
-  void TellOne(const RequestDispatcher* bus, const std::string& destination,
-               WatchStates::News news);
+  // Tells one bus alone whether the destination is there; `bus` need not be there any more.
+  void TellOne(const RequestDispatcher* bus, const std::string& destination);
 
  private:
   struct Subscriber {
