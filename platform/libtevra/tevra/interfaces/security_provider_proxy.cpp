@@ -90,6 +90,10 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
   void HandleMessage(msgbus::IMsgBus& bus, MsgBusMsg& message) override;
   void Unregister();
   void FollowPage();
+  bool HasServersPage() const {
+    const auto page = GetRevocationPage();
+    return page && page != RevocationPage::Unchanging();
+  }
 
   // As OperationProxy's.
   template <typename... Arguments>
@@ -170,7 +174,10 @@ void SecurityProviderProxy::HandleMessage(msgbus::IMsgBus&, MsgBusMsg& message) 
       return;
     }
     if (heard_) heard_->RaiseEpoch();
-    FireChangeListeners(std::get<bool>(message.Body()[0]));
+    const bool more_than_sessions = std::get<bool>(message.Body()[0]);
+    // The server's page tells which sessions have ended; who logs out does not cost everyone else
+    // their answers.
+    if (more_than_sessions || heard_ || !HasServersPage()) FireChangeListeners(more_than_sessions);
     return;
   }
   if (message.Signature() != "s" || std::get<std::string>(message.Body()[0]) != kDestination) {
