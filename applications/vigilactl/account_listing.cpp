@@ -24,9 +24,10 @@ uint32_t GroupOf(const Json& account) {
 }  // namespace
 
 std::vector<ListedAccount> ListAccounts(const tevra::interfaces::ISecurityProvider& provider) {
+  const std::string listing = provider.GetUsers();
   std::vector<ListedAccount> accounts;
   try {
-    const Json document = Json::parse(JsonWithoutStrayBytes(provider.GetUsers()));
+    const Json document = Json::parse(JsonWithoutStrayBytes(listing));
     for (const Json& user : document.at("Users")) {
       accounts.push_back({user.at("Name").get<std::string>(), GroupOf(user)});
     }

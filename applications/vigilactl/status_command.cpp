@@ -10,6 +10,12 @@
 namespace vigilactl {
 namespace {
 
+using tevra::core::ConfigKey;
+
+const ConfigKey kTransport{"MsgBus", "transport", "direct"};
+const ConfigKey kAddress{"MsgBus", "address", "system"};
+const ConfigKey kRuntimeDir{"MsgBus", "runtime_dir", "/run/vigila"};
+
 struct Transport {
   std::string kind;
   std::string address;
@@ -17,9 +23,8 @@ struct Transport {
 
 Transport ConfiguredTransport() {
   const tevra::core::PlatformConfig& config = tevra::core::PlatformConfig::Get();
-  const std::string kind = config.GetString("MsgBus", "transport", "direct");
-  return {kind, kind == "broker" ? config.GetString("MsgBus", "address", "system")
-                                 : config.GetString("MsgBus", "runtime_dir", "/run/vigila")};
+  const std::string kind = config.GetString(kTransport);
+  return {kind, kind == "broker" ? config.GetString(kAddress) : config.GetString(kRuntimeDir)};
 }
 
 // The contract has no question for it. But while there is no administrator, every token counts as

@@ -9,9 +9,17 @@
 #include "vigila/server/server_env.h"
 
 namespace vigila::daemon {
+namespace {
 
 using server::ServerEnv;
-using server::SessionManager;
+using tevra::core::ConfigKey;
+
+const ConfigKey kSessionTimeout{ServerEnv::kSettingsGroupName, "session_timeout", "1800"};
+const ConfigKey kPasswordPolicy{ServerEnv::kSettingsGroupName, "password_policy", "false"};
+const ConfigKey kPresent{"DeviceInformation", "present", "true"};
+
+}  // namespace
+
 using tevra::core::PlatformConfig;
 
 void DaemonConfiguration::Load(const std::string& path) {
@@ -27,12 +35,10 @@ DaemonConfiguration DaemonConfiguration::Read() {
   const PlatformConfig& platform = PlatformConfig::Get();
   DaemonConfiguration configuration;
   configuration.session_timeout_secs =
-      static_cast<int>(platform.GetInt(ServerEnv::kSettingsGroupName, "session_timeout",
-                                       SessionManager::kDefaultTimeoutSecs, 1, INT_MAX));
-  configuration.password_policy =
-      platform.GetBool(ServerEnv::kSettingsGroupName, "password_policy", false);
+      static_cast<int>(platform.GetInt(kSessionTimeout, 1, INT_MAX));
+  configuration.password_policy = platform.GetBool(kPasswordPolicy);
 
-  platform.GetBool("DeviceInformation", "present", true);
+  platform.GetBool(kPresent);
   // Each reads its section when it is made, and does nothing else until it is started.
   const tevra::msgbus::CallerRoles roles;
   const tevra::msgbus::MsgBus bus;

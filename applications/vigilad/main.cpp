@@ -10,6 +10,7 @@
 #include "vigilad/daemon.h"
 #include "vigilad/daemon_configuration.h"
 #include "vigilad/exit_code.h"
+#include "vigilad/listings.h"
 #include "vigilad/store_repair.h"
 
 namespace {
@@ -30,9 +31,16 @@ struct Options {
   std::string config;
   bool check_config = false;
   std::string repair;
+  bool list_keys = false;
+  bool list_operations = false;
 };
 
 int Start(const Options& options) {
+  if (options.list_keys || options.list_operations) {
+    if (options.list_keys) vigila::daemon::ListKeys();
+    if (options.list_operations) vigila::daemon::ListOperations();
+    return vigila::daemon::kStopped;
+  }
   DaemonConfiguration configuration;
   try {
     DaemonConfiguration::Load(options.config);
@@ -66,6 +74,10 @@ int main(int argc, char** argv) {
                "Show what is left of a damaged store (--repair), or put what is sound in it "
                "(--repair=records) or its copy (--repair=copy) in force")
       ->check(CLI::IsMember({"show", "records", "copy"}));
+  app.add_flag("--list-keys", options.list_keys,
+               "Print every configuration key with its section and default, and exit");
+  app.add_flag("--list-operations", options.list_operations,
+               "Print what is served on the bus and the role it takes, and exit");
   app.set_version_flag("--version", std::string("vigilad ") + VIGILA_VERSION);
   app.footer(kFooter);
   try {

@@ -1,18 +1,13 @@
 #!/bin/bash
 # The broker's policy file must grant each role exactly what the daemon's own table grants it.
-#   dbus_policy.sh SOURCE_DIR
+#   dbus_policy.sh SOURCE_DIR VIGILAD
 set -euo pipefail
-source_dir=$1
-policy=$source_dir/packaging/dbus/tevra.SecurityProvider.conf
+vigilad=$2
+policy=$1/packaging/dbus/tevra.SecurityProvider.conf
 
-# "role operation", as the daemon checks it.
-served() {
-  tr '\n' ' ' <"$source_dir/platform/libtevra/tevra/interfaces/security_provider_server.cpp" |
-    grep -oE 'Serve<&ISecurityProvider::[A-Za-z]+>\( *"[A-Za-z]+", *Audience::k[A-Za-z]+' |
-    sed -E 's/.*"([A-Za-z]+)", *Audience::kService.*/service \1/; s/.*"([A-Za-z]+)", *Audience::kAdmin.*/admin \1/'
-  echo 'service getAccessRule'
-  echo 'admin setAccessRule'
-}
+# "role operation", as the daemon checks it; the administration is granted as a whole, for the daemon
+# asks for the person behind each call.
+served() { "$vigilad" --list-operations | awk '$2 !~ /IAdministration/ { print $1, $3 }'; }
 # The same, as the policy file grants it to its groups.
 granted() {
   tr '\n' ' ' <"$policy" | grep -oE '<policy group="[a-z-]+">.*' | sed 's/<policy/\n<policy/g' |

@@ -22,6 +22,8 @@ using tevra::osa::MutexAutoLock;
 
 constexpr char kFileName[] = "vigila.key";
 
+const tevra::core::ConfigKey kDirectory{"Settings", "directory", "/var/lib/vigila"};
+
 tevra::core::Logger* GetLogger() {
   return tevra::core::Logger::GetLogger("AtRestCipher");
 }
@@ -35,8 +37,7 @@ std::string FindCredential() {
 }
 
 std::string DefaultPath() {
-  return tevra::core::PlatformConfig::Get().GetString("Settings", "directory", "/var/lib/vigila") +
-         "/" + kFileName;
+  return tevra::core::PlatformConfig::Get().GetString(kDirectory) + "/" + kFileName;
 }
 
 }  // namespace

@@ -58,9 +58,10 @@ void ThrowUnlessOk(krand_core_status status, const std::string& step) {
                               krand::core::statusToString(status).c_str());
 }
 
+const tevra::core::ConfigKey kKeyFile{ServerEnv::kSettingsGroupName, "key_file", ""};
+
 std::string ConfiguredKeyFile() {
-  return tevra::core::PlatformConfig::Get().GetString(ServerEnv::kSettingsGroupName, "key_file",
-                                                      "");
+  return tevra::core::PlatformConfig::Get().GetString(kKeyFile);
 }
 
 // Deliberate: a provider is never deleted. A request of the platform may still hold it when the

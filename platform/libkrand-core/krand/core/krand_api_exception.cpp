@@ -3,6 +3,11 @@
 #include "tevra/core/platform_config.h"
 
 namespace krand::core {
+namespace {
+
+const tevra::core::ConfigKey kPresent{"DeviceInformation", "present", "true"};
+
+}  // namespace
 
 std::string statusToString(krand_core_status status) {
   static constexpr const char* kNames[] = {
@@ -24,8 +29,7 @@ std::string statusToString(krand_core_status status) {
 
 bool getTargetIds(const std::string& service, std::vector<std::string>& ids) {
   ids.clear();
-  if (service == "device_information" &&
-      tevra::core::PlatformConfig::Get().GetBool("DeviceInformation", "present", true)) {
+  if (service == "device_information" && tevra::core::PlatformConfig::Get().GetBool(kPresent)) {
     ids.push_back("device_information.0");
   }
   return !ids.empty();

@@ -25,7 +25,7 @@ namespace krand::core {
 
 namespace {
 
-constexpr long kBusyTimeoutMs = 2000;
+const tevra::core::ConfigKey kBusyTimeout{"Settings", "busy_timeout_ms", "2000"};
 constexpr long kLongestBusyTimeoutMs = 60000;
 
 using Database = SettingsDatabase;
@@ -157,8 +157,7 @@ bool IsDomain(std::string_view domain) {
 krand_core_status OpenStore(Store& store, const char* domain) {
   const tevra::core::PlatformConfig& config = tevra::core::PlatformConfig::Get();
   store.location = SettingsFile::PathOf(domain);
-  const long busy_timeout_ms =
-      config.GetInt("Settings", "busy_timeout_ms", kBusyTimeoutMs, 0, kLongestBusyTimeoutMs);
+  const long busy_timeout_ms = config.GetInt(kBusyTimeout, 0, kLongestBusyTimeoutMs);
   store.database = std::make_unique<Database>(store.location, static_cast<int>(busy_timeout_ms));
   store.settler = std::make_unique<SettingsSettler>(store.location, store.gate, *store.database);
   store.settler->Start();

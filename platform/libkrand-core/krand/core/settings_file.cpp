@@ -17,6 +17,8 @@ namespace krand::core {
 
 namespace {
 
+const tevra::core::ConfigKey kDirectory{"Settings", "directory", "/var/lib/vigila"};
+
 using tevra::osa::UnfinishedFile;
 
 [[noreturn]] void Fail(const std::string& path, const std::string& what, int error) {
@@ -106,8 +108,7 @@ void CheckStore(const std::string& path, const struct stat& status) {
 }  // namespace
 
 std::string SettingsFile::PathOf(const std::string& domain) {
-  return tevra::core::PlatformConfig::Get().GetString("Settings", "directory", "/var/lib/vigila") +
-         "/" + domain + ".db";
+  return tevra::core::PlatformConfig::Get().GetString(kDirectory) + "/" + domain + ".db";
 }
 
 void SettingsFile::Prepare(const std::string& path) {

@@ -14,6 +14,8 @@
 
 namespace {
 
+const tevra::core::ConfigKey kFeatures{"DeviceInformation", "features", ""};
+
 constexpr const char* kService = "device_information";
 
 krand::core::HandleTable& Handles() {
@@ -36,8 +38,7 @@ bool IsTarget(const std::string& target) {
 }
 
 bool IsListed(std::string_view feature) {
-  const std::string list =
-      tevra::core::PlatformConfig::Get().GetString("DeviceInformation", "features", "");
+  const std::string list = tevra::core::PlatformConfig::Get().GetString(kFeatures);
   const std::vector<std::string> features = tevra::core::StringUtil::Split(list, ',');
   return std::any_of(features.begin(), features.end(), [feature](const std::string& listed) {
     return !feature.empty() && WithoutBlanks(listed) == feature;

@@ -20,6 +20,14 @@ using tevra::msgbus::CallerRoles;
 using tevra::msgbus::IMsgBus;
 using tevra::msgbus::MsgBusMsg;
 
+struct Operation {
+  const char* member;
+  CallerRoles::Role role;
+  const char* signature;
+};
+constexpr Operation kGet = {PermissionProtocol::kGetAccessRule, CallerRoles::kService, "s"};
+constexpr Operation kSet = {PermissionProtocol::kSetAccessRule, CallerRoles::kAdmin, "ss"};
+
 // The target reads NUL-terminated texts; one that hides bytes behind a zero byte would be judged as
 // another path or stored as another rule.
 bool IsPlain(const std::string& text) {
@@ -92,21 +100,21 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
   }
 
   // Nothing when the caller may and the arguments are right; else the error reply.
-  std::unique_ptr<MsgBusMsg> Refuse(const MsgBusMsg& request, CallerRoles::Role role,
-                                    const std::string& signature) {
-    if (!roles_.Holds(request.Sender(), role)) {
-      const char* const role_name = CallerRoles::RoleName(role);
+  std::unique_ptr<MsgBusMsg> Refuse(const MsgBusMsg& request, const Operation& operation) {
+    if (!roles_.Holds(request.Sender(), operation.role)) {
+      const char* const role_name = CallerRoles::RoleName(operation.role);
       const std::string user = std::to_string(request.Sender().uid);
       complaints_.Write(tevra::core::Logger::kNotice, request.Sender().uid, role_name,
                         "Permission target " + name_ + ": " + request.GetName() +
                             " refused to user " + user + ", who does not hold the role " +
                             role_name);
-      return Error(request, BusError::kAccessDenied, CallerRoles::Refusal(role, request.GetName()));
+      return Error(request, BusError::kAccessDenied,
+                   CallerRoles::Refusal(operation.role, request.GetName()));
     }
-    if (request.Signature() != signature) {
-      return Error(
-          request, BusError::kInvalidArgs,
-          request.GetName() + " takes \"" + signature + "\", not \"" + request.Signature() + "\"");
+    if (request.Signature() != operation.signature) {
+      return Error(request, BusError::kInvalidArgs,
+                   request.GetName() + " takes \"" + operation.signature + "\", not \"" +
+                       request.Signature() + "\"");
     }
     return nullptr;
   }
@@ -117,7 +125,7 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
   }
 
   MsgBusMsg Get(const MsgBusMsg& request) {
-    if (const auto refusal = Refuse(request, CallerRoles::kService, "s")) {
+    if (const auto refusal = Refuse(request, kGet)) {
       return *refusal;
     }
     const std::string& path = TextAt(request, 0);
@@ -134,7 +142,7 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
   }
 
   MsgBusMsg Set(const MsgBusMsg& request) {
-    if (const auto refusal = Refuse(request, CallerRoles::kAdmin, "ss")) {
+    if (const auto refusal = Refuse(request, kSet)) {
       return *refusal;
     }
     const std::string& path = TextAt(request, 0);
@@ -170,4 +178,13 @@ KrandApiPermissionTargetRun::KrandApiPermissionTargetRun(
 
 KrandApiPermissionTargetRun::~KrandApiPermissionTargetRun() {
   krand_core_trace("~KrandApiPermissionTargetRun");
+}
+
+std::vector<tevra::msgbus::ServedOperation> KrandApiPermissionTargetRun::Operations() {
+  std::vector<tevra::msgbus::ServedOperation> rows;
+  for (const Operation& operation : {kGet, kSet}) {
+    rows.push_back(
+        {PermissionProtocol::kInterface, operation.member, CallerRoles::RoleName(operation.role)});
+  }
+  return rows;
 }

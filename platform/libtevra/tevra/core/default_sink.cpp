@@ -16,7 +16,7 @@
 namespace tevra::core {
 namespace {
 
-constexpr char kDefaultIdentifier[] = "vigila";
+const ConfigKey kIdentifier{"Logging", "identifier", "vigila"};
 
 // Bytes of the printable character at the start of `text`; 0 when there is none, as for control
 // bytes, the C1 controls that terminals obey (U+0080 to U+009F) and what is not UTF-8.
@@ -32,9 +32,9 @@ size_t PrintableLength(std::string_view text) {
 
 std::string Identifier() {
   try {
-    return PlatformConfig::Get().GetString("Logging", "identifier", kDefaultIdentifier);
+    return PlatformConfig::Get().GetString(kIdentifier);
   } catch (const std::exception&) {
-    return kDefaultIdentifier;
+    return kIdentifier.fallback();
   }
 }
 

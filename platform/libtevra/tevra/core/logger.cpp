@@ -63,14 +63,15 @@ std::optional<Logger::Level> LevelFromText(const std::string& text) {
   return std::nullopt;
 }
 
+const ConfigKey kLevel{"Logging", "level", "notice"};
+
 // Never throws; `complaint` says why the level is not the one that was asked for.
 Logger::Level ConfiguredLevel(std::string& complaint) {
   std::string text;
   try {
     const char* environment = getenv("TEVRA_LOG_LEVEL");
-    text = environment != nullptr && *environment != '\0'
-               ? environment
-               : PlatformConfig::Get().GetString("Logging", "level", "notice");
+    text = environment != nullptr && *environment != '\0' ? environment
+                                                          : PlatformConfig::Get().GetString(kLevel);
   } catch (const std::exception& error) {
     complaint = error.what();
     return Logger::kNotice;

@@ -59,38 +59,33 @@ void PlatformConfig::LoadFrom(const std::string& path) {
   Replace(IniFile::Load(path));
 }
 
-std::string PlatformConfig::GetString(const std::string& section, const std::string& key,
-                                      const std::string& fallback) const {
-  return file_.Get(section, key).value_or(fallback);
+std::string PlatformConfig::GetString(const ConfigKey& key) const {
+  return file_.Get(key.section(), key.name()).value_or(key.fallback());
 }
 
-long PlatformConfig::GetInt(const std::string& section, const std::string& key, long fallback,
-                            long minimum, long maximum) const {
-  const std::optional<std::string> text = file_.Get(section, key);
-  if (!text) return fallback;
+long PlatformConfig::GetInt(const ConfigKey& key, long minimum, long maximum) const {
+  const std::string text = GetString(key);
   char* end = nullptr;
   errno = 0;
-  const long value = strtol(text->c_str(), &end, 10);
-  const bool whole = errno == 0 && end != text->c_str() && *end == '\0';
+  const long value = strtol(text.c_str(), &end, 10);
+  const bool whole = errno == 0 && end != text.c_str() && *end == '\0';
   if (!whole || value < minimum || value > maximum) {
-    throw osa::Exception("[%s] %s = %s: not a whole number from %ld to %ld", section.c_str(),
-                         key.c_str(), text->c_str(), minimum, maximum);
+    throw osa::Exception("[%s] %s = %s: not a whole number from %ld to %ld", key.section(),
+                         key.name(), text.c_str(), minimum, maximum);
   }
   return value;
 }
 
-bool PlatformConfig::GetBool(const std::string& section, const std::string& key,
-                             bool fallback) const {
-  const std::optional<std::string> text = file_.Get(section, key);
-  if (!text) return fallback;
+bool PlatformConfig::GetBool(const ConfigKey& key) const {
+  const std::string text = GetString(key);
   for (const char* yes : {"true", "yes", "on", "1"}) {
-    if (*text == yes) return true;
+    if (text == yes) return true;
   }
   for (const char* no : {"false", "no", "off", "0"}) {
-    if (*text == no) return false;
+    if (text == no) return false;
   }
-  throw osa::Exception("[%s] %s = %s: neither true nor false", section.c_str(), key.c_str(),
-                       text->c_str());
+  throw osa::Exception("[%s] %s = %s: neither true nor false", key.section(), key.name(),
+                       text.c_str());
 }
 
 }  // namespace tevra::core

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "tevra/core/config_key.h"
 #include "tevra/core/ini_file.h"
 
 namespace tevra::core {
@@ -21,13 +22,11 @@ class PlatformConfig {
   static void Replace(const IniFile& file);
   static void LoadFrom(const std::string& path);
 
-  std::string GetString(const std::string& section, const std::string& key,
-                        const std::string& fallback) const;
+  std::string GetString(const ConfigKey& key) const;
   // A value that is no whole number in [minimum, maximum] throws tevra::osa::Exception.
-  long GetInt(const std::string& section, const std::string& key, long fallback, long minimum,
-              long maximum) const;
+  long GetInt(const ConfigKey& key, long minimum, long maximum) const;
   // "true"/"yes"/"on"/"1" and "false"/"no"/"off"/"0"; anything else throws.
-  bool GetBool(const std::string& section, const std::string& key, bool fallback) const;
+  bool GetBool(const ConfigKey& key) const;
   const IniFile& File() const { return file_; }
 
  private:

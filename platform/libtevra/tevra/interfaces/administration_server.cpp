@@ -50,6 +50,10 @@ class AdministrationServer final : public IAdministration::IServer {
 
 }  // namespace
 
+std::vector<msgbus::ServedOperation> IAdministration::ServedOperations() {
+  return RowsOf(kOperations, kInterface);
+}
+
 IAdministration::IServer* IAdministration::CreateServer(msgbus::IMsgBus* bus,
                                                         IAdministration* administration) {
   return new AdministrationServer(bus, administration);

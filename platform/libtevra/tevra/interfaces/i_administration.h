@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tevra::msgbus {
 class IMsgBus;
-}
+struct ServedOperation;
+}  // namespace tevra::msgbus
 
 namespace tevra::interfaces {
 
@@ -102,6 +104,8 @@ class IAdministration {
   // Serves `administration` on `bus` to callers with either role; both must outlive the server.
   // Owned by the caller. The destination's name is ISecurityProvider's server's to register.
   static IServer* CreateServer(msgbus::IMsgBus* bus, IAdministration* administration);
+  // What CreateServer serves, and to whom.
+  static std::vector<msgbus::ServedOperation> ServedOperations();
 };
 
 }  // namespace tevra::interfaces

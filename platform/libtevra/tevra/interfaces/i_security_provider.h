@@ -12,7 +12,8 @@
 
 namespace tevra::msgbus {
 class IMsgBus;
-}
+struct ServedOperation;
+}  // namespace tevra::msgbus
 
 namespace tevra::interfaces {
 
@@ -118,6 +119,9 @@ class ISecurityProvider {
     // Calls refused so far because the caller lacked the role.
     virtual uint64_t RefusedCalls() const = 0;
   };
+
+  // What CreateServer serves, and to whom.
+  static std::vector<msgbus::ServedOperation> ServedOperations();
 
   // A proxy over `bus`, which must outlive it. Owned by the caller. Its operations throw
   // tevra::osa::Exception when the server cannot be reached, refuses the caller, or answers

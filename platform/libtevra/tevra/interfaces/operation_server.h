@@ -18,6 +18,7 @@
 #include "tevra/interfaces/wire_type.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/i_msg_bus.h"
+#include "tevra/msgbus/served_operation.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
@@ -38,6 +39,18 @@ struct Operation {
   std::string_view signature;
   bool (*run)(Target& target, const Call& call, msgbus::MsgBusMsg& reply);
 };
+
+// The table for people and for checks of what is written about it elsewhere.
+template <typename Target, size_t count>
+std::vector<msgbus::ServedOperation> RowsOf(const Operation<Target> (&operations)[count],
+                                            const char* interface) {
+  static constexpr const char* kRoles[] = {"service", "admin", "either"};  // by audience
+  std::vector<msgbus::ServedOperation> rows;
+  for (const Operation<Target>& operation : operations) {
+    rows.push_back({interface, operation.name, kRoles[static_cast<size_t>(operation.audience)]});
+  }
+  return rows;
+}
 
 template <auto method, typename Target, typename Result, typename... Parameters>
 struct ServedMethod {

@@ -10,6 +10,7 @@
 #include "tevra/interfaces/operation_server.h"
 #include "tevra/interfaces/revocation_page_writer.h"
 #include "tevra/msgbus/i_msg_bus.h"
+#include "tevra/msgbus/served_operation.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
@@ -183,6 +184,10 @@ void SecurityProviderServer::Broadcast(bool value) {
 }
 
 }  // namespace
+
+std::vector<msgbus::ServedOperation> ISecurityProvider::ServedOperations() {
+  return RowsOf(kOperations, kInterface);
+}
 
 ISecurityProvider::IServer* ISecurityProvider::CreateServer(msgbus::IMsgBus* bus,
                                                             ISecurityProvider* provider) {

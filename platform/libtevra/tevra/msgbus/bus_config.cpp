@@ -15,6 +15,20 @@ namespace {
 
 constexpr const char* kSection = "MsgBus";
 
+const core::ConfigKey kTransport{kSection, "transport", "direct"};
+const core::ConfigKey kAddress{kSection, "address", "system"};
+const core::ConfigKey kRuntimeDir{kSection, "runtime_dir", "/run/vigila"};
+const core::ConfigKey kSocketMode{kSection, "socket_mode", "0666"};
+const core::ConfigKey kTimeout{kSection, "timeout_ms", "5000"};
+const core::ConfigKey kHandshakeTimeout{kSection, "handshake_timeout_ms", "5000"};
+const core::ConfigKey kMaxConnections{kSection, "max_connections", "256"};
+const core::ConfigKey kMaxConnectionsPerUid{kSection, "max_connections_per_uid", "128"};
+const core::ConfigKey kMaxMessageBytes{kSection, "max_message_bytes", "2097152"};
+const core::ConfigKey kMaxOutputBytes{kSection, "max_output_bytes", "4194304"};
+const core::ConfigKey kPoolSize{kSection, "pool_size", "8"};
+const core::ConfigKey kIdleTimeout{kSection, "idle_timeout_ms", "10000"};
+const core::ConfigKey kServiceUser{kSection, "service_user", "root"};
+
 const char* EnvironmentOr(const char* name, const char* fallback) {
   const char* value = secure_getenv(name);
   return value != nullptr && *value != '\0' ? value : fallback;
@@ -55,9 +69,12 @@ uid_t ParseUser(const std::string& text) {
   return found->pw_uid;
 }
 
-size_t GetSize(const char* key, size_t fallback, long minimum, long maximum) {
-  return static_cast<size_t>(core::PlatformConfig::Get().GetInt(
-      kSection, key, static_cast<long>(fallback), minimum, maximum));
+size_t GetSize(const core::ConfigKey& key, long minimum, long maximum) {
+  return static_cast<size_t>(core::PlatformConfig::Get().GetInt(key, minimum, maximum));
+}
+
+std::chrono::milliseconds GetTime(const core::ConfigKey& key) {
+  return std::chrono::milliseconds(core::PlatformConfig::Get().GetInt(key, 1, INT_MAX));
 }
 
 }  // namespace
@@ -65,29 +82,25 @@ size_t GetSize(const char* key, size_t fallback, long minimum, long maximum) {
 BusConfig BusConfig::FromPlatform() {
   const core::PlatformConfig& platform = core::PlatformConfig::Get();
   BusConfig config;
-  const std::string transport = platform.GetString(kSection, "transport", "direct");
+  const std::string transport = platform.GetString(kTransport);
   if (transport == "broker") {
     config.transport = Transport::kBroker;
   } else if (transport != "direct") {
     throw osa::Exception("[%s] transport: \"%s\" is neither direct nor broker", kSection,
                          transport.c_str());
   }
-  config.address = ResolveAddress(platform.GetString(kSection, "address", "system"));
-  config.runtime_dir = platform.GetString(kSection, "runtime_dir", "/run/vigila");
-  config.socket_mode = ParseMode(platform.GetString(kSection, "socket_mode", "0666"));
-  config.timeout =
-      std::chrono::milliseconds(platform.GetInt(kSection, "timeout_ms", 5000, 1, INT_MAX));
-  config.handshake_timeout = std::chrono::milliseconds(
-      platform.GetInt(kSection, "handshake_timeout_ms", 5000, 1, INT_MAX));
-  config.max_connections = GetSize("max_connections", config.max_connections, 1, 1 << 20);
-  config.max_connections_per_uid =
-      GetSize("max_connections_per_uid", config.max_connections_per_uid, 1, 1 << 20);
-  config.max_message_bytes = GetSize("max_message_bytes", config.max_message_bytes, 1024, 1 << 27);
-  config.max_output_bytes = GetSize("max_output_bytes", config.max_output_bytes, 1024, 1 << 30);
-  config.pool_size = GetSize("pool_size", config.pool_size, 1, 1024);
-  config.idle_timeout = std::chrono::milliseconds(
-      platform.GetInt(kSection, "idle_timeout_ms", config.idle_timeout.count(), 1, INT_MAX));
-  config.service_uid = ParseUser(platform.GetString(kSection, "service_user", "root"));
+  config.address = ResolveAddress(platform.GetString(kAddress));
+  config.runtime_dir = platform.GetString(kRuntimeDir);
+  config.socket_mode = ParseMode(platform.GetString(kSocketMode));
+  config.timeout = GetTime(kTimeout);
+  config.handshake_timeout = GetTime(kHandshakeTimeout);
+  config.max_connections = GetSize(kMaxConnections, 1, 1 << 20);
+  config.max_connections_per_uid = GetSize(kMaxConnectionsPerUid, 1, 1 << 20);
+  config.max_message_bytes = GetSize(kMaxMessageBytes, 1024, 1 << 27);
+  config.max_output_bytes = GetSize(kMaxOutputBytes, 1024, 1 << 30);
+  config.pool_size = GetSize(kPoolSize, 1, 1024);
+  config.idle_timeout = GetTime(kIdleTimeout);
+  config.service_uid = ParseUser(platform.GetString(kServiceUser));
   return config;
 }
 

@@ -16,15 +16,15 @@ struct BusConfig {
   Transport transport = Transport::kDirect;
   std::string address;      // D-Bus address of the broker, "system" and "session" resolved
   std::string runtime_dir;  // where destinations have their sockets
-  mode_t socket_mode = 0666;
-  std::chrono::milliseconds timeout{5000};
-  std::chrono::milliseconds handshake_timeout{5000};  // for a client to say who it is
-  size_t max_connections = 256;
-  size_t max_connections_per_uid = 128;
-  size_t max_message_bytes = 2 << 20;
-  size_t max_output_bytes = 4 << 20;
-  size_t pool_size = 8;
-  std::chrono::milliseconds idle_timeout{10000};  // after which an unused connection is closed
+  mode_t socket_mode = 0;
+  std::chrono::milliseconds timeout{};
+  std::chrono::milliseconds handshake_timeout{};  // for a client to say who it is
+  size_t max_connections = 0;
+  size_t max_connections_per_uid = 0;
+  size_t max_message_bytes = 0;
+  size_t max_output_bytes = 0;
+  size_t pool_size = 0;
+  std::chrono::milliseconds idle_timeout{};  // after which an unused connection is closed
   uid_t service_uid = 0;
 
   // Throws tevra::osa::Exception that names the key with a wrong value.

@@ -16,7 +16,8 @@
 namespace tevra::msgbus {
 namespace {
 
-constexpr const char* kKeys[] = {"service_groups", "admin_groups"};
+// By role.
+const core::ConfigKey kKeys[] = {{"Access", "service_groups", ""}, {"Access", "admin_groups", ""}};
 
 std::string_view Trimmed(std::string_view text) {
   constexpr const char* kBlanks = " \t";
@@ -57,10 +58,10 @@ gid_t ParseGroup(const std::string& text, const char* key) {
 
 CallerRoles::CallerRoles() {
   for (Role role : {kService, kAdmin}) {
-    const std::string list = core::PlatformConfig::Get().GetString("Access", kKeys[role], "");
+    const std::string list = core::PlatformConfig::Get().GetString(kKeys[role]);
     for (const std::string& item : core::StringUtil::Split(list, ',')) {
       const std::string_view name = Trimmed(item);
-      if (!name.empty()) groups_[role].push_back(ParseGroup(std::string(name), kKeys[role]));
+      if (!name.empty()) groups_[role].push_back(ParseGroup(std::string(name), kKeys[role].name()));
     }
   }
 }

@@ -11,21 +11,27 @@
 
 namespace {
 
+using tevra::core::ConfigKey;
 using tevra::core::IniFile;
 using tevra::core::PlatformConfig;
 using tevra::osa::Exception;
 
 constexpr long kMin = -10, kMax = 10;
 
+const ConfigKey kA{"s", "a", ""};
+const ConfigKey kInt{"s", "int", "3"};
+const ConfigKey kBool{"s", "bool", "true"};
+const ConfigKey kText{"s", "text", "fallback"};
+
 class PlatformConfigValues : public ::testing::Test {
  protected:
   long Int(const std::string& text) {
     fixture_.Set("s", "int", text);
-    return PlatformConfig::Get().GetInt("s", "int", 3, kMin, kMax);
+    return PlatformConfig::Get().GetInt(kInt, kMin, kMax);
   }
   bool Bool(const std::string& text) {
     fixture_.Set("s", "bool", text);
-    return PlatformConfig::Get().GetBool("s", "bool", true);
+    return PlatformConfig::Get().GetBool(kBool);
   }
 
   support::PlatformFixture fixture_;
@@ -33,15 +39,14 @@ class PlatformConfigValues : public ::testing::Test {
 
 TEST_F(PlatformConfigValues, FallBackWhenThereIsNoSuchKey) {
   const PlatformConfig& config = PlatformConfig::Get();
-  EXPECT_EQ(config.GetString("s", "none", "fallback"), "fallback");
-  EXPECT_EQ(config.GetInt("s", "none", 99, kMin, kMax), 99);
-  EXPECT_TRUE(config.GetBool("s", "none", true));
-  EXPECT_FALSE(config.GetBool("s", "none", false));
+  EXPECT_EQ(config.GetString(kText), "fallback");
+  EXPECT_EQ(config.GetInt(kInt, kMin, kMax), 3);
+  EXPECT_TRUE(config.GetBool(kBool));
 }
 
 TEST_F(PlatformConfigValues, AreTakenFromTheFile) {
   fixture_.Set("s", "text", "");
-  EXPECT_EQ(PlatformConfig::Get().GetString("s", "text", "fallback"), "");
+  EXPECT_EQ(PlatformConfig::Get().GetString(kText), "");
   EXPECT_EQ(Int("7"), 7);
   EXPECT_EQ(Int("-10"), kMin);
   EXPECT_EQ(Int("+10"), kMax);
@@ -70,8 +75,8 @@ TEST_F(PlatformConfigValues, KnowEightWordsForTrueAndFalse) {
 
 TEST_F(PlatformConfigValues, AreSeenThroughAReferenceTakenEarlier) {
   const PlatformConfig& config = PlatformConfig::Get();
-  fixture_.Set("s", "late", "1");
-  EXPECT_EQ(config.GetString("s", "late", ""), "1");
+  fixture_.Set("s", "text", "1");
+  EXPECT_EQ(config.GetString(kText), "1");
 }
 
 TEST(PlatformConfig, KeepsWhatItHasWhenALoadFails) {
@@ -79,9 +84,9 @@ TEST(PlatformConfig, KeepsWhatItHasWhenALoadFails) {
   fixture.Set("s", "a", "kept");
   EXPECT_THROW(PlatformConfig::LoadFrom(fixture.Dir().File("none.ini")), Exception);
   EXPECT_THROW(PlatformConfig::LoadFrom(fixture.Dir().Write("bad.ini", "nonsense")), Exception);
-  EXPECT_EQ(PlatformConfig::Get().GetString("s", "a", ""), "kept");
+  EXPECT_EQ(PlatformConfig::Get().GetString(kA), "kept");
   PlatformConfig::LoadFrom(fixture.Dir().Write("good.ini", "[s]\na=loaded\n"));
-  EXPECT_EQ(PlatformConfig::Get().GetString("s", "a", ""), "loaded");
+  EXPECT_EQ(PlatformConfig::Get().GetString(kA), "loaded");
 }
 
 // The first use happens once in a process: these run in one of their own each.
@@ -95,7 +100,7 @@ class PlatformConfigFirstUse : public ::testing::Test {
 int ExitCodeOfFirstUse(const std::string& path) {
   setenv(PlatformConfig::kEnvironmentVariable, path.c_str(), 1);
   try {
-    return PlatformConfig::Get().GetString("s", "a", "") == "named" ? 0 : 1;
+    return PlatformConfig::Get().GetString(kA) == "named" ? 0 : 1;
   } catch (const Exception& error) {
     const bool named = std::string(error.what()).find(path) != std::string::npos;
     return named ? 2 : 3;

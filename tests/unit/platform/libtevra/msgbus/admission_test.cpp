@@ -33,7 +33,7 @@ class AdmissionTest : public testing::Test {
   static Credentials Admin(uid_t uid) { return {uid, {kAdminGroup}}; }
 
   support::PlatformFixture platform_;
-  BusConfig config_;
+  BusConfig config_ = BusConfig::FromPlatform();
   std::optional<Admission> admission_;
 };
 
