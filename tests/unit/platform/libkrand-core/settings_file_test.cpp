@@ -161,8 +161,9 @@ TEST_F(SettingsFilePreparation, GivesSeveralMakersAtOnceTheSameStore) {
       ASSERT_EQ(waitpid(maker, &status, 0), maker);
       EXPECT_EQ(status, 0);
     }
-    EXPECT_EQ(NamesIn(dir_), (Names{"vigila.db", "vigila.db.witness"}));
+    // Of two that close the store at the same moment, neither may be the last, who clears its log.
     EXPECT_EQ(SettingsDatabase(path_, 0).Keys("").size(), makers.size());
+    EXPECT_EQ(NamesIn(dir_), (Names{"vigila.db", "vigila.db.witness"}));
   }
 }
 
