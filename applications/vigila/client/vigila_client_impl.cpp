@@ -333,7 +333,16 @@ void VigilaClient::Impl::ReportFailure() {
 
 void VigilaClient::Impl::Subscribe() {
   using Listener = tevra::core::VoidObjectMethodDelegate1<Impl, void (Impl::*)(bool), bool>;
-  provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::FlushCaches));
+  provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::OnChange));
+}
+
+// Where the server writes a page, the page tells which sessions have ended; who logs out does not
+// cost everyone else their answers.
+void VigilaClient::Impl::OnChange(bool value) {
+  const std::shared_ptr<const RevocationPage> page = provider_->GetRevocationPage();
+  const bool page_tells = page && page != RevocationPage::Unchanging();
+  if (!value && page_tells) return;
+  FlushCaches(value);
 }
 
 bool VigilaClient::Impl::ReportAuthorization(const std::string& token, const std::string& path,

@@ -93,6 +93,7 @@ class VigilaClient::Impl final {
   void ReportFailure();
   void ReportRefusal(const char* cause);
   void Subscribe();
+  void OnChange(bool value);
   // Treats accounts or rules that have changed since the last question as the notification that is
   // on its way.
   void HeedEpoch(const tevra::interfaces::AnswerStamp& stamp);

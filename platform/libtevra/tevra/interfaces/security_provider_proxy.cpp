@@ -90,10 +90,6 @@ class SecurityProviderProxy final : public ISecurityProvider, private msgbus::IM
   void HandleMessage(msgbus::IMsgBus& bus, MsgBusMsg& message) override;
   void Unregister();
   void FollowPage();
-  bool HasServersPage() const {
-    const auto page = GetRevocationPage();
-    return page && page != RevocationPage::Unchanging();
-  }
 
   // As OperationProxy's.
   template <typename... Arguments>
@@ -174,10 +170,7 @@ void SecurityProviderProxy::HandleMessage(msgbus::IMsgBus&, MsgBusMsg& message) 
       return;
     }
     if (heard_) heard_->RaiseEpoch();
-    const bool more_than_sessions = std::get<bool>(message.Body()[0]);
-    // The server's page tells which sessions have ended; who logs out does not cost everyone else
-    // their answers.
-    if (more_than_sessions || heard_ || !HasServersPage()) FireChangeListeners(more_than_sessions);
+    FireChangeListeners(std::get<bool>(message.Body()[0]));
     return;
   }
   if (message.Signature() != "s" || std::get<std::string>(message.Body()[0]) != kDestination) {

@@ -296,22 +296,6 @@ TEST_F(RemoteProxy, CountsAnswersOfOtherServersThanThatOfThePage) {
   EXPECT_EQ(proxy->StrayAnswers(), 1u);
 }
 
-TEST_F(RemoteProxy, DoesNotTellOfEndedSessionsWhatItsPageTells) {
-  support::ChangeRecorder recorder;
-  const RevocationPageWriter writer(7);
-  recorder.Attach(*proxy);
-  Appear(7, &writer);
-  NotifyChanged({false});
-  NotifyChanged({true});
-  EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true}));  // the first is the appearance
-  NotifyVanished({std::string(ISecurityProvider::kDestination)});
-  NotifyChanged({false});
-  EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true, true, false}));
-  Appear(0, nullptr);
-  NotifyChanged({false});
-  EXPECT_EQ(recorder.Values(), (std::vector<bool>{true, true, true, false, true, false}));
-}
-
 TEST_F(RemoteProxy, CountsNotificationsWhereNoPageIsHandedOut) {
   Appear(0, nullptr);
   const auto page = proxy->GetRevocationPage();
