@@ -6,6 +6,7 @@
 
 #include "tevra/interfaces/access_denied.h"
 #include "tevra/msgbus/connection_refused.h"
+#include "tevra/osa/sanitizer.h"
 #include "vigila/client/monotonic_time_source.h"
 #include "vigila/client/session_commands.h"
 #include "vigila/contract/result_tokens.h"
@@ -306,6 +307,7 @@ bool VigilaClient::Impl::IsOfPage(const AnswerStamp& stamp, uint64_t strays, boo
   return answered || stamp.Page() == RevocationPage::Unchanging();
 }
 
+TEVRA_PASSES_CANCELLATION
 bool VigilaClient::Impl::RunCommand(Command& command) {
   if (IsInherited()) {
     ReportFailure();

@@ -17,6 +17,7 @@
 #include "tevra/osa/exception.h"
 #include "tevra/osa/mutex.h"
 #include "tevra/osa/process_generation.h"
+#include "tevra/osa/sanitizer.h"
 
 namespace tevra::interfaces {
 
@@ -71,6 +72,7 @@ class ListenerList final {
     ListenerList& list_;
   };
 
+  TEVRA_PASSES_CANCELLATION
   static void Call(core::IVoidDelegate1<Value>& listener, const Value& value) {
     // The change has happened: neither its caller nor the other listeners may suffer.
     try {
