@@ -41,6 +41,14 @@ class HangingProvider final : public RecordingProvider {
   std::promise<void> released;
 };
 
+// The address sanitizer does not learn that the frames of a cancelled thread are gone, and takes
+// what is written there afterwards for a fault.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kFollowsCancellation = false;
+#else
+constexpr bool kFollowsCancellation = true;
+#endif
+
 class AnEndingThread : public testing::Test {
  protected:
   void SetUp() override {
@@ -66,6 +74,7 @@ class AnEndingThread : public testing::Test {
 };
 
 TEST_F(AnEndingThread, LeavesACallThatHangsWhenItIsCancelled) {
+  if (!kFollowsCancellation) GTEST_SKIP() << "the address sanitizer loses cancelled threads";
   const VigilaClient client;
   provider_.hangs = true;
   std::thread caller([&client] { client.GetNonce(); });
@@ -77,6 +86,7 @@ TEST_F(AnEndingThread, LeavesACallThatHangsWhenItIsCancelled) {
 }
 
 TEST_F(AnEndingThread, LeavesTheQueueForAConnectionWhenItIsCancelled) {
+  if (!kFollowsCancellation) GTEST_SKIP() << "the address sanitizer loses cancelled threads";
   platform_.Set("MsgBus", "pool_size", "1");
   const VigilaClient client;
   provider_.hangs = true;
@@ -91,6 +101,7 @@ TEST_F(AnEndingThread, LeavesTheQueueForAConnectionWhenItIsCancelled) {
 }
 
 TEST_F(AnEndingThread, MayBeCancelledAnywhereInACall) {
+  if (!kFollowsCancellation) GTEST_SKIP() << "the address sanitizer loses cancelled threads";
   const VigilaClient client;
   for (int i = 0; i < 300; ++i) {
     std::thread caller([&client] { CallForEver(client); });
