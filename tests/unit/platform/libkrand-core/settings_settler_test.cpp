@@ -201,7 +201,7 @@ TEST(SettingsExistence, IsKnownBeforeTheyAreOpened) {
 TEST(SettingsInit, RefusesADirectoryThatOthersMayWrite) {
   SettingsFixture settings;
   settings.Close();
-  for (const mode_t mode : {0777, 01777, 0775}) {
+  for (const mode_t mode : {0777u, 01777u, 0775u}) {
     chmod(settings.SettingsDir().c_str(), mode);
     CapturingLog log;
     EXPECT_EQ(krand_core_settings_init("vigila"), KRAND_CORE_IO_ERROR);
