@@ -15,6 +15,7 @@
 #include "support/virtual_slot.h"
 #include "tevra/interfaces/revocation_page.h"
 #include "tevra/osa/exception.h"
+#include "tevra/osa/sanitizer.h"
 
 namespace tevra::interfaces {
 namespace {
@@ -163,6 +164,9 @@ TEST(ISecurityProvider, RefusesAListenerThatComesBack) {
 }
 
 TEST(ISecurityProvider, LetsAThreadBeCancelledInAListener) {
+#if defined(TEVRA_THREAD_SANITIZER)
+  GTEST_SKIP() << "the thread sanitizer misses what a cancelled thread gives back";
+#endif
   RecordingProvider provider;
   ChangeRecorder after;
   std::promise<void> entered;
