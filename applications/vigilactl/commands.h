@@ -14,6 +14,8 @@ void AddSessionCommands(CLI::App& app, Invocation& invocation);
 void AddAccessCommands(CLI::App& app, Invocation& invocation);
 void AddPassphraseCommands(CLI::App& app, Invocation& invocation);
 void AddRuleCommands(CLI::App& app, Invocation& invocation);
+void AddLivingSessionCommands(CLI::App& app, Invocation& invocation);
+void AddExplainCommand(CLI::App& app, Invocation& invocation);
 void AddStatusCommand(CLI::App& app, Invocation& invocation);
 void AddWsseCheckCommand(CLI::App& app, Invocation& invocation);
 

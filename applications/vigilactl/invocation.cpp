@@ -1,9 +1,13 @@
 #include "vigilactl/invocation.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include "tevra/core/logger.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/interfaces/access_denied.h"
 #include "vigilactl/printable_text.h"
+#include "vigilactl/text_table.h"
 
 namespace vigilactl {
 namespace {
@@ -50,10 +54,27 @@ ExitCode Invocation::Run() {
 
 tevra::interfaces::ISecurityProvider& Invocation::Provider() {
   if (!provider_) {
-    bus_ = std::make_unique<tevra::msgbus::MsgBus>();
-    provider_.reset(tevra::interfaces::ISecurityProvider::CreateOneShotClient(bus_.get()));
+    provider_.reset(tevra::interfaces::ISecurityProvider::CreateOneShotClient(&Bus()));
   }
   return *provider_;
+}
+
+tevra::interfaces::IAdministration& Invocation::Administration() {
+  if (!administration_) {
+    administration_.reset(tevra::interfaces::IAdministration::CreateClient(&Bus()));
+  }
+  return *administration_;
+}
+
+tevra::msgbus::MsgBus& Invocation::Bus() {
+  if (!bus_) bus_ = std::make_unique<tevra::msgbus::MsgBus>();
+  return *bus_;
+}
+
+size_t Invocation::Width() const {
+  winsize size = {};
+  const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return known ? size.ws_col : TextTable::kAnyWidth;
 }
 
 KrandApiPermissionInitiator& Invocation::Permissions() {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "krand/interfaces/permission_initiator.h"
+#include "tevra/interfaces/i_administration.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/msg_bus.h"
 #include "vigilactl/exit_code.h"
@@ -37,7 +38,12 @@ class Invocation final {
   ExitCode Run();
 
   tevra::interfaces::ISecurityProvider& Provider();
+  tevra::interfaces::IAdministration& Administration();
   KrandApiPermissionInitiator& Permissions();
+
+  // Columns of the terminal that the answer goes to; as many as there may be, when it goes
+  // elsewhere.
+  size_t Width() const;
 
   // The answer of a verb that was done.
   ExitCode Answer(const Json& object, const std::string& text);
@@ -50,14 +56,16 @@ class Invocation final {
   void Note(const std::string& sentence);
 
  private:
+  tevra::msgbus::MsgBus& Bus();
   void PrintJson(const Json& object);
 
   std::ostream& out_;
   std::ostream& err_;
   Verb verb_;
-  // The proxy borrows the bus.
+  // The proxies borrow the bus.
   std::unique_ptr<tevra::msgbus::MsgBus> bus_;
   std::unique_ptr<tevra::interfaces::ISecurityProvider> provider_;
+  std::unique_ptr<tevra::interfaces::IAdministration> administration_;
   std::unique_ptr<KrandApiPermissionInitiator> permissions_;
 };
 

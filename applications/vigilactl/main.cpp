@@ -21,7 +21,9 @@ void AddEverything(CLI::App& app, vigilactl::Invocation& invocation) {
   vigilactl::AddStatusCommand(app, invocation);
   vigilactl::AddUserCommands(app, invocation);
   vigilactl::AddSessionCommands(app, invocation);
+  vigilactl::AddLivingSessionCommands(app, invocation);
   vigilactl::AddAccessCommands(app, invocation);
+  vigilactl::AddExplainCommand(app, invocation);
   vigilactl::AddRuleCommands(app, invocation);
   vigilactl::AddPassphraseCommands(app, invocation);
   vigilactl::AddWsseCheckCommand(app, invocation);

@@ -37,6 +37,8 @@ constexpr Sentence kSentences[] = {
     {contract::kDisabled, "The account is disabled after too many invalid passwords."},
     {contract::kExpired, "The password is correct but has expired."},
     {contract::kWrongPassword, "The password is wrong, or it is too soon after a wrong one."},
+    {contract::kNoSuchSession, "There is no such session."},
+    {contract::kNoSuchRule, "There is no rule for this path that can be changed."},
 };
 
 struct RefusedLogon {

@@ -2,10 +2,13 @@
 #include <optional>
 #include <string>
 
+#include "vigila/contract/result_codes.h"
 #include "vigila/contract/rules.h"
+#include "vigilactl/administration_answer.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/permission_names.h"
 #include "vigilactl/printable_text.h"
+#include "vigilactl/result_sentences.h"
 #include "vigilactl/text_table.h"
 #include "vigilactl/text_verb.h"
 
@@ -49,15 +52,37 @@ ExitCode SetRule(Invocation& invocation, const std::string& path, const std::str
   return invocation.Answer(object, Printable(path) + " is now for: " + RuleMeaning(rule) + "\n");
 }
 
-void AddSetVerb(CLI::App& parent, Invocation& invocation) {
+ExitCode ShowEffect(Invocation& invocation, const std::string& path, const std::string& rule) {
+  const Json answer = ReadAnswer(invocation.Administration().GetRuleEffect("", path, rule));
+  const int code = CodeOf(answer);
+  if (code == vigila::contract::kNoSuchRule) {
+    return invocation.Refuse(answer, "The rule of \"" + path +
+                                         "\" cannot be changed: \"vigilactl rule list\" shows "
+                                         "which can.");
+  }
+  if (code != 0) return invocation.Refuse(answer, SentenceOf(code));
+  const std::string doubt = RuleDoubt(rule);
+  if (!doubt.empty()) invocation.Note(doubt);
+  TextTable table;
+  table.AddRow({"Open now", ListOpenTo(answer.at("OpenNow"))});
+  table.AddRow({"Open then", ListOpenTo(answer.at("OpenTo"))});
+  table.AddRow({"Gain access", ListNames(answer.at("Gains"))});
+  table.AddRow({"Lose access", ListNames(answer.at("Loses"))});
+  table.AddRow({"Their sessions", std::to_string(answer.at("Sessions").get<int64_t>())});
+  return invocation.Answer(answer, table.Render());
+}
+
+// A verb that takes the path of a rule and a rule.
+void AddRuleVerb(CLI::App& parent, Invocation& invocation, const char* name, const char* help,
+                 ExitCode (*run)(Invocation&, const std::string&, const std::string&)) {
   const auto path = std::make_shared<std::string>();
   const auto rule = std::make_shared<std::string>();
-  CLI::App* verb = parent.add_subcommand("set", "Change the rule of a path; it is kept");
+  CLI::App* verb = parent.add_subcommand(name, help);
   verb->add_option(kPathArgument.name, *path, kPathArgument.help)->required();
   verb->add_option("RULE", *rule, "true, @group or {permission}; anything else refuses everybody")
       ->required();
-  verb->callback([&invocation, path, rule] {
-    invocation.Choose([&invocation, path, rule] { return SetRule(invocation, *path, *rule); });
+  verb->callback([&invocation, path, rule, run] {
+    invocation.Choose([&invocation, path, rule, run] { return run(invocation, *path, *rule); });
   });
 }
 
@@ -70,7 +95,9 @@ void AddRuleCommands(CLI::App& app, Invocation& invocation) {
     invocation.Choose([&invocation] { return ListRules(invocation); });
   });
   AddTextVerb(*parent, invocation, "get", "Print the rule of a path", kPathArgument, GetRule);
-  AddSetVerb(*parent, invocation);
+  AddRuleVerb(*parent, invocation, "set", "Change the rule of a path; it is kept", SetRule);
+  AddRuleVerb(*parent, invocation, "effect", "Say what a rule would change; changes nothing",
+              ShowEffect);
 }
 
 }  // namespace vigilactl

@@ -5,12 +5,12 @@
 
 #include "tevra/core/utf8.h"
 #include "vigilactl/account_listing.h"
+#include "vigilactl/account_state_verbs.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/groups.h"
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/result_sentences.h"
-#include "vigilactl/text_table.h"
 
 namespace vigilactl {
 namespace {
@@ -56,19 +56,6 @@ ExitCode ReportCode(Invocation& invocation, Json object, int code, const std::st
   object["Code"] = code;
   if (code != 0) return invocation.Refuse(object, SentenceOf(code));
   return invocation.Answer(object, done + "\n");
-}
-
-ExitCode ListUsers(Invocation& invocation) {
-  TextTable table({"NAME", "GROUP"});
-  Json users = Json::array();
-  for (const ListedAccount& account : ListAccounts(invocation.Provider())) {
-    table.AddRow({account.name, GroupName(account.group)});
-    Json user = {
-        {"Name", account.name}, {"Group", account.group}, {"GroupName", GroupName(account.group)}};
-    users.push_back(user);
-  }
-  Json object = {{"Users", users}};
-  return invocation.Answer(object, table.Render());
 }
 
 ExitCode AddUser(Invocation& invocation, const UserOptions& options) {
@@ -121,12 +108,6 @@ ExitCode DeleteUsers(Invocation& invocation, const UserOptions& options) {
   return ReportCode(invocation, object, code, "Deleted " + listed + ".");
 }
 
-void AddListVerb(CLI::App& user, Invocation& invocation) {
-  user.add_subcommand("list", "List all accounts")->callback([&invocation] {
-    invocation.Choose([&invocation] { return ListUsers(invocation); });
-  });
-}
-
 void AddAddVerb(CLI::App& user, Invocation& invocation) {
   const auto options = std::make_shared<UserOptions>();
   CLI::App* verb = user.add_subcommand("add", "Add an account; its password is asked for");
@@ -165,7 +146,7 @@ void AddDeleteVerb(CLI::App& user, Invocation& invocation) {
 void AddUserCommands(CLI::App& app, Invocation& invocation) {
   CLI::App* user = app.add_subcommand("user", "Accounts");
   user->require_subcommand(1);
-  AddListVerb(*user, invocation);
+  AddAccountStateVerbs(*user, invocation);
   AddAddVerb(*user, invocation);
   AddModifyVerb(*user, invocation);
   AddDeleteVerb(*user, invocation);

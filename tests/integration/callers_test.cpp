@@ -75,7 +75,9 @@ class Callers : public testing::Test {
   void ExpectStillServes() {
     const Finished end = device_.Ctl({"user", "list"});
     EXPECT_EQ(end.exit_code, 0) << end.err << device_.Log();
-    EXPECT_EQ(end.out, "NAME    GROUP\nnobody  nobody\n");
+    EXPECT_EQ(end.out,
+              "NAME    GROUP   STATE  EXPIRES  LAST LOGON  SESSIONS\n"
+              "nobody  nobody  ok     -        -           -\n");
   }
   // vigilactl as the user nobody with these further groups.
   Finished AsNobody(std::vector<std::string> arguments, const std::vector<gid_t>& groups,
@@ -100,6 +102,12 @@ TEST_F(Callers, WithoutARoleAreRefusedEverything) {
   Start();
   const std::vector<std::vector<std::string>> verbs = {{"status"},
                                                        {"user", "list"},
+                                                       {"user", "unlock", "anna"},
+                                                       {"session", "list"},
+                                                       {"session", "end", "0123456789abcdef"},
+                                                       {"session", "end", "--user", "anna"},
+                                                       {"explain", "anna", "/jpeg/1"},
+                                                       {"rule", "effect", "/jpeg*", "true"},
                                                        {"user", "delete", "anna"},
                                                        {"whoami", "12345678"},
                                                        {"authorize", "12345678", "/system"},

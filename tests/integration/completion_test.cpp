@@ -41,10 +41,10 @@ class Completion : public testing::Test {
 
 TEST_F(Completion, OffersVerbsAndOptions) {
   EXPECT_EQ(Offered({"pass"}), "passphrase\n");
-  EXPECT_EQ(Offered({"user", ""}), "list\nadd\nmodify\ndelete\n");
+  EXPECT_EQ(Offered({"user", ""}), "list\nunlock\nadd\nmodify\ndelete\n");
   EXPECT_EQ(Offered({"user", "add", "anna", "--group", "ad"}), "admins\n");
   EXPECT_EQ(Offered({"user", "modify", "anna", "--pass"}), "--password\n--password-stdin\n");
-  EXPECT_EQ(Offered({"--config", "/etc/passwd", "rule", ""}), "list\nget\nset\n");
+  EXPECT_EQ(Offered({"--config", "/etc/passwd", "rule", ""}), "list\nget\nset\neffect\n");
 }
 
 TEST_F(Completion, OffersWhatTheServiceLists) {
@@ -52,6 +52,9 @@ TEST_F(Completion, OffersWhatTheServiceLists) {
   Add("bert");
   EXPECT_EQ(Offered({"user", "delete", "b"}), "bert\n");
   EXPECT_EQ(Offered({"login", "an"}), "anna\n");
+  EXPECT_EQ(Offered({"user", "unlock", "b"}), "bert\n");
+  EXPECT_EQ(Offered({"explain", "be"}), "bert\n");
+  EXPECT_EQ(Offered({"session", "end", "--user", "a"}), "anna\n");
   EXPECT_EQ(Offered({"rule", "set", "/j"}), "/jpeg*\n");
   EXPECT_EQ(Offered({"rule", "set", "/jpeg*", "@"}), "@admins\n@managers\n@operators\n@viewers\n");
 }

@@ -113,7 +113,9 @@ TEST_F(Prompt, RefusesTwoAnswersThatDiffer) {
   terminal.Type("another-secret\n");
   ASSERT_TRUE(terminal.Shows("the two answers differ")) << terminal.Screen();
   EXPECT_EQ(WEXITSTATUS(terminal.Wait()), 2);
-  EXPECT_EQ(device_.Ctl({"user", "list"}).out, "NAME    GROUP\nnobody  nobody\n");
+  EXPECT_EQ(device_.Ctl({"user", "list"}).out,
+            "NAME    GROUP   STATE  EXPIRES  LAST LOGON  SESSIONS\n"
+            "nobody  nobody  ok     -        -           -\n");
 }
 
 TEST_F(Prompt, PutsTheTerminalRightBeforeASignalEndsIt) {

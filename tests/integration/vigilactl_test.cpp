@@ -54,7 +54,9 @@ TEST_F(Vigilactl, ShowsAnEmptyDeviceAsOpenToBeSetUp) {
   Expect(device_.Ctl({"status", "--json"}), 0,
          "{\"Reachable\":true,\"Transport\":\"direct\",\"Address\":\"" + device_.RuntimeDir() +
              "\",\"AdministratorExists\":false,\"Accounts\":1}\n");
-  Expect(device_.Ctl({"user", "list"}), 0, "NAME    GROUP\nnobody  nobody\n");
+  Expect(device_.Ctl({"user", "list"}), 0,
+         "NAME    GROUP   STATE  EXPIRES  LAST LOGON  SESSIONS\n"
+         "nobody  nobody  ok     -        -           -\n");
 }
 
 TEST_F(Vigilactl, ShowsThatAnAdministratorExists) {
@@ -67,11 +69,20 @@ TEST_F(Vigilactl, ShowsThatAnAdministratorExists) {
 TEST_F(Vigilactl, AddsAndListsAccounts) {
   AddAnnaAndBert();
   Expect(device_.Ctl({"user", "list"}), 0,
-         "NAME    GROUP\nanna    admins\nbert    viewers\nnobody  nobody\n");
-  Expect(device_.Ctl({"user", "list", "--json"}), 0,
-         "{\"Users\":[{\"Name\":\"anna\",\"Group\":1,\"GroupName\":\"admins\"},"
-         "{\"Name\":\"bert\",\"Group\":8,\"GroupName\":\"viewers\"},"
-         "{\"Name\":\"nobody\",\"Group\":16,\"GroupName\":\"nobody\"}]}\n");
+         "NAME    GROUP    STATE  EXPIRES  LAST LOGON  SESSIONS\n"
+         "anna    admins   ok     never    unknown     0\n"
+         "bert    viewers  ok     never    unknown     0\n"
+         "nobody  nobody   ok     -        -           -\n");
+  const Finished json = device_.Ctl({"user", "list", "--json"});
+  EXPECT_EQ(json.exit_code, 0) << json.err;
+  EXPECT_EQ(json.out.rfind("{\"Users\":[{\"Name\":\"anna\",\"Group\":1,\"GroupName\":\"admins\","
+                           "\"Passwordless\":false,\"Locked\":false,",
+                           0),
+            0u)
+      << json.out;
+  EXPECT_NE(json.out.find("{\"Name\":\"nobody\",\"Group\":16,\"GroupName\":\"nobody\","),
+            std::string::npos)
+      << json.out;
 }
 
 TEST_F(Vigilactl, AnswersAnAdditionInJson) {
@@ -192,7 +203,10 @@ TEST_F(Vigilactl, ChangesTheGroupAndKeepsThePassword) {
   AddAnnaAndBert();
   Expect(device_.Ctl({"user", "modify", "bert", "--group", "operators"}), 0, "Changed bert.\n");
   Expect(device_.Ctl({"user", "list"}), 0,
-         "NAME    GROUP\nanna    admins\nbert    operators\nnobody  nobody\n");
+         "NAME    GROUP      STATE  EXPIRES  LAST LOGON  SESSIONS\n"
+         "anna    admins     ok     never    unknown     0\n"
+         "bert    operators  ok     never    unknown     0\n"
+         "nobody  nobody     ok     -        -           -\n");
   Login("bert", "bert's secret");
 }
 
@@ -236,7 +250,10 @@ TEST_F(Vigilactl, DeletesAllOfTheNamesOrNone) {
          "vigilactl: The last administrator must stay, and \"nobody\" cannot be deleted.\n");
   Expect(device_.Ctl({"user", "delete", "bert", "--json"}), 0,
          "{\"Names\":[\"bert\"],\"Code\":0}\n");
-  Expect(device_.Ctl({"user", "list"}), 0, "NAME    GROUP\nanna    admins\nnobody  nobody\n");
+  Expect(device_.Ctl({"user", "list"}), 0,
+         "NAME    GROUP   STATE  EXPIRES  LAST LOGON  SESSIONS\n"
+         "anna    admins  ok     never    unknown     0\n"
+         "nobody  nobody  ok     -        -           -\n");
 }
 
 TEST_F(Vigilactl, OpensAndEndsSessions) {
@@ -483,8 +500,9 @@ TEST(VigilactlWithoutService, TellsVersionAndHelp) {
   EXPECT_EQ(version.out, "vigilactl 1.0.0\n");
   const Finished help = support::RunProgram({VIGILACTL_PATH, "--help"});
   EXPECT_EQ(help.exit_code, 0);
-  for (const char* verb : {"user", "login", "logout", "whoami", "authorize", "paths", "permissions",
-                           "protected", "invalidate", "passphrase", "rule", "status"}) {
+  for (const char* verb :
+       {"user", "login", "logout", "whoami", "authorize", "paths", "permissions", "protected",
+        "invalidate", "passphrase", "rule", "status", "session", "explain"}) {
     EXPECT_NE(help.out.find(verb), std::string::npos) << verb;
   }
 }

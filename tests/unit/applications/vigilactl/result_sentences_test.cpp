@@ -9,7 +9,7 @@ namespace {
 
 TEST(SentenceOf, KnowsEveryCodeThatAnOperationAnswers) {
   std::set<std::string> sentences;
-  for (const int code : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18}) {
+  for (const int code : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18, 19, 20}) {
     const std::string sentence = SentenceOf(code);
     EXPECT_EQ(sentence.find("unknown code"), std::string::npos) << code;
     EXPECT_EQ(sentence.back(), '.');
@@ -20,7 +20,7 @@ TEST(SentenceOf, KnowsEveryCodeThatAnOperationAnswers) {
 TEST(SentenceOf, NamesACodeItDoesNotKnow) {
   EXPECT_EQ(SentenceOf(13), "The service answered with the unknown code 13.");
   EXPECT_EQ(SentenceOf(-1), "The service answered with the unknown code -1.");
-  EXPECT_EQ(SentenceOf(19), "The service answered with the unknown code 19.");
+  EXPECT_EQ(SentenceOf(21), "The service answered with the unknown code 21.");
 }
 
 TEST(SentenceOfRefusedLogon, ExplainsEveryWord) {

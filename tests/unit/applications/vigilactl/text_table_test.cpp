@@ -25,6 +25,22 @@ TEST(TextTable, KeepsARowOnItsLine) {
   EXPECT_EQ(table.Render(), "anna\\x0aroot  admins  viewers\n");
 }
 
+TEST(TextTable, PutsAFirstCellThatIsTooLongOnALineOfItsOwn) {
+  TextTable table({"NAME", "GROUP"});
+  table.AddRow({"anna", "admins"});
+  table.AddRow({"a name of 20 letters", "viewers"});
+  EXPECT_EQ(table.Render(20), "NAME  GROUP\nanna  admins\na name of 20 letters\n      viewers\n");
+  EXPECT_EQ(table.Render(29), table.Render());
+  EXPECT_NE(table.Render(28), table.Render());
+}
+
+TEST(TextTable, CutsNoCellHoweverNarrowTheTerminal) {
+  TextTable table({"NAME", "GROUP"});
+  table.AddRow({"anna and bert", "admins"});
+  table.AddRow({});
+  EXPECT_EQ(table.Render(1), "NAME  GROUP\nanna and bert\n      admins\n\n");
+}
+
 TEST(TextTable, OfNothingIsNothing) {
   EXPECT_EQ(TextTable().Render(), "");
 }
