@@ -239,7 +239,7 @@ start_daemon
 gateway_answers 'with its service back' 200 /
 c_answers 'the C program with its service back' '' 'visitor may reach /rtsp/stream1'
 run user list
-same 'every account is there' "$accounts" "$answer"
+same 'every account is there' "$(awk '{ print $1, $2 }' <<<"$accounts")" "$(awk '{ print $1, $2 }' <<<"$answer")"
 run rule list
 same 'every rule is there' "$rules" "$answer"
 run passphrase list
