@@ -45,8 +45,8 @@ build dev programs
 
 step 'style'
 tools/check_style.sh
-step 'dev: processes, packages, live clients'
-run_tests dev -L 'process|package|live'
+step 'dev: processes, packages, live clients, what no sanitizer follows'
+run_tests dev -L 'process|package|live|plain'
 
 step 'address and undefined-behaviour sanitizers: build'
 build asan
