@@ -86,7 +86,7 @@ std::optional<Account> AccountOf(const SettingsRecord& record) {
     std::istringstream text(record.value);
     json::Reader::Read(object, text);
     return Account{record.key.substr(UserSettings::kUserPrefix.size()),
-                   tevra::core::JsonUtils::AsUnsigned(std::as_const(object)["Groups"])};
+                   tevra::core::JsonUtils::AsUnsigned(json::Member(object, "Groups"))};
   } catch (const std::exception&) {
     return std::nullopt;
   }

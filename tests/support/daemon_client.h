@@ -5,7 +5,6 @@
 #include <memory>
 #include <sstream>
 #include <string>
-#include <utility>
 
 #include "json/reader.h"
 #include "support/daemon_process.h"
@@ -36,11 +35,10 @@ class DaemonClient {
     json::Object document;
     std::istringstream text(provider_->GetUsers());
     json::Reader::Read(document, text);
-    const json::Array& users = std::as_const(document)["Users"];
     Accounts accounts;
-    for (auto user = users.Begin(); user != users.End(); ++user) {
-      accounts[tevra::core::JsonUtils::AsString((*user)["Name"])] =
-          tevra::core::JsonUtils::AsUnsigned((*user)["Group"]);
+    for (const json::UnknownElement& user : json::Member(document, "Users")) {
+      accounts[tevra::core::JsonUtils::AsString(user.at("Name"))] =
+          tevra::core::JsonUtils::AsUnsigned(user.at("Group"));
     }
     accounts.erase("nobody");
     return accounts;

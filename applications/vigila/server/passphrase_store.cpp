@@ -40,9 +40,9 @@ Passphrase::Passphrase(const std::string& json) {
   json::Object object;
   std::istringstream stream(json);
   json::Reader::Read(object, stream);
-  const json::Object& members = object;
-  phrase = tevra::core::JsonUtils::AsString(members["Phrase"]);
-  alias = krand::lib::Base64::Decode(tevra::core::JsonUtils::AsString(members["Alias"]));
+  phrase = tevra::core::JsonUtils::AsString(json::Member(object, "Phrase"));
+  alias =
+      krand::lib::Base64::Decode(tevra::core::JsonUtils::AsString(json::Member(object, "Alias")));
 }
 
 // Contract: the alias in base64, which holds any bytes and needs no escapes.
@@ -97,12 +97,12 @@ std::string PassphraseStore::List() const {
     json::Object entry;
     entry["Alias"] = json::String(passphrase.alias);
     entry["ID"] = json::String(id);
-    list.Insert(entry);
+    list.push_back(std::move(entry));
   }
   json::Object document;
-  document["Passphrases"] = list;
+  document["Passphrases"] = std::move(list);
   std::ostringstream stream;
-  json::Writer::Write(document, stream);
+  json::Writer::Write(std::move(document), stream);
   return stream.str();
 }
 

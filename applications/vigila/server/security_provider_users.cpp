@@ -2,6 +2,7 @@
 #include <exception>
 #include <istream>
 #include <streambuf>
+#include <utility>
 
 #include "json/reader.h"
 #include "tevra/core/json_utils.h"
@@ -33,35 +34,26 @@ bool ReadUsers(const std::string& text, json::Array& users) {
     std::istream stream(&borrowed);
     json::Object document;
     json::Reader::Read(document, stream);
-    const json::Object& members = document;
-    users = static_cast<const json::Array&>(members["Users"]);
+    users = std::move(document["Users"].get_ref<json::Array&>());
   } catch (const std::exception&) {
     return false;
   }
-  return !users.Empty();
+  return !users.empty();
 }
 
 // Null when the entry is no object or has no such member.
 const json::UnknownElement* FindMember(const json::UnknownElement& entry, const char* name) {
-  try {
-    const json::Object& object = entry;
-    const auto member = object.Find(name);
-    return member == object.End() ? nullptr : &member->element;
-  } catch (const json::Exception&) {
-    return nullptr;
-  }
+  const auto* object = entry.get_ptr<const json::Object*>();
+  return object == nullptr ? nullptr : json::FindMember(*object, name);
 }
 
 // Straight into `text`, which may be a password: a copy on the way could not be wiped.
 bool ReadText(const json::UnknownElement* element, std::string& text) {
   if (element == nullptr) return false;
-  try {
-    const json::String& string = *element;
-    text = string.Value();
-    return true;
-  } catch (const json::Exception&) {
-    return false;
-  }
+  const auto* string = element->get_ptr<const json::String*>();
+  if (string == nullptr) return false;
+  text = *string;
+  return true;
 }
 
 bool ReadNumber(const json::UnknownElement* element, uint32_t& number) {
@@ -169,10 +161,9 @@ int SecurityProvider::ProcessJson(const std::string& json, bool add) {
   json::Array entries;
   if (!ReadUsers(json, entries)) return kMalformed;
   // Contract: before any entry is looked at, so that a full store answers every request alike.
-  if (add && entries.Size() + users_.Size() > contract::kMaxUsers) return kTooManyUsers;
-  const json::Array& read = entries;
-  for (auto entry = read.Begin(); entry != read.End(); ++entry) {
-    const int code = ProcessEntry(*entry, add, users_, changes);
+  if (add && entries.size() + users_.Size() > contract::kMaxUsers) return kTooManyUsers;
+  for (const json::UnknownElement& entry : entries) {
+    const int code = ProcessEntry(entry, add, users_, changes);
     if (code != kApplied) return code;
   }
   const int merged = users_.Merge(changes);

@@ -22,8 +22,8 @@ const std::string& NobodyKey() {
 }
 
 uint32_t ReadOptional(const json::Object& object, const char* name) {
-  const auto member = object.Find(name);
-  return member == object.End() ? 0 : tevra::core::JsonUtils::AsUnsigned(member->element);
+  const json::UnknownElement* member = json::FindMember(object, name);
+  return member == nullptr ? 0 : tevra::core::JsonUtils::AsUnsigned(*member);
 }
 
 }  // namespace
@@ -32,15 +32,14 @@ UserMap::Impl::MyUser::MyUser(const std::string& json) {
   json::Object object;
   std::istringstream stream(json);
   json::Reader::Read(object, stream);
-  const json::Object& members = object;
-  group = static_cast<Group>(tevra::core::JsonUtils::AsInt(members["Groups"]));
-  const auto stored = members.Find("Password");
-  if (stored == members.End()) return;
-  password = tevra::core::JsonUtils::AsString(stored->element);
-  password_time = ReadOptional(members, "PasswordTimeEpoch");
-  bad_password_time = ReadOptional(members, "BadPasswordTimeEpoch");
-  disabled_time = ReadOptional(members, "DisabledTimeEpoch");
-  failed_attempts = ReadOptional(members, "NumFailedLoginAttempts");
+  group = static_cast<Group>(tevra::core::JsonUtils::AsInt(json::Member(object, "Groups")));
+  const json::UnknownElement* stored = json::FindMember(object, "Password");
+  if (stored == nullptr) return;
+  password = tevra::core::JsonUtils::AsString(*stored);
+  password_time = ReadOptional(object, "PasswordTimeEpoch");
+  bad_password_time = ReadOptional(object, "BadPasswordTimeEpoch");
+  disabled_time = ReadOptional(object, "DisabledTimeEpoch");
+  failed_attempts = ReadOptional(object, "NumFailedLoginAttempts");
 }
 
 // Contract: without a password the counters are left out as well; there is nothing to count.

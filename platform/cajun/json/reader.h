@@ -1,13 +1,11 @@
 #ifndef JSON_READER_H_
 #define JSON_READER_H_
 
-#include <string.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <istream>
-#include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -37,10 +35,6 @@ class Reader {
   static void Read(UnknownElement& element, std::istream& stream) { element = Parse(stream); }
   static void Read(Object& object, std::istream& stream) { ReadTyped(object, stream); }
   static void Read(Array& array, std::istream& stream) { ReadTyped(array, stream); }
-  static void Read(String& string, std::istream& stream) { ReadTyped(string, stream); }
-  static void Read(Number& number, std::istream& stream) { ReadTyped(number, stream); }
-  static void Read(Boolean& boolean, std::istream& stream) { ReadTyped(boolean, stream); }
-  static void Read(Null& null, std::istream& stream) { ReadTyped(null, stream); }
 
  private:
   class Builder;
@@ -51,109 +45,105 @@ class Reader {
   static String ReadWhole(std::istream& stream);
 };
 
-// Takes the parser's events and grows the document under root_.
+// Takes the parser's events. An object is made when it ends, with all its members at once: its own
+// insertion compares each name with every other, and copies them all when it needs more room.
 class Reader::Builder {
  public:
-  bool null() { return Add(Null()); }
-  bool boolean(bool value) { return Add(Boolean(value)); }
-  bool number_integer(int64_t value) { return Add(Number(static_cast<double>(value))); }
-  bool number_unsigned(uint64_t value) { return Add(Number(static_cast<double>(value))); }
-  bool number_float(double value, const std::string&) { return Add(Number(value)); }
-  bool string(std::string& value) {
-    Add(String(value));
-    explicit_bzero(value.data(), value.size());  // the parser's own memory is not wiped
+  bool null() { return Add(nullptr); }
+  bool boolean(bool value) { return Add(value); }
+  bool number_integer(int64_t value) { return Add(value); }
+  bool number_unsigned(uint64_t value) { return Add(value); }
+  bool number_float(double value, const String&) { return Add(value); }
+  bool string(const String& value) { return Add(value); }
+  bool binary(const UnknownElement::binary_t&) { return false; }
+  bool key(const String& name) {
+    levels_.back().names.push_back(name);
     return true;
   }
-  bool binary(const nlohmann::json::binary_t&) { return false; }
-  bool start_object(size_t) { return Open(Object()); }
-  bool start_array(size_t) { return Open(Array()); }
-  bool end_object() { return Close(); }
-  bool end_array() { return Close(); }
-  bool key(const std::string& name) {
-    Level& level = open_.back();
-    Object& object = *level.element;
-    if (object.Find(name) != object.End()) throw ParseException("two members of one name");
-    level.member = &object[name];
-    return true;
+  bool start_object(size_t) { return Open(); }
+  bool start_array(size_t) { return Open(); }
+  bool end_array() { return Add(Close().values); }
+  bool end_object() {
+    Level level = Close();
+    CheckNames(level.names);
+    Object object;
+    object.reserve(level.names.size());
+    for (size_t i = 0; i < level.names.size(); ++i) {
+      object.emplace_back(std::move(level.names[i]), std::move(level.values[i]));
+    }
+    return Add(std::move(object));
   }
-  bool parse_error(size_t, const std::string&, const nlohmann::json::exception& error) {
+  bool parse_error(size_t, const std::string&, const UnknownElement::exception& error) {
     throw ParseException(error.what());
   }
 
-  UnknownElement TakeRoot() { return std::move(root_); }
+  UnknownElement TakeRoot() { return std::move(levels_.front().values.front()); }
 
  private:
+  // An object or array that has begun; the first one holds the document.
   struct Level {
-    UnknownElement* element;
-    UnknownElement* member;  // where an object's next value goes; null in an array
+    std::vector<String> names;  // of an object's members
+    Array values;
   };
 
-  UnknownElement* Place(UnknownElement&& value) {
-    if (open_.empty()) {
-      root_ = std::move(value);
-      return &root_;
-    }
-    Level& level = open_.back();
-    if (level.member == nullptr) return &*static_cast<Array&>(*level.element).Insert(value);
-    *level.member = std::move(value);
-    return level.member;
-  }
   bool Add(UnknownElement&& value) {
-    Place(std::move(value));
+    levels_.back().values.push_back(std::move(value));
     return true;
   }
-  bool Open(UnknownElement&& value) {
-    if (open_.size() == kMaxDepth) throw ParseException("nested too deeply");
-    open_.push_back({Place(std::move(value)), nullptr});
+  bool Open() {
+    if (levels_.size() > kMaxDepth) throw ParseException("nested too deeply");
+    levels_.emplace_back();
     return true;
   }
-  bool Close() {
-    open_.pop_back();
-    return true;
+  Level Close() {
+    Level level = std::move(levels_.back());
+    levels_.pop_back();
+    return level;
+  }
+  static void CheckNames(const std::vector<String>& names) {
+    std::vector<std::string_view> sorted(names.begin(), names.end());
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) {
+      throw ParseException("two members of one name");
+    }
   }
 
-  UnknownElement root_;
-  std::vector<Level> open_;
+  std::vector<Level> levels_ = std::vector<Level>(1);
 };
 
 inline String Reader::ReadWhole(std::istream& stream) {
-  constexpr size_t kBlock = 4096;
   if (!stream) throw ScanException("the stream cannot be read");
-  String whole;
-  std::string& text = whole.Value();
-  // At once where the length is known: growing leaves copies behind.
-  const std::streamsize known = std::max<std::streamsize>(stream.rdbuf()->in_avail(), 0);
-  text.reserve(static_cast<size_t>(known) + kBlock);
-  size_t size = 0;
-  do {
-    text.resize(size + kBlock);
-    stream.read(text.data() + size, kBlock);
-    size += static_cast<size_t>(stream.gcount());
-  } while (stream);
-  text.resize(size);
+  String text;
+  while (stream.peek() != std::istream::traits_type::eof()) {
+    // All that is there at once: growing leaves copies behind.
+    const std::streamsize there = std::max<std::streamsize>(stream.rdbuf()->in_avail(), 1);
+    const size_t size = text.size();
+    text.resize(size + static_cast<size_t>(there));
+    stream.read(text.data() + size, there);
+    text.resize(size + static_cast<size_t>(stream.gcount()));
+  }
   if (stream.bad()) throw ScanException("the stream failed");
-  return whole;
+  return text;
 }
 
 inline UnknownElement Reader::Parse(std::istream& stream) {
-  const String whole = ReadWhole(stream);
-  const std::string& text = whole.Value();
+  const String text = ReadWhole(stream);
   // The parser takes a zero byte for the end of the text.
   if (text.find('\0') != std::string::npos) throw ParseException("a zero byte");
 
   Builder builder;
-  if (!nlohmann::json::sax_parse(text, &builder)) throw ParseException("not JSON");
+  if (!UnknownElement::sax_parse(text, &builder)) throw ParseException("not JSON");
   return builder.TakeRoot();
 }
 
 template <typename T>
 void Reader::ReadTyped(T& typed, std::istream& stream) {
-  const UnknownElement element = Parse(stream);
-  try {
-    typed = static_cast<const T&>(element);
-  } catch (const Exception& error) {
-    throw ParseException(error.what());
+  UnknownElement element = Parse(stream);
+  T* const read = element.get_ptr<T*>();
+  if (read == nullptr) {
+    throw ParseException(std::string("the element is no ") + UnknownElement(T()).type_name());
   }
+  typed = std::move(*read);
 }
 
 }  // namespace json

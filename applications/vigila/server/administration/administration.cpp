@@ -40,12 +40,12 @@ json::Object DescribeAccount(const AccountState& state, size_t sessions) {
   account["Locked"] = json::Boolean(state.locked);
   account["LockedSince"] = answer::Time(state.locked_since);
   account["LockedUntil"] = answer::Time(state.locked_until);
-  account["WrongPasswords"] = answer::Number(state.wrong_passwords);
+  account["WrongPasswords"] = json::Number(state.wrong_passwords);
   account["Expired"] = json::Boolean(state.expired);
   account["Expires"] = answer::Time(state.expires);
   account["PasswordSet"] = answer::Time(state.password_set);
   account["LastLogon"] = answer::Time(state.last_logon);
-  account["Sessions"] = answer::Number(static_cast<int64_t>(sessions));
+  account["Sessions"] = json::Number(sessions);
   return account;
 }
 
@@ -73,14 +73,14 @@ std::string Administration::GetAccounts(const Caller& caller, const std::string&
 
   json::Array accounts;
   for (const AccountState& state : states) {
-    accounts.Insert(DescribeAccount(state, env_.GetSessionManager().Count(state.name)));
+    accounts.push_back(DescribeAccount(state, env_.GetSessionManager().Count(state.name)));
   }
   json::Object object = answer::WithCode(contract::kApplied);
-  object["Accounts"] = accounts;
-  object["Total"] = answer::Number(provider.Users().Size());
+  object["Accounts"] = std::move(accounts);
+  object["Total"] = json::Number(provider.Users().Size());
   object["LogonsKnownSince"] = answer::Time(start_);
   if (more) object["Next"] = json::String(Base64::Encode(states.back().name));
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::GetAccount(const Caller& caller, const std::string& name) {
@@ -91,7 +91,7 @@ std::string Administration::GetAccount(const Caller& caller, const std::string& 
   json::Object object = answer::WithCode(contract::kApplied);
   object["Account"] = DescribeAccount(*state, env_.GetSessionManager().Count(name));
   object["LogonsKnownSince"] = answer::Time(start_);
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::UnlockAccount(const Caller& caller, const std::string& name) {
@@ -102,7 +102,7 @@ std::string Administration::UnlockAccount(const Caller& caller, const std::strin
   if (code != UserMap::kOk) return answer::CodeAlone(code);
   json::Object object = answer::WithCode(contract::kApplied);
   object["WasLocked"] = json::Boolean(was_locked);
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::CheckPassword(const Caller& caller, const std::string& name,
@@ -112,20 +112,20 @@ std::string Administration::CheckPassword(const Caller& caller, const std::strin
   const int verdict = provider.Users().ValidatePassword(name, "", proposed);
   json::Array reasons;
   for (const Reason& reason : kReasons) {
-    if (reason.code == verdict) reasons.Insert(json::String(reason.word));
+    if (reason.code == verdict) reasons.push_back(json::String(reason.word));
   }
   json::Object object = answer::WithCode(contract::kApplied);
   object["Accepted"] = json::Boolean(verdict == UserMap::kOk);
-  object["Verdict"] = answer::Number(verdict);
+  object["Verdict"] = json::Number(verdict);
   // The patterns of the score take the square of the length; what is too long needs no score.
   if (proposed.size() <= contract::kMaxPasswordBytes) {
-    object["Score"] = answer::Number(PasswordScore::Of(proposed));
+    object["Score"] = json::Number(PasswordScore::Of(proposed));
     for (const std::string& word : PasswordScore::Weaknesses(proposed)) {
-      reasons.Insert(json::String(word));
+      reasons.push_back(json::String(word));
     }
   }
-  object["Reasons"] = reasons;
-  return answer::Text(object);
+  object["Reasons"] = std::move(reasons);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::ChangePassword(const Caller& caller, const std::string& current,
@@ -150,7 +150,7 @@ std::string Administration::ChangePassword(const Caller& caller, const std::stri
   if (merged == UserMap::kMerged) provider.FireChangeListeners(true);
   json::Object object = answer::WithCode(contract::kApplied);
   object["Changed"] = json::Boolean(merged == UserMap::kMerged);
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 }  // namespace vigila::server

@@ -88,7 +88,7 @@ json::Array DescribePermissions(const User& user) {
   for (const _uuid_t& permission : user.Permissions()) {
     char text[37];
     uuid_sprint(&permission, text);
-    permissions.Insert(json::String(std::string("{") + text + "}"));
+    permissions.push_back(json::String(std::string("{") + text + "}"));
   }
   return permissions;
 }
@@ -126,7 +126,7 @@ std::string Administration::ExplainAccount(const Caller& caller, const std::stri
   const User judged_as(Population(users).RecordOf(*state));
   json::Object object =
       Explain(env_.GetRuleManager(), users, name, judged_as, path, authority.IsAdministrator());
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::ExplainSession(const Caller& caller, const std::string& token,
@@ -138,7 +138,7 @@ std::string Administration::ExplainSession(const Caller& caller, const std::stri
   json::Object object = Explain(env_.GetRuleManager(), provider.Users(), subject.Name(), subject,
                                 path, authority.IsAdministrator());
   object["Session"] = json::Boolean(provider.GetUser(token, false) != nullptr);
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::GetRuleEffect(const Caller& caller, const std::string& path,
@@ -164,10 +164,10 @@ std::string Administration::GetRuleEffect(const Caller& caller, const std::strin
   object["Rule"] = DescribeRule(present);
   object["Gains"] = answer::Names(population.NamesWhere(gains));
   object["Loses"] = answer::Names(losers);
-  object["Sessions"] = answer::Number(static_cast<int64_t>(sessions));  // of those that lose
+  object["Sessions"] = json::Number(sessions);  // of those that lose
   object["OpenTo"] = DescribeOpening(population, after);
   object["OpenNow"] = DescribeOpening(population, present.admits);
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 }  // namespace vigila::server

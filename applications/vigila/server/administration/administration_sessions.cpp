@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
 #include "krand/base64/base64.h"
 #include "tevra/core/utf8.h"
@@ -76,7 +77,7 @@ json::Object DescribeSession(const SessionInfo& info, int64_t now) {
   answer::SetGroup(session, info.group);
   session["Since"] = answer::Time(info.since);
   session["LastUse"] = answer::Time(info.last_use);
-  session["IdleSeconds"] = answer::Number(std::max<int64_t>(now - info.last_use, 0));
+  session["IdleSeconds"] = json::Number(std::max<int64_t>(now - info.last_use, 0));
   session["Ends"] = answer::Time(info.ends);
   session["Scheme"] = json::String(Word(info.scheme));
   session["Source"] = json::Null();
@@ -105,12 +106,12 @@ std::string Administration::GetSessions(const Caller& caller, const std::string&
 
   json::Array sessions;
   const int64_t now = Now();
-  for (const SessionInfo& info : page.sessions) sessions.Insert(DescribeSession(info, now));
+  for (const SessionInfo& info : page.sessions) sessions.push_back(DescribeSession(info, now));
   json::Object object = answer::WithCode(contract::kApplied);
-  object["Sessions"] = sessions;
-  object["Total"] = answer::Number(static_cast<int64_t>(page.total));
+  object["Sessions"] = std::move(sessions);
+  object["Total"] = json::Number(page.total);
   if (page.more) object["Next"] = json::String(CursorBehind(page.sessions.back()));
-  return answer::Text(object);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::EndSession(const Caller& caller, const std::string& id) {
@@ -135,8 +136,8 @@ std::string Administration::EndSessions(const Caller& caller, const std::string&
       env_.GetSessionManager().InvalidateBut(user, spare_own ? caller.token : std::string());
   if (ended > 0) AnnounceEndedSessions();
   json::Object object = answer::WithCode(contract::kApplied);
-  object["Ended"] = answer::Number(static_cast<int64_t>(ended));
-  return answer::Text(object);
+  object["Ended"] = json::Number(ended);
+  return answer::Text(std::move(object));
 }
 
 std::string Administration::SetSessionSource(const Caller& caller, const std::string& source) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "json/writer.h"
 #include "krand/base64/base64.h"
@@ -12,18 +13,21 @@ namespace vigila::server::answer {
 namespace {
 
 constexpr size_t kNamesShown = 20;
+// As many as any answer has: an object that needs more room copies its members, long lists too.
+constexpr size_t kMembers = 16;
 
 }  // namespace
 
 json::Object WithCode(int code) {
   json::Object object;
-  object["Code"] = Number(code);
+  object.reserve(kMembers);
+  object["Code"] = json::Number(code);
   return object;
 }
 
-std::string Text(const json::Object& object) {
+std::string Text(json::Object object) {
   std::ostringstream text;
-  json::Writer::Write(object, text);
+  json::Writer::Write(std::move(object), text);
   return text.str();
 }
 
@@ -31,13 +35,9 @@ std::string CodeAlone(int code) {
   return Text(WithCode(code));
 }
 
-json::Number Number(int64_t value) {
-  return json::Number(static_cast<double>(value));
-}
-
 json::UnknownElement Time(int64_t seconds) {
   if (seconds == 0) return json::Null();
-  return Number(seconds);
+  return json::Number(seconds);
 }
 
 void SetName(json::Object& object, const std::string& member, const std::string& name) {
@@ -49,7 +49,7 @@ void SetName(json::Object& object, const std::string& member, const std::string&
 }
 
 void SetGroup(json::Object& object, tevra::interfaces::ISecurityProvider::Group group) {
-  object["Group"] = Number(group);
+  object["Group"] = json::Number(group);
   for (const contract::Group& known : contract::kRuleGroups) {
     if (known.bit == group) object["GroupName"] = json::String(known.name);
   }
@@ -61,11 +61,11 @@ json::Object Names(const std::vector<std::string>& names) {
   for (size_t i = 0; i < std::min(names.size(), kNamesShown); ++i) {
     json::Object entry;
     SetName(entry, "Name", names[i]);
-    shown.Insert(entry);
+    shown.push_back(std::move(entry));
   }
   json::Object object;
-  object["Count"] = Number(static_cast<int64_t>(names.size()));
-  object["Names"] = shown;
+  object["Count"] = json::Number(names.size());
+  object["Names"] = std::move(shown);
   return object;
 }
 

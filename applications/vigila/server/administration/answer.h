@@ -13,11 +13,10 @@ namespace vigila::server::answer {
 
 // An answer with the member "Code" and no other yet.
 json::Object WithCode(int code);
-std::string Text(const json::Object& object);
+std::string Text(json::Object object);
 // The answer of an operation that refuses, or has nothing to tell.
 std::string CodeAlone(int code);
 
-json::Number Number(int64_t value);
 // Null for 0, which stands for never and for not known.
 json::UnknownElement Time(int64_t seconds);
 // As `member`, or as `member` + "Base64" when the name is not UTF-8.

@@ -8,19 +8,11 @@
 namespace tevra::core {
 namespace {
 
-template <typename T>
-const T& Cast(const json::UnknownElement& element) {
-  try {
-    return element;
-  } catch (const json::Exception& error) {
-    throw osa::Exception("wrong JSON type: %s", error.what());
-  }
-}
-
 // A 32-bit range fits a double exactly, so no comparison here rounds.
 template <typename T>
 T WholeNumber(const json::UnknownElement& element) {
-  const double value = Cast<json::Number>(element).Value();
+  if (!element.is_number()) throw osa::Exception("wrong JSON type: the element is no number");
+  const auto value = element.get<double>();
   const bool in_range = value >= static_cast<double>(std::numeric_limits<T>::min()) &&
                         value <= static_cast<double>(std::numeric_limits<T>::max());
   if (!in_range || std::trunc(value) != value) {
@@ -40,7 +32,9 @@ uint32_t JsonUtils::AsUnsigned(const json::UnknownElement& element) {
 }
 
 std::string JsonUtils::AsString(const json::UnknownElement& element) {
-  return Cast<json::String>(element).Value();
+  const auto* text = element.get_ptr<const json::String*>();
+  if (text == nullptr) throw osa::Exception("wrong JSON type: the element is no string");
+  return *text;
 }
 
 }  // namespace tevra::core

@@ -307,14 +307,13 @@ TEST_F(SecurityProviderWsse, EveryRecordedDigestIsAcceptedAtItsCreationTime) {
 
 TEST_F(SecurityProviderWsse, PublishedExamplesAreJudgedAsTheirNotesSay) {
   std::ifstream stream(std::string(TEST_DATA_DIR) + "/digest/vectors.json");
-  json::Array read;
-  json::Reader::Read(read, stream);
-  const json::Array& vectors = read;
+  json::Array vectors;
+  json::Reader::Read(vectors, stream);
   int checked = 0;
-  for (auto i = vectors.Begin(); i != vectors.End(); ++i) {
-    const json::Object& vector = *i;
+  for (const json::UnknownElement& element : vectors) {
+    const auto& vector = element.get_ref<const json::Object&>();
     const auto text = [&](const char* name) {
-      return tevra::core::JsonUtils::AsString(vector[name]);
+      return tevra::core::JsonUtils::AsString(json::Member(vector, name));
     };
     if (text("kind").rfind("wsse", 0) != 0) continue;
     const bool malformed = text("kind") == "wsse-malformed";
@@ -324,8 +323,7 @@ TEST_F(SecurityProviderWsse, PublishedExamplesAreJudgedAsTheirNotesSay) {
     server_.SetTime(time.seconds);
     const std::string token =
         Provider().AuthenticateWsse(false, name, text("published"), text("nonce"), text("created"));
-    const bool raw_nonce =
-        !malformed && static_cast<const json::Boolean&>(vector["raw_nonce"]).Value();
+    const bool raw_nonce = !malformed && json::Member(vector, "raw_nonce").get<json::Boolean>();
     EXPECT_EQ(!malformed && !raw_nonce, IsToken(token)) << text("name");
     ++checked;
   }

@@ -59,8 +59,8 @@ TEST(JsonUtils, RefusesFractions) {
 TEST(JsonUtils, RefusesNumbersThatAreNotFinite) {
   for (const double value : {std::nan(""), std::numeric_limits<double>::infinity(),
                              -std::numeric_limits<double>::infinity()}) {
-    EXPECT_THROW(JsonUtils::AsInt(json::Number(value)), Exception);
-    EXPECT_THROW(JsonUtils::AsUnsigned(json::Number(value)), Exception);
+    EXPECT_THROW(JsonUtils::AsInt(value), Exception);
+    EXPECT_THROW(JsonUtils::AsUnsigned(value), Exception);
   }
 }
 
