@@ -43,14 +43,14 @@ class Gateway::Exchange final : public HttpExchange {
   HttpResponse Answer(Body body) override {
     HttpResponse response = Respond(body);
     const auto duration = std::chrono::steady_clock::now() - started_;
-    gateway_.metrics_.CountRequest(face_, response.status, duration);
-    if (response.status == 429) gateway_.metrics_.CountThrottled();
+    gateway_.metrics_.CountRequest(handler_, response.status, duration);
+    if (response.status == 429) gateway_.metrics_.CountRateLimited();
     AccessRecord record;
     record.time = std::chrono::system_clock::now();
     record.source = source_;
     record.method = request_.method;
     record.path = asked_about_;
-    record.face = face_;
+    record.handler = handler_;
     record.user = user_;
     record.status = response.status;
     record.bytes = response.body.size();
@@ -64,19 +64,19 @@ class Gateway::Exchange final : public HttpExchange {
     if (!target_) return TextResponse(400, "The address cannot be understood.");
     asked_about_ = target_->path;
     if (call_) {
-      face_ = "service";
+      handler_ = "service";
       HttpResponse response = call_->Answer(body);
       user_ = call_->User();
       return response;
     }
     if (body == Body::kTooLarge) return TextResponse(413, "The request is too large.");
     if (target_->path == kAuthPath) {
-      face_ = "auth";
-      return gateway_.auth_face_.Respond(request_, envelope_ ? &*envelope_ : nullptr, asked_about_,
-                                         user_);
+      handler_ = "auth";
+      return gateway_.forward_auth_.Respond(request_, envelope_ ? &*envelope_ : nullptr,
+                                            asked_about_, user_);
     }
     if (target_->path == kHealthPath) {
-      face_ = "health";
+      handler_ = "health";
       return gateway_.RespondHealth();
     }
     return gateway_.RespondSite(request_, *target_, user_);
@@ -89,7 +89,7 @@ class Gateway::Exchange final : public HttpExchange {
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::optional<WebServiceCall> call_;
   std::optional<WsseEnvelope> envelope_;  // of a web-service request that a proxy asks about
-  const char* face_ = "site";
+  const char* handler_ = "site";
   std::string asked_about_;  // the path
   std::string user_;
 };
@@ -101,11 +101,11 @@ Gateway::Gateway(AuthService& service, Metrics& metrics, std::unique_ptr<StaticF
       log_(std::move(log)),
       response_options_{options.secure_cookie, options.basic},
       proxies_(options.trusted_proxies),
-      throttle_(options.throttle, &std::chrono::steady_clock::now),
+      rate_limiter_(options.rate_limit, &std::chrono::steady_clock::now),
       nonces_(service_, &std::chrono::steady_clock::now),
       used_tokens_({}, {}),
-      authenticator_(service_, throttle_, nonces_, used_tokens_, {options.basic}),
-      auth_face_(service_, authenticator_, proxies_, response_options_),
+      authenticator_(service_, rate_limiter_, nonces_, used_tokens_, {options.basic}),
+      forward_auth_(service_, authenticator_, proxies_, response_options_),
       site_(std::move(files)),
       web_service_(options.device_name, &std::chrono::system_clock::now) {}
 

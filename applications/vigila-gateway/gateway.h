@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "vigila-gateway/auth/auth_face.h"
 #include "vigila-gateway/auth/authenticator.h"
 #include "vigila-gateway/auth/challenge_nonces.h"
-#include "vigila-gateway/auth/throttle.h"
+#include "vigila-gateway/auth/forward_auth.h"
+#include "vigila-gateway/auth/rate_limiter.h"
 #include "vigila-gateway/auth/used_tokens.h"
 #include "vigila-gateway/auth/verdict_response.h"
 #include "vigila-gateway/console/site.h"
@@ -20,8 +20,8 @@
 
 namespace vigila::gateway {
 
-// All the gateway serves at its main address: the faces, each after the check of its kind, and a
-// log line for every request.
+// All that the gateway serves at its main address: site, web service, forward-auth and health, each
+// after the check of its kind, and a log line for every request.
 class Gateway final : public HttpApplication {
  public:
   using Log = std::function<void(const AccessRecord&)>;
@@ -31,7 +31,7 @@ class Gateway final : public HttpApplication {
     bool secure_cookie = false;
     std::string device_name = "video device";
     std::vector<std::string> trusted_proxies;
-    Throttle::Limits throttle;
+    RateLimiter::Limits rate_limit;
   };
 
   // The service and the metrics must outlive the gateway. Throws std::invalid_argument for a proxy
@@ -55,11 +55,11 @@ class Gateway final : public HttpApplication {
   const Log log_;
   const ResponseOptions response_options_;
   const TrustedProxies proxies_;
-  Throttle throttle_;
+  RateLimiter rate_limiter_;
   ChallengeNonces nonces_;
   UsedTokens used_tokens_;
   Authenticator authenticator_;
-  AuthFace auth_face_;
+  ForwardAuth forward_auth_;
   const Site site_;
   const WebService web_service_;
 };

@@ -11,9 +11,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "vigila-gateway/auth/circuit_breaker.h"
 #include "vigila-gateway/auth/client_auth_service.h"
 #include "vigila-gateway/auth/metered_auth_service.h"
-#include "vigila-gateway/auth/outage_guard.h"
 #include "vigila-gateway/gateway.h"
 #include "vigila-gateway/http/http_server.h"
 #include "vigila-gateway/ops/metrics_page.h"
@@ -104,7 +104,7 @@ void AddLimits(CLI::App& app, Options& options) {
          },
          "Seconds for a request's header to arrive, and for its body after that (default 30)")
       ->check(CLI::Range(1u, 3600u));
-  app.add_option("--throttle-burst", options.gateway.throttle.burst,
+  app.add_option("--throttle-burst", options.gateway.rate_limit.burst,
                  "Failed logons of one address before it must wait")
       ->check(CLI::Range(1u, 10000u))
       ->capture_default_str();
@@ -134,8 +134,8 @@ void Serve(Options options) {
   const sigset_t stop = BlockStopSignals();
   Metrics metrics;
   const std::unique_ptr<ClientAuthService> client = MakeClient();
-  OutageGuard guard(*client, {});
-  MeteredAuthService service(guard, metrics);
+  CircuitBreaker breaker(*client, {});
+  MeteredAuthService service(breaker, metrics);
   std::unique_ptr<StaticFiles> files;
   if (!options.site_directory.empty()) {
     files = std::make_unique<StaticFiles>(options.site_directory);

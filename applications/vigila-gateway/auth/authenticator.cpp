@@ -47,7 +47,7 @@ Verdict Authenticator::Decide(const AccessQuestion& question) {
   }
   const SessionCookie cookie = FindSessionCookie(question.cookies);
   if (!cookie.present && question.authorizations.empty()) return Challenge();
-  if (const auto wait = throttle_.MustWait(question.source)) return Throttled(*wait);
+  if (const auto wait = rate_limiter_.MustWait(question.source)) return Throttled(*wait);
   return DecideByCookie(question, cookie);
 }
 
@@ -71,7 +71,7 @@ Verdict Authenticator::DecideByCookie(const AccessQuestion& question, const Sess
   if (living && question.authorizations.empty()) return RefusedOrUnavailable("", cookie.token);
   // Whatever header came with it: beside one, guessing tokens must be no faster.
   if (!living && !cookie.token.empty() && service_.IsReachable()) {
-    throttle_.FailedWithToken(question.source, cookie.token);
+    rate_limiter_.FailedWithToken(question.source, cookie.token);
   }
   // Somebody else may have logged on in the same browser; or the session has ended.
   Verdict verdict = question.authorizations.empty() ? Challenge() : DecideByHeader(question);
@@ -116,10 +116,10 @@ Verdict Authenticator::DecideByBasic(const AccessQuestion& question, const Basic
 
 Verdict Authenticator::DecideWsse(const std::string& source, const WsseLogon& logon,
                                   const std::vector<std::string>& paths) {
-  if (const auto wait = throttle_.MustWait(source)) return Throttled(*wait);
+  if (const auto wait = rate_limiter_.MustWait(source)) return Throttled(*wait);
   switch (used_tokens_.Take(logon)) {
     case UsedTokens::Standing::kUsed:
-      throttle_.Failed(source);
+      rate_limiter_.Failed(source);
       return Challenge();
     case UsedTokens::Standing::kCannotTell:
       return Plain(Verdict::kUnavailable);
@@ -135,7 +135,7 @@ Verdict Authenticator::AfterLogon(const std::string& source, const std::string& 
                                   const std::string& token, const std::vector<std::string>& paths) {
   if (token.empty()) return Plain(Verdict::kUnavailable);
   if (!contract::IsSessionToken(token)) {
-    throttle_.Failed(source);
+    rate_limiter_.Failed(source);
     return Challenge();
   }
   const bool granted = std::all_of(paths.begin(), paths.end(), [&](const std::string& path) {
@@ -153,7 +153,7 @@ Verdict Authenticator::LogOut(const AccessQuestion& question) {
   Verdict verdict = Plain(Verdict::kGranted);
   verdict.drop_cookie = cookie.present;
   if (cookie.token.empty()) return verdict;
-  if (const auto wait = throttle_.MustWait(question.source)) {
+  if (const auto wait = rate_limiter_.MustWait(question.source)) {
     verdict.outcome = Verdict::kThrottled;
     verdict.retry_after = *wait;
     return verdict;
@@ -163,7 +163,7 @@ Verdict Authenticator::LogOut(const AccessQuestion& question) {
     verdict.outcome = Verdict::kUnavailable;
   } else if (!living) {
     // A guessed token must not end somebody's session faster than it could open something.
-    throttle_.FailedWithToken(question.source, cookie.token);
+    rate_limiter_.FailedWithToken(question.source, cookie.token);
   }
   return verdict;
 }

@@ -9,7 +9,7 @@
 #include "vigila-gateway/auth/auth_service.h"
 #include "vigila-gateway/auth/authorization_header.h"
 #include "vigila-gateway/auth/challenge_nonces.h"
-#include "vigila-gateway/auth/throttle.h"
+#include "vigila-gateway/auth/rate_limiter.h"
 #include "vigila-gateway/auth/used_tokens.h"
 #include "vigila-gateway/http/cookie.h"
 #include "vigila-gateway/http/request_path.h"
@@ -55,10 +55,10 @@ class Authenticator final {
   };
 
   // All but the options must outlive the authenticator.
-  Authenticator(AuthService& service, Throttle& throttle, ChallengeNonces& nonces,
+  Authenticator(AuthService& service, RateLimiter& rate_limiter, ChallengeNonces& nonces,
                 UsedTokens& used_tokens, const Options& options)
       : service_(service),
-        throttle_(throttle),
+        rate_limiter_(rate_limiter),
         nonces_(nonces),
         used_tokens_(used_tokens),
         options_(options) {}
@@ -88,7 +88,7 @@ class Authenticator final {
   Verdict RefusedOrUnavailable(const std::string& user, const std::string& token);
 
   AuthService& service_;
-  Throttle& throttle_;
+  RateLimiter& rate_limiter_;
   ChallengeNonces& nonces_;
   UsedTokens& used_tokens_;
   const Options options_;

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "vigila-gateway/auth/auth_service.h"
-#include "vigila-gateway/auth/throttle.h"
+#include "vigila-gateway/auth/rate_limiter.h"
 
 namespace vigila::gateway {
 
@@ -22,14 +22,14 @@ namespace vigila::gateway {
 // Any thread may call; none waits for another one's question to the service.
 class ChallengeNonces final {
  public:
-  using Clock = Throttle::Clock;
+  using Clock = RateLimiter::Clock;
 
   // For how long a nonce is handed to everyone, and for how long while its successor is fetched.
   static constexpr std::chrono::seconds kShared{1};
   static constexpr std::chrono::seconds kSharedMeanwhile{10};
 
   // The service must outlive the nonces.
-  ChallengeNonces(AuthService& service, Throttle::Now now)
+  ChallengeNonces(AuthService& service, RateLimiter::Now now)
       : service_(service), now_(now), own_({256, std::chrono::milliseconds(62), 4096}, now) {}
 
   // Empty when the service is not there.
@@ -44,8 +44,8 @@ class ChallengeNonces final {
 
  private:
   AuthService& service_;
-  const Throttle::Now now_;
-  Throttle own_;
+  const RateLimiter::Now now_;
+  RateLimiter own_;
   std::mutex mutex_;
   // Guarded by mutex_.
   std::string shared_;

@@ -22,7 +22,7 @@ template <typename Question>
 auto MeteredAuthService::Timed(const char* operation, const Question& question) {
   const auto start = std::chrono::steady_clock::now();
   auto answer = question();
-  metrics_.ObserveQuestion(operation, std::chrono::steady_clock::now() - start);
+  metrics_.ObserveCall(operation, std::chrono::steady_clock::now() - start);
   return answer;
 }
 

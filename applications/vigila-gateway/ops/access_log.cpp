@@ -28,7 +28,7 @@ std::string TimeText(std::chrono::system_clock::time_point time) {
 std::string AccessLine(const AccessRecord& record) {
   std::string line = "{\"time\":\"" + TimeText(record.time) + "\"";
   line += ",\"source\":" + JsonText(record.source);
-  line += ",\"face\":" + JsonText(record.face);
+  line += ",\"handler\":" + JsonText(record.handler);
   line += ",\"method\":" + JsonText(record.method);
   line += ",\"path\":" + JsonText(record.path);
   if (!record.user.empty()) line += ",\"user\":" + JsonText(record.user);

@@ -11,9 +11,9 @@ struct AccessRecord {
   std::chrono::system_clock::time_point time;
   std::string source;
   std::string method;
-  std::string path;  // canonical; queries may hold secrets and are never written
-  std::string face;  // "site", "auth", "service", "health"
-  std::string user;  // when the request logged on
+  std::string path;     // canonical; queries may hold secrets and are never written
+  std::string handler;  // "site", "auth", "service", "health"
+  std::string user;     // when the request logged on
   int status = 0;
   size_t bytes = 0;
   std::chrono::microseconds duration{0};

@@ -52,8 +52,10 @@ void Metrics::Histogram::Print(const std::string& name, const std::string& label
   text += name + "_count" + alone + " " + std::to_string(total) + "\n";
 }
 
-void Metrics::CountRequest(const std::string& face, int status, std::chrono::nanoseconds duration) {
-  const std::string labels = Label("face", face) + "," + Label("status", std::to_string(status));
+void Metrics::CountRequest(const std::string& handler, int status,
+                           std::chrono::nanoseconds duration) {
+  const std::string labels =
+      Label("handler", handler) + "," + Label("code", std::to_string(status));
   const std::lock_guard lock(mutex_);
   ++requests_[labels];
   request_durations_.Observe(duration);
@@ -71,14 +73,14 @@ void Metrics::CountAuthorization(bool granted) {
   ++authorizations_[labels];
 }
 
-void Metrics::CountThrottled() {
+void Metrics::CountRateLimited() {
   const std::lock_guard lock(mutex_);
-  ++throttled_;
+  ++rate_limited_;
 }
 
-void Metrics::ObserveQuestion(const std::string& operation, std::chrono::nanoseconds duration) {
+void Metrics::ObserveCall(const std::string& operation, std::chrono::nanoseconds duration) {
   const std::lock_guard lock(mutex_);
-  question_durations_[operation].Observe(duration);
+  call_durations_[operation].Observe(duration);
 }
 
 void Metrics::Print(const std::string& name, const Counters& counters, std::string& text) {
@@ -91,24 +93,28 @@ void Metrics::Print(const std::string& name, const Counters& counters, std::stri
 std::string Metrics::Text(const ServiceCounts& service) const {
   const std::lock_guard lock(mutex_);
   std::string text;
-  Head("vigila_gateway_requests_total", "counter", "Requests answered.", text);
-  Print("vigila_gateway_requests_total", requests_, text);
+  Head("vigila_gateway_http_requests_total", "counter", "Requests answered.", text);
+  Print("vigila_gateway_http_requests_total", requests_, text);
   Head("vigila_gateway_logons_total", "counter", "Logons tried.", text);
   Print("vigila_gateway_logons_total", logons_, text);
-  Head("vigila_gateway_authorizations_total", "counter", "Paths asked about.", text);
+  Head("vigila_gateway_authorizations_total", "counter", "Decisions on a path.", text);
   Print("vigila_gateway_authorizations_total", authorizations_, text);
-  Single("vigila_gateway_cache_hits_total", "Questions answered from memory.", service.cache_hits,
-         text);
-  Single("vigila_gateway_cache_misses_total", "Questions that memory had no answer to.",
+  Single("vigila_gateway_cache_hits_total", "Answers of the service taken from memory.",
+         service.cache_hits, text);
+  Single("vigila_gateway_cache_misses_total", "Answers that memory did not hold.",
          service.cache_misses, text);
-  Single("vigila_gateway_service_failures_total", "Questions that the service did not answer.",
+  Single("vigila_gateway_service_failures_total", "Calls that the service did not answer.",
          service.failures, text);
-  Single("vigila_gateway_throttled_total", "Requests put off after failures.", throttled_, text);
-  Head("vigila_gateway_request_seconds", "histogram", "Time to answer a request.", text);
-  request_durations_.Print("vigila_gateway_request_seconds", "", text);
-  Head("vigila_gateway_question_seconds", "histogram", "Time of a question to the service.", text);
-  for (const auto& [operation, histogram] : question_durations_) {
-    histogram.Print("vigila_gateway_question_seconds", Label("operation", operation), text);
+  Single("vigila_gateway_rate_limited_requests_total", "Requests refused by a rate limit.",
+         rate_limited_, text);
+  Head("vigila_gateway_http_request_duration_seconds", "histogram", "Time to answer a request.",
+       text);
+  request_durations_.Print("vigila_gateway_http_request_duration_seconds", "", text);
+  Head("vigila_gateway_service_call_duration_seconds", "histogram",
+       "Time of a call to the service, the client's memory included.", text);
+  for (const auto& [operation, histogram] : call_durations_) {
+    histogram.Print("vigila_gateway_service_call_duration_seconds", Label("operation", operation),
+                    text);
   }
   return text;
 }

@@ -15,11 +15,11 @@ namespace vigila::gateway {
 // What the gateway counts, and its text for a Prometheus server. Any thread may call.
 class Metrics final {
  public:
-  void CountRequest(const std::string& face, int status, std::chrono::nanoseconds duration);
+  void CountRequest(const std::string& handler, int status, std::chrono::nanoseconds duration);
   void CountLogon(const std::string& scheme, const std::string& result);
   void CountAuthorization(bool granted);
-  void CountThrottled();
-  void ObserveQuestion(const std::string& operation, std::chrono::nanoseconds duration);
+  void CountRateLimited();
+  void ObserveCall(const std::string& operation, std::chrono::nanoseconds duration);
 
   // With what the service's client counts.
   std::string Text(const ServiceCounts& service) const;
@@ -41,9 +41,9 @@ class Metrics final {
   Counters requests_;
   Counters logons_;
   Counters authorizations_;
-  uint64_t throttled_ = 0;
+  uint64_t rate_limited_ = 0;
   Histogram request_durations_;
-  std::map<std::string, Histogram> question_durations_;  // by operation
+  std::map<std::string, Histogram> call_durations_;  // by operation
 };
 
 }  // namespace vigila::gateway

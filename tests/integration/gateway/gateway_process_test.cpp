@@ -275,7 +275,7 @@ TEST_F(AGatewayProcess, CountsAtAnAddressOfItsOwn) {
   const Finished counters = RunProgram({kCurl, "-s", fixture_.gateway.MetricsUrl()});
   for (const char* line : {"vigila_gateway_logons_total{scheme=\"digest\",result=\"refused\"} 1\n",
                            "vigila_gateway_logons_total{scheme=\"digest\",result=\"success\"} 1\n",
-                           "vigila_gateway_requests_total{face=\"site\",status=\"200\"} 1\n",
+                           "vigila_gateway_http_requests_total{handler=\"site\",code=\"200\"} 1\n",
                            "vigila_gateway_service_failures_total 0\n"}) {
     EXPECT_NE(counters.out.find(line), std::string::npos) << line << counters.out;
   }

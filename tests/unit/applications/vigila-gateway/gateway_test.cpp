@@ -174,7 +174,7 @@ TEST_F(AGateway, LogsOutAndClearsTheCookie) {
 
 TEST_F(AGateway, PutsOffWhoGuesses) {
   Gateway::Options options;
-  options.throttle.burst = 2;
+  options.rate_limit.burst = 2;
   Build(options);
   for (const char* guess : {"vigila_session=00000000", "vigila_session=00000001"}) {
     Ask("GET", "/jpeg/1", {{"Cookie", guess}});
@@ -217,7 +217,7 @@ TEST_F(AGateway, LogsWhatAProxyAskedAboutAndForWhom) {
   HttpHeaders headers = Session();
   headers.insert(headers.end(), {{"X-Original-Method", "GET"}, {"X-Original-URI", "/jpeg//1?x"}});
   AskAuth(headers);
-  EXPECT_EQ(log_.back().face, "auth");
+  EXPECT_EQ(log_.back().handler, "auth");
   EXPECT_EQ(log_.back().path, "/jpeg/1");
   EXPECT_EQ(log_.back().user, "view");
   AskAuth({});
@@ -338,7 +338,7 @@ TEST_F(AGateway, TakesEnvelopesByPostOfTheirMediaTypesOnly) {
   };
   EXPECT_EQ(status("POST", "text/xml"), 400);  // an empty one
   EXPECT_EQ(status("POST", "application/soap+xml; charset=utf-8"), 400);
-  EXPECT_EQ(log_.back().face, std::string("service"));
+  EXPECT_EQ(log_.back().handler, std::string("service"));
   EXPECT_EQ(status("POST", "application/json"), 405);
   EXPECT_EQ(status("POST", ""), 405);
   EXPECT_EQ(status("GET", "text/xml"), 404);
@@ -402,7 +402,7 @@ TEST_F(AGateway, ServesAnIndexUnderItsOwnPathOnly) {
 
 TEST_F(AGateway, ThrottlesTheClientAndNotItsProxy) {
   Gateway::Options options;
-  options.throttle.burst = 1;
+  options.rate_limit.burst = 1;
   Build(options);
   const HttpHeaders guess = {{"Cookie", "vigila_session=00000000"}};
   HttpHeaders one = guess, other = guess;

@@ -17,8 +17,8 @@ using vigila::gateway::AccessQuestion;
 using vigila::gateway::Authenticator;
 using vigila::gateway::ChallengeNonces;
 using vigila::gateway::ParseRequestTarget;
+using vigila::gateway::RateLimiter;
 using vigila::gateway::RequestDigest;
-using vigila::gateway::Throttle;
 using vigila::gateway::UsedTokens;
 using vigila::gateway::Verdict;
 using vigila::gateway::WsseLogon;
@@ -61,11 +61,11 @@ class AnAuthenticator : public testing::Test {
   Verdict::Outcome OutcomeOf(const AccessQuestion& question) { return Decide(question).outcome; }
 
   FakeAuthService service_;
-  Throttle::Clock::time_point now_{seconds(1000)};
-  Throttle throttle_{{3, seconds(10), 16}, [this] { return now_; }};
+  RateLimiter::Clock::time_point now_{seconds(1000)};
+  RateLimiter rate_limiter_{{3, seconds(10), 16}, [this] { return now_; }};
   ChallengeNonces nonces_{service_, [this] { return now_; }};
   UsedTokens used_tokens_{{4, 4}, {}};
-  Authenticator authenticator_{service_, throttle_, nonces_, used_tokens_, {}};
+  Authenticator authenticator_{service_, rate_limiter_, nonces_, used_tokens_, {}};
   std::string cookie_;
   std::string header_;
 };
@@ -94,7 +94,7 @@ TEST_F(AnAuthenticator, DoesNotCountAnUnreachableServiceAsAFailedLogon) {
     Decide(WithDigest("/jpeg/1", "/jpeg/1"));
     Decide(WithCookie("/jpeg/1", "00000000"));
   }
-  EXPECT_EQ(throttle_.MustWait("10.0.0.1"), std::nullopt);
+  EXPECT_EQ(rate_limiter_.MustWait("10.0.0.1"), std::nullopt);
 }
 
 TEST_F(AnAuthenticator, ChallengesWhoeverBringsNothingWithTheNonceOfTheSecond) {
@@ -380,7 +380,7 @@ TEST_F(AnAuthenticator, LooksAtNoPasswordUnlessBasicIsSwitchedOn) {
   EXPECT_EQ(OutcomeOf(question), Verdict::kLogonNeeded);
   EXPECT_TRUE(service_.passwords.empty());
 
-  Authenticator basic(service_, throttle_, nonces_, used_tokens_, {true});
+  Authenticator basic(service_, rate_limiter_, nonces_, used_tokens_, {true});
   service_.logon_answer = kToken;
   EXPECT_EQ(basic.Decide(question).outcome, Verdict::kGranted);
   ASSERT_EQ(service_.passwords.size(), 1u);
@@ -389,7 +389,7 @@ TEST_F(AnAuthenticator, LooksAtNoPasswordUnlessBasicIsSwitchedOn) {
 }
 
 TEST_F(AnAuthenticator, NeverCallsAnExpiredPasswordAStaleNonce) {
-  Authenticator basic(service_, throttle_, nonces_, used_tokens_, {true});
+  Authenticator basic(service_, rate_limiter_, nonces_, used_tokens_, {true});
   service_.logon_answer = "_EXPIRED";
   AccessQuestion question = About("/jpeg/1");
   question.authorizations = {"Basic dmlldzpw"};

@@ -20,7 +20,7 @@ AccessRecord Record() {
   record.source = "10.0.0.1";
   record.method = "GET";
   record.path = "/a\"b";
-  record.face = "site";
+  record.handler = "site";
   record.status = 200;
   record.bytes = 12;
   record.duration = std::chrono::microseconds(345);
@@ -29,7 +29,7 @@ AccessRecord Record() {
 
 TEST(AccessLog, IsOneLineOfJson) {
   EXPECT_EQ(AccessLine(Record()),
-            "{\"time\":\"2026-01-02T03:04:05.007Z\",\"source\":\"10.0.0.1\",\"face\":\"site\","
+            "{\"time\":\"2026-01-02T03:04:05.007Z\",\"source\":\"10.0.0.1\",\"handler\":\"site\","
             "\"method\":\"GET\",\"path\":\"/a\\\"b\",\"status\":200,\"bytes\":12,"
             "\"duration_us\":345}\n");
 }

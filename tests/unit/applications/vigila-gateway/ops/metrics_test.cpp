@@ -53,7 +53,8 @@ TEST_F(AMeteredService, CountsALogonWithoutAnAnswer) {
   service_.reachable = false;
   EXPECT_FALSE(metered_.IsReachable());
   metered_.LogOnWithDigest({});
-  EXPECT_TRUE(Says("vigila_gateway_question_seconds_count{operation=\"is_reachable\"} 1"));
+  EXPECT_TRUE(
+      Says("vigila_gateway_service_call_duration_seconds_count{operation=\"is_reachable\"} 1"));
   EXPECT_TRUE(Says("vigila_gateway_logons_total{scheme=\"digest\",result=\"unavailable\"} 1"));
 }
 
@@ -63,9 +64,11 @@ TEST_F(AMeteredService, CountsAuthorizationsAndTimesQuestions) {
   metered_.Authorize("NO_TOKEN", "/y");
   EXPECT_TRUE(Says("vigila_gateway_authorizations_total{result=\"granted\"} 1"));
   EXPECT_TRUE(Says("vigila_gateway_authorizations_total{result=\"refused\"} 1"));
-  EXPECT_TRUE(Says("vigila_gateway_question_seconds_count{operation=\"authorize\"} 2"));
   EXPECT_TRUE(
-      Says("vigila_gateway_question_seconds_bucket{operation=\"authorize\",le=\"+Inf\"} 2"));
+      Says("vigila_gateway_service_call_duration_seconds_count{operation=\"authorize\"} 2"));
+  EXPECT_TRUE(
+      Says("vigila_gateway_service_call_duration_seconds_bucket{operation=\"authorize\",le=\"+"
+           "Inf\"} 2"));
 }
 
 TEST_F(AMeteredService, PassesEveryQuestionOn) {
@@ -86,13 +89,13 @@ TEST(Metrics, PutsDurationsIntoTheirBuckets) {
   metrics.CountRequest("site", 404, std::chrono::microseconds(3));
   metrics.CountRequest("site", 200, std::chrono::seconds(3));
   const std::string text = metrics.Text({});
-  for (const char* line : {"vigila_gateway_requests_total{face=\"site\",status=\"200\"} 2\n",
-                           "vigila_gateway_request_seconds_bucket{le=\"2e-06\"} 1\n",
-                           "vigila_gateway_request_seconds_bucket{le=\"2e-05\"} 2\n",
-                           "vigila_gateway_request_seconds_bucket{le=\"2\"} 2\n",
-                           "vigila_gateway_request_seconds_bucket{le=\"+Inf\"} 3\n",
-                           "vigila_gateway_request_seconds_sum 3.000005\n",
-                           "vigila_gateway_request_seconds_count 3\n"}) {
+  for (const char* line : {"vigila_gateway_http_requests_total{handler=\"site\",code=\"200\"} 2\n",
+                           "vigila_gateway_http_request_duration_seconds_bucket{le=\"2e-06\"} 1\n",
+                           "vigila_gateway_http_request_duration_seconds_bucket{le=\"2e-05\"} 2\n",
+                           "vigila_gateway_http_request_duration_seconds_bucket{le=\"2\"} 2\n",
+                           "vigila_gateway_http_request_duration_seconds_bucket{le=\"+Inf\"} 3\n",
+                           "vigila_gateway_http_request_duration_seconds_sum 3.000005\n",
+                           "vigila_gateway_http_request_duration_seconds_count 3\n"}) {
     EXPECT_NE(text.find(line), std::string::npos) << line << text;
   }
 }

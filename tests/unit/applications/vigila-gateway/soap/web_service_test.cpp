@@ -18,9 +18,9 @@ using vigila::gateway::Body;
 using vigila::gateway::ChallengeNonces;
 using vigila::gateway::HttpResponse;
 using vigila::gateway::IsSoapMediaType;
+using vigila::gateway::RateLimiter;
 using vigila::gateway::SoapVersion;
 using vigila::gateway::SoapVersionOf;
-using vigila::gateway::Throttle;
 using vigila::gateway::UsedTokens;
 using vigila::gateway::WebService;
 using vigila::gateway::WebServiceCall;
@@ -48,7 +48,7 @@ class AWebService : public testing::Test {
   HttpResponse Call(const std::string& envelope, SoapVersion version = SoapVersion::k12,
                     size_t piece = std::string::npos, Body body = Body::kComplete) {
     UsedTokens used_tokens({}, {});  // no call knows of those before it
-    Authenticator authenticator(service_, throttle_, nonces_, used_tokens, {});
+    Authenticator authenticator(service_, rate_limiter_, nonces_, used_tokens, {});
     WebServiceCall call(web_service_, authenticator, "10.0.0.1", "/onvif/device", version);
     for (size_t at = 0; at < envelope.size(); at += std::min(piece, envelope.size())) {
       call.Receive(std::string_view(envelope).substr(at, piece));
@@ -57,8 +57,9 @@ class AWebService : public testing::Test {
   }
 
   FakeAuthService service_;
-  Throttle throttle_{{3, seconds(10), 16}, [] { return Throttle::Clock::time_point(seconds(1)); }};
-  ChallengeNonces nonces_{service_, [] { return Throttle::Clock::time_point(seconds(1)); }};
+  RateLimiter rate_limiter_{{3, seconds(10), 16},
+                            [] { return RateLimiter::Clock::time_point(seconds(1)); }};
+  ChallengeNonces nonces_{service_, [] { return RateLimiter::Clock::time_point(seconds(1)); }};
   WebService web_service_{
       "A & B <1>", [] { return std::chrono::system_clock::time_point(seconds(1767323045)); }};
 };
@@ -246,9 +247,10 @@ TEST_F(AWebService, IsUnavailableInBothVersions) {
 TEST_F(AWebService, RefusesEveryResultOfALogonThatIsNoSession) {
   for (const char* answer : {"NO_TOKEN", "DISABLED", "_EXPIRED", "NODIGEST"}) {
     service_.logon_answer = answer;
-    Throttle throttle{{100, seconds(10), 16}, [] { return Throttle::Clock::time_point(); }};
+    RateLimiter rate_limiter{{100, seconds(10), 16},
+                             [] { return RateLimiter::Clock::time_point(); }};
     UsedTokens used_tokens({}, {});
-    Authenticator authenticator{service_, throttle, nonces_, used_tokens, {}};
+    Authenticator authenticator{service_, rate_limiter, nonces_, used_tokens, {}};
     WebServiceCall call(web_service_, authenticator, "10.0.0.1", "/onvif/device", SoapVersion::k11);
     call.Receive(Envelope(UsernameToken()));
     const HttpResponse response = call.Answer(Body::kComplete);

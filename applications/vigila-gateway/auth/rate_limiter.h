@@ -1,5 +1,5 @@
-#ifndef VIGILA_GATEWAY_AUTH_THROTTLE_H_
-#define VIGILA_GATEWAY_AUTH_THROTTLE_H_
+#ifndef VIGILA_GATEWAY_AUTH_RATE_LIMITER_H_
+#define VIGILA_GATEWAY_AUTH_RATE_LIMITER_H_
 
 #include <chrono>
 #include <cstddef>
@@ -14,12 +14,13 @@
 
 namespace vigila::gateway {
 
-// Makes guessing slow: each source may fail a number of times at once, and then once per recovery
-// time. A session token has only 8 digits, so unknown tokens count like wrong passwords.
+// A rate limiter that makes guessing slow: each source may fail `Limits::burst` times at once, and
+// then once per `Limits::recovery`. A session token has only 8 digits, so unknown tokens count like
+// wrong passwords.
 //
 // Never waits: it only says how long the source should. Bounded: the source that failed longest ago
 // is forgotten first. Any thread may call.
-class Throttle final {
+class RateLimiter final {
  public:
   using Clock = std::chrono::steady_clock;
   using Now = std::function<Clock::time_point()>;
@@ -30,7 +31,7 @@ class Throttle final {
     size_t sources = 4096;
   };
 
-  Throttle(const Limits& limits, Now now) : limits_(limits), now_(std::move(now)) {}
+  RateLimiter(const Limits& limits, Now now) : limits_(limits), now_(std::move(now)) {}
 
   // How long the source must wait before its credentials are looked at; nothing when not at all.
   std::optional<std::chrono::seconds> MustWait(std::string_view address);
@@ -62,8 +63,8 @@ class Throttle final {
 
 // Whom an address counts for: itself, but for IPv6 the network of 64 bits, which one host has
 // whole.
-std::string ThrottleSource(std::string_view address);
+std::string RateLimitSource(std::string_view address);
 
 }  // namespace vigila::gateway
 
-#endif  // VIGILA_GATEWAY_AUTH_THROTTLE_H_
+#endif  // VIGILA_GATEWAY_AUTH_RATE_LIMITER_H_

@@ -1,4 +1,4 @@
-#include "vigila-gateway/auth/auth_face.h"
+#include "vigila-gateway/auth/forward_auth.h"
 
 #include <optional>
 #include <string>
@@ -49,8 +49,8 @@ std::string HeaderText(const std::string& name) {
 
 }  // namespace
 
-HttpResponse AuthFace::Respond(const HttpRequest& request, const WsseEnvelope* envelope,
-                               std::string& path, std::string& user) {
+HttpResponse ForwardAuth::Respond(const HttpRequest& request, const WsseEnvelope* envelope,
+                                  std::string& path, std::string& user) {
   if (!proxies_.Trusts(request.peer)) return TextResponse(403, "This proxy is not trusted.");
   const std::optional<OriginalRequest> original = OriginalOf(request);
   std::optional<RequestTarget> target;
@@ -71,7 +71,7 @@ HttpResponse AuthFace::Respond(const HttpRequest& request, const WsseEnvelope* e
                                               : RefusalResponse(verdict, options_);
 }
 
-Verdict AuthFace::DecideEnvelope(const AccessQuestion& question, const WsseEnvelope& envelope) {
+Verdict ForwardAuth::DecideEnvelope(const AccessQuestion& question, const WsseEnvelope& envelope) {
   Verdict verdict;
   switch (envelope.Judge()) {
     case WsseEnvelope::kMalformed:
@@ -88,7 +88,7 @@ Verdict AuthFace::DecideEnvelope(const AccessQuestion& question, const WsseEnvel
   return verdict;
 }
 
-HttpResponse AuthFace::Granted(const Verdict& verdict, std::string& user) {
+HttpResponse ForwardAuth::Granted(const Verdict& verdict, std::string& user) {
   HttpResponse response = TextResponse(200, "Granted.");
   response.headers.emplace_back("Cache-Control", "no-store");
   if (!verdict.token.empty()) {

@@ -1,4 +1,4 @@
-#include "vigila-gateway/auth/outage_guard.h"
+#include "vigila-gateway/auth/circuit_breaker.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +13,8 @@ namespace {
 using std::chrono::hours;
 using std::chrono::milliseconds;
 using vigila::gateway::AuthService;
+using vigila::gateway::CircuitBreaker;
 using vigila::gateway::DigestLogon;
-using vigila::gateway::OutageGuard;
 using vigila::gateway::ServiceCounts;
 using vigila::gateway::WsseLogon;
 
@@ -51,76 +51,76 @@ class Service final : public AuthService {
   std::string Word() { return Asked() ? "word" : ""; }
 };
 
-void AskEverything(OutageGuard& guard, bool answered) {
+void AskEverything(CircuitBreaker& breaker, bool answered) {
   const std::string word = answered ? "word" : "";
-  EXPECT_EQ(guard.IsProtected("/"), answered);
-  EXPECT_EQ(guard.Authorize("t", "/"), answered);
-  EXPECT_EQ(guard.LogOnWithPassword("u", "p"), word);
-  EXPECT_EQ(guard.LogOnWithDigest({}), word);
-  EXPECT_EQ(guard.LogOnWithWsse({}), word);
-  EXPECT_EQ(guard.Logout("t"), answered);
-  EXPECT_EQ(guard.GetNonce(), word);
-  EXPECT_EQ(guard.GetUser("t"), word);
-  EXPECT_EQ(guard.GetPermissions("t").size(), answered ? 1u : 0u);
-  EXPECT_EQ(guard.IsReachable(), answered);
+  EXPECT_EQ(breaker.IsProtected("/"), answered);
+  EXPECT_EQ(breaker.Authorize("t", "/"), answered);
+  EXPECT_EQ(breaker.LogOnWithPassword("u", "p"), word);
+  EXPECT_EQ(breaker.LogOnWithDigest({}), word);
+  EXPECT_EQ(breaker.LogOnWithWsse({}), word);
+  EXPECT_EQ(breaker.Logout("t"), answered);
+  EXPECT_EQ(breaker.GetNonce(), word);
+  EXPECT_EQ(breaker.GetUser("t"), word);
+  EXPECT_EQ(breaker.GetPermissions("t").size(), answered ? 1u : 0u);
+  EXPECT_EQ(breaker.IsReachable(), answered);
 }
 
-TEST(AnOutageGuard, PassesEveryQuestionOn) {
+TEST(ACircuitBreaker, PassesEveryQuestionOn) {
   Service service;
-  OutageGuard guard(service, {milliseconds(0), milliseconds(1)});
-  AskEverything(guard, true);
+  CircuitBreaker breaker(service, {milliseconds(0), milliseconds(1)});
+  AskEverything(breaker, true);
   EXPECT_EQ(service.questions, 9);
   EXPECT_EQ(service.looks, 1);
 }
 
-TEST(AnOutageGuard, AsksNothingMoreAfterALongWaitInVain) {
+TEST(ACircuitBreaker, AsksNothingMoreAfterALongWaitInVain) {
   Service service;
-  OutageGuard guard(service, {milliseconds(0), hours(1)});
+  CircuitBreaker breaker(service, {milliseconds(0), hours(1)});
   service.reachable = false;
-  EXPECT_EQ(guard.GetNonce(), "");
+  EXPECT_EQ(breaker.GetNonce(), "");
   EXPECT_EQ(service.questions, 1);
-  AskEverything(guard, false);
+  AskEverything(breaker, false);
   EXPECT_EQ(service.questions, 1);
 }
 
-TEST(AnOutageGuard, FindsTheServiceAgainByItself) {
+TEST(ACircuitBreaker, FindsTheServiceAgainByItself) {
   Service service;
-  OutageGuard guard(service, {milliseconds(0), milliseconds(1)});
+  CircuitBreaker breaker(service, {milliseconds(0), milliseconds(1)});
   service.reachable = false;
-  guard.GetNonce();
+  breaker.GetNonce();
   while (service.looks < 3) std::this_thread::yield();
-  EXPECT_EQ(guard.GetNonce(), "");
+  EXPECT_EQ(breaker.GetNonce(), "");
   service.reachable = true;
-  while (guard.GetNonce().empty()) std::this_thread::yield();
-  AskEverything(guard, true);
+  while (breaker.GetNonce().empty()) std::this_thread::yield();
+  AskEverything(breaker, true);
 }
 
-TEST(AnOutageGuard, AsksAServiceThatRefusesAtOnceEveryTime) {
+TEST(ACircuitBreaker, AsksAServiceThatRefusesAtOnceEveryTime) {
   Service service;
-  OutageGuard guard(service, {hours(1), hours(1)});
+  CircuitBreaker breaker(service, {hours(1), hours(1)});
   service.reachable = false;
-  EXPECT_EQ(guard.GetNonce(), "");
-  EXPECT_EQ(guard.GetNonce(), "");
+  EXPECT_EQ(breaker.GetNonce(), "");
+  EXPECT_EQ(breaker.GetNonce(), "");
   EXPECT_EQ(service.questions, 2);
   service.reachable = true;
-  EXPECT_EQ(guard.GetNonce(), "word");
+  EXPECT_EQ(breaker.GetNonce(), "word");
   EXPECT_EQ(service.looks, 0);
 }
 
-TEST(AnOutageGuard, TakesALongWaitWithAnAnswerForNoOutage) {
+TEST(ACircuitBreaker, StaysClosedAfterALongWaitWithAnAnswer) {
   Service service;
   service.failures = 5;
-  OutageGuard guard(service, {milliseconds(0), hours(1)});
-  EXPECT_EQ(guard.GetNonce(), "word");
-  EXPECT_EQ(guard.GetNonce(), "word");
+  CircuitBreaker breaker(service, {milliseconds(0), hours(1)});
+  EXPECT_EQ(breaker.GetNonce(), "word");
+  EXPECT_EQ(breaker.GetNonce(), "word");
   EXPECT_EQ(service.looks, 0);
 }
 
-TEST(AnOutageGuard, EndsDuringAnOutage) {
+TEST(ACircuitBreaker, EndsWhileItIsOpen) {
   Service service;
   service.reachable = false;
-  OutageGuard guard(service, {milliseconds(0), hours(1)});
-  guard.GetNonce();
+  CircuitBreaker breaker(service, {milliseconds(0), hours(1)});
+  breaker.GetNonce();
 }
 
 }  // namespace

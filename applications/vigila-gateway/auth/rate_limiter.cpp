@@ -1,4 +1,4 @@
-#include "vigila-gateway/auth/throttle.h"
+#include "vigila-gateway/auth/rate_limiter.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -8,8 +8,8 @@
 
 namespace vigila::gateway {
 
-std::optional<std::chrono::seconds> Throttle::MustWait(std::string_view address) {
-  const std::string source = ThrottleSource(address);
+std::optional<std::chrono::seconds> RateLimiter::MustWait(std::string_view address) {
+  const std::string source = RateLimitSource(address);
   const std::lock_guard lock(mutex_);
   const auto found = index_.find(source);
   if (found == index_.end()) return std::nullopt;
@@ -21,21 +21,21 @@ std::optional<std::chrono::seconds> Throttle::MustWait(std::string_view address)
   return std::chrono::ceil<std::chrono::seconds>(wait);
 }
 
-void Throttle::Failed(std::string_view address) {
-  const std::string source = ThrottleSource(address);
+void RateLimiter::Failed(std::string_view address) {
+  const std::string source = RateLimitSource(address);
   const std::lock_guard lock(mutex_);
   Count(source);
 }
 
-void Throttle::FailedWithToken(std::string_view address, std::string_view token) {
-  const std::string source = ThrottleSource(address);
+void RateLimiter::FailedWithToken(std::string_view address, std::string_view token) {
+  const std::string source = RateLimitSource(address);
   const std::lock_guard lock(mutex_);
   const auto found = index_.find(source);
   if (found != index_.end() && found->second->token == token) return;
   Count(source).token = token;
 }
 
-Throttle::Source& Throttle::Count(const std::string& source) {
+RateLimiter::Source& RateLimiter::Count(const std::string& source) {
   const Clock::time_point now = now_();
   auto found = index_.find(source);
   if (found == index_.end()) {
@@ -55,12 +55,12 @@ Throttle::Source& Throttle::Count(const std::string& source) {
   return entry;
 }
 
-size_t Throttle::Sources() const {
+size_t RateLimiter::Sources() const {
   const std::lock_guard lock(mutex_);
   return sources_.size();
 }
 
-std::string ThrottleSource(std::string_view address) {
+std::string RateLimitSource(std::string_view address) {
   std::string text(address);
   in6_addr six = {};
   if (inet_pton(AF_INET6, text.c_str(), &six) != 1) return text;

@@ -1,5 +1,5 @@
-#ifndef VIGILA_GATEWAY_AUTH_AUTH_FACE_H_
-#define VIGILA_GATEWAY_AUTH_AUTH_FACE_H_
+#ifndef VIGILA_GATEWAY_AUTH_FORWARD_AUTH_H_
+#define VIGILA_GATEWAY_AUTH_FORWARD_AUTH_H_
 
 #include <string>
 
@@ -11,16 +11,17 @@
 
 namespace vigila::gateway {
 
-// Answers a web server that asks, before it serves anything, whether it may: nginx's auth_request
-// and the forward-auth of other proxies. The original method and target come in headers, the answer
-// is the status (200 to serve, 401 and 403 to hand on), with the user and its groups in headers.
-// Only trusted proxies are answered: anybody else could name a method and target of their liking.
-// When a proxy hands on the envelope of a web-service request, the logon in it is what counts.
-class AuthFace final {
+// Forward-auth: answers a web server that asks, before it serves anything, whether it may (nginx's
+// auth_request, the forward-auth of other proxies). The original method and target come in headers,
+// the answer is the status (200 to serve, 401 and 403 to hand on), with the user and its groups in
+// headers. Only trusted proxies are answered: anybody else could name a method and target of their
+// liking. When a proxy hands on the envelope of a web-service request, the logon in it is what
+// counts.
+class ForwardAuth final {
  public:
-  // All must outlive the face.
-  AuthFace(AuthService& service, Authenticator& authenticator, const TrustedProxies& proxies,
-           const ResponseOptions& options)
+  // All must outlive it.
+  ForwardAuth(AuthService& service, Authenticator& authenticator, const TrustedProxies& proxies,
+              const ResponseOptions& options)
       : service_(service), authenticator_(authenticator), proxies_(proxies), options_(options) {}
 
   // The envelope is null when none came. For the log: sets the path that was asked about, once it
@@ -40,4 +41,4 @@ class AuthFace final {
 
 }  // namespace vigila::gateway
 
-#endif  // VIGILA_GATEWAY_AUTH_AUTH_FACE_H_
+#endif  // VIGILA_GATEWAY_AUTH_FORWARD_AUTH_H_
