@@ -3,18 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "tevra/core/trimmed.h"
 #include "vigila/contract/result_tokens.h"
 
 namespace vigila::gateway {
 namespace {
 
-constexpr size_t kMaximumCookieBytes = 8 * 1024;
+using tevra::core::Trimmed;
 
-std::string_view Trim(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
+constexpr size_t kMaximumCookieBytes = 8 * 1024;
 
 std::string_view Unquote(std::string_view text) {
   const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
@@ -24,8 +21,8 @@ std::string_view Unquote(std::string_view text) {
 // Two different tokens leave none: somebody planted one of them.
 void TakePair(std::string_view pair, SessionCookie& cookie) {
   const size_t equals = pair.find('=');
-  if (equals == std::string_view::npos || Trim(pair.substr(0, equals)) != kSessionCookie) return;
-  const std::string_view value = Unquote(Trim(pair.substr(equals + 1)));
+  if (equals == std::string_view::npos || Trimmed(pair.substr(0, equals)) != kSessionCookie) return;
+  const std::string_view value = Unquote(Trimmed(pair.substr(equals + 1)));
   const bool first = !cookie.present;
   cookie.present = true;
   if (first && contract::IsSessionToken(value)) {

@@ -5,6 +5,8 @@
 
 #include <stdexcept>
 
+#include "tevra/core/trimmed.h"
+
 namespace vigila::gateway {
 namespace {
 
@@ -28,10 +30,7 @@ std::string Canonical(std::string_view text) {
 std::string_view LastOfList(std::string_view list) {
   const size_t comma = list.rfind(',');
   if (comma != std::string_view::npos) list.remove_prefix(comma + 1);
-  const size_t first = list.find_first_not_of(" \t");
-  return first == std::string_view::npos
-             ? std::string_view()
-             : list.substr(first, list.find_last_not_of(" \t") - first + 1);
+  return tevra::core::Trimmed(list);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "tevra/core/logger.h"
 #include "tevra/core/platform_config.h"
 #include "tevra/core/string_util.h"
+#include "tevra/core/trimmed.h"
 
 namespace {
 
@@ -23,14 +24,6 @@ krand::core::HandleTable& Handles() {
   return *table;
 }
 
-std::string_view WithoutBlanks(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) {
-    return std::string_view();
-  }
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 bool IsTarget(const std::string& target) {
   std::vector<std::string> ids;
   return krand::core::getTargetIds(kService, ids) &&
@@ -41,7 +34,7 @@ bool IsListed(std::string_view feature) {
   const std::string list = tevra::core::PlatformConfig::Get().GetString(kFeatures);
   const std::vector<std::string> features = tevra::core::StringUtil::Split(list, ',');
   return std::any_of(features.begin(), features.end(), [feature](const std::string& listed) {
-    return !feature.empty() && WithoutBlanks(listed) == feature;
+    return !feature.empty() && tevra::core::Trimmed(listed) == feature;
   });
 }
 

@@ -6,19 +6,14 @@
 #include <memory>
 #include <string_view>
 
+#include "tevra/core/trimmed.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::core {
 namespace {
 
 constexpr size_t kMaxFileSize = 1024 * 1024;
-
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r";
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
+constexpr std::string_view kBlanks = " \t\r";
 
 struct FileCloser {
   void operator()(FILE* file) const { fclose(file); }
@@ -54,24 +49,24 @@ IniFile IniFile::Parse(const std::string& text, const std::string& name_for_erro
   for (std::string_view rest = text; !rest.empty();) {
     ++number;
     const size_t end = rest.find('\n');
-    const std::string_view line = Trim(rest.substr(0, end));
+    const std::string_view line = Trimmed(rest.substr(0, end), kBlanks);
     rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
     if (line.find('\0') != std::string_view::npos) throw malformed("a zero byte");
     if (line.empty() || line.front() == '#' || line.front() == ';') continue;
 
     if (line.front() == '[') {
       if (line.back() != ']') throw malformed("a section without \"]\"");
-      section = Trim(line.substr(1, line.size() - 2));
+      section = Trimmed(line.substr(1, line.size() - 2), kBlanks);
       if (section.empty()) throw malformed("a section without a name");
       file.sections_[section];
       continue;
     }
     const size_t equals = line.find('=');
     if (equals == std::string_view::npos) throw malformed("neither section, key nor comment");
-    const std::string_view key = Trim(line.substr(0, equals));
+    const std::string_view key = Trimmed(line.substr(0, equals), kBlanks);
     if (key.empty()) throw malformed("a value without a key");
     if (section.empty()) throw malformed("a key before the first section");
-    file.Set(section, std::string(key), std::string(Trim(line.substr(equals + 1))));
+    file.Set(section, std::string(key), std::string(Trimmed(line.substr(equals + 1), kBlanks)));
   }
   return file;
 }

@@ -11,6 +11,7 @@
 
 #include "tevra/core/platform_config.h"
 #include "tevra/core/string_util.h"
+#include "tevra/core/trimmed.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
@@ -18,13 +19,6 @@ namespace {
 
 // By role.
 const core::ConfigKey kKeys[] = {{"Access", "service_groups", ""}, {"Access", "admin_groups", ""}};
-
-std::string_view Trimmed(std::string_view text) {
-  constexpr const char* kBlanks = " \t";
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 gid_t LookUp(const std::string& name, const char* key) {
   std::vector<char> buffer(1024);
@@ -60,7 +54,7 @@ CallerRoles::CallerRoles() {
   for (Role role : {kService, kAdmin}) {
     const std::string list = core::PlatformConfig::Get().GetString(kKeys[role]);
     for (const std::string& item : core::StringUtil::Split(list, ',')) {
-      const std::string_view name = Trimmed(item);
+      const std::string_view name = core::Trimmed(item);
       if (!name.empty()) groups_[role].push_back(ParseGroup(std::string(name), kKeys[role].name()));
     }
   }
