@@ -11,6 +11,7 @@
 namespace vigilactl {
 
 namespace contract = vigila::contract;
+
 uint32_t ParseGroup(const std::string& text) {
   for (const contract::Group& group : contract::kRuleGroups) {
     if (text == group.name) return group.bit;
@@ -27,11 +28,8 @@ uint32_t ParseGroup(const std::string& text) {
 }
 
 std::string GroupName(uint32_t group) {
-  for (const contract::Group& named : contract::kRuleGroups) {
-    if (group == named.bit) return named.name;
-  }
-  if (group == contract::kNobodyBit) return contract::kNobodyName;
-  return std::to_string(group);
+  const char* const name = contract::GroupName(group);
+  return name == nullptr ? std::to_string(group) : name;
 }
 
 bool IsRuleGroup(const std::string& name) {

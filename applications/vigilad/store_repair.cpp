@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <optional>
 #include <sstream>
-#include <utility>
 #include <vector>
 
 #include "json/elements.h"
@@ -66,16 +65,8 @@ std::string Printable(const std::string& text) {
 }
 
 std::string GroupName(unsigned group) {
-  static constexpr std::pair<unsigned, const char*> kNames[] = {
-      {ISecurityProvider::kAdministrators, "admins"},
-      {ISecurityProvider::kManagers, "managers"},
-      {ISecurityProvider::kOperators, "operators"},
-      {ISecurityProvider::kViewers, "viewers"},
-      {ISecurityProvider::kNobody, "nobody"}};
-  for (const auto& [number, name] : kNames) {
-    if (group == number) return name;
-  }
-  return std::to_string(group);
+  const char* const name = contract::GroupName(group);
+  return name == nullptr ? std::to_string(group) : name;
 }
 
 // Nothing for a record that is no account.

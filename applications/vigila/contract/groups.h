@@ -33,6 +33,14 @@ inline constexpr Group kRuleGroups[] = {
     {"viewers", kViewersBit},
 };
 
+// Null for what is no group.
+constexpr const char* GroupName(uint32_t bit) {
+  for (const Group& group : kRuleGroups) {
+    if (group.bit == bit) return group.name;
+  }
+  return bit == kNobodyBit ? kNobodyName : nullptr;
+}
+
 }  // namespace vigila::contract
 
 #endif  // VIGILA_CONTRACT_GROUPS_H_

@@ -50,10 +50,8 @@ void SetName(json::Object& object, const std::string& member, const std::string&
 
 void SetGroup(json::Object& object, tevra::interfaces::ISecurityProvider::Group group) {
   object["Group"] = json::Number(group);
-  for (const contract::Group& known : contract::kRuleGroups) {
-    if (known.bit == group) object["GroupName"] = json::String(known.name);
-  }
-  if (group == contract::kNobodyBit) object["GroupName"] = json::String(contract::kNobodyName);
+  const char* const name = contract::GroupName(group);
+  if (name != nullptr) object["GroupName"] = json::String(name);
 }
 
 json::Object Names(const std::vector<std::string>& names) {

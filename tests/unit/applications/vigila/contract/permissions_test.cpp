@@ -17,6 +17,13 @@ TEST(AtLeast, IsTheGroupAndEveryStrongerOne) {
   EXPECT_EQ(AtLeast(kNobodyBit), 31u);
 }
 
+TEST(GroupName, IsNullForWhatIsNoGroup) {
+  EXPECT_STREQ(GroupName(kAdministratorsBit), "admins");
+  EXPECT_STREQ(GroupName(kViewersBit), "viewers");
+  EXPECT_STREQ(GroupName(kNobodyBit), "nobody");
+  for (const uint32_t group : {0u, 3u, 32u}) EXPECT_EQ(GroupName(group), nullptr) << group;
+}
+
 TEST(Permissions, HaveAnIdentifierAndANameEach) {
   std::set<std::string> identifiers;
   std::set<std::string> names;
