@@ -1,19 +1,16 @@
 #include "vigila/server/key_file.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <string_view>
+#include <system_error>
 
 #include "tevra/osa/descriptor.h"
 #include "tevra/osa/exception.h"
+#include "tevra/osa/unfinished_file.h"
 
 namespace vigila::server {
 
@@ -22,10 +19,7 @@ namespace {
 using tevra::core::SecretText;
 using tevra::osa::Descriptor;
 using tevra::osa::Exception;
-
-// Behind a key file's name while it is being written; not a name that a backup would have.
-constexpr std::string_view kUnfinished = ".unfinished-";
-constexpr std::string_view kPlaceholder = "XXXXXX";
+using tevra::osa::UnfinishedFile;
 
 [[noreturn]] void ThrowSystemError(const std::string& path, const char* what) {
   throw Exception("key file %s: %s: %s", path.c_str(), what, std::strerror(errno));
@@ -45,82 +39,15 @@ void CheckAccess(const std::string& path, KeyFile::Kind kind, const struct stat&
   }
 }
 
-void WriteAll(const std::string& path, int fd, const SecretText& bytes) {
+void WriteAll(int fd, const SecretText& bytes) {
   size_t length = 0;
   while (length < bytes.Size()) {
     const ssize_t n = write(fd, bytes.Data() + length, bytes.Size() - length);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) ThrowSystemError(path, "cannot be written");
+    if (n < 0) throw std::system_error(errno, std::generic_category(), "cannot be written");
     length += static_cast<size_t>(n);
   }
-  if (fsync(fd) != 0) ThrowSystemError(path, "cannot be written");
-}
-
-std::string DirectoryOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
-}
-
-// Removes what processes left that were killed while they wrote this file. One that still writes
-// holds the lock.
-void RemoveRemains(const std::string& path) {
-  const std::string prefix =
-      std::filesystem::path(path).filename().string() + std::string(kUnfinished);
-  std::error_code failure;  // then it stays; nothing ever reads it
-  std::filesystem::directory_iterator entry(DirectoryOf(path), failure);
-  for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
-    const std::string name = entry->path().filename().string();
-    if (!name.starts_with(prefix) || name.size() != prefix.size() + kPlaceholder.size()) continue;
-    const std::string remains = entry->path().string();
-    const Descriptor file(open(remains.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (file.get() >= 0 && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(remains.c_str());
-  }
-}
-
-// A file under a name of its own, removed again unless it was moved into place.
-class UnfinishedFile final {
- public:
-  explicit UnfinishedFile(const std::string& path)
-      : path_(path),
-        name_(path + std::string(kUnfinished) + std::string(kPlaceholder)),
-        file_(mkostemp(name_.data(), O_CLOEXEC)) {
-    if (file_.get() < 0) ThrowSystemError(path_, "cannot be made");
-    // Should somebody take it for remains before this, the move fails.
-    flock(file_.get(), LOCK_EX | LOCK_NB);
-  }
-  ~UnfinishedFile() {
-    if (!moved_) unlink(name_.c_str());
-  }
-  UnfinishedFile(const UnfinishedFile&) = delete;
-  UnfinishedFile& operator=(const UnfinishedFile&) = delete;
-
-  int Get() const { return file_.get(); }
-
-  // Never over an existing file: two processes that both found none must end with one key. File
-  // systems that cannot promise that get a plain rename. False when there is a file.
-  bool MoveIntoPlace() {
-    if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
-      return moved_ = true;
-    }
-    if (errno == EEXIST) return false;
-    if (errno != EINVAL && errno != ENOSYS) ThrowSystemError(path_, "cannot be made");
-    if (access(path_.c_str(), F_OK) == 0) return false;
-    if (rename(name_.c_str(), path_.c_str()) != 0) ThrowSystemError(path_, "cannot be made");
-    return moved_ = true;
-  }
-
- private:
-  const std::string path_;
-  std::string name_;
-  const Descriptor file_;
-  bool moved_ = false;
-};
-
-void FlushDirectory(const std::string& path) {
-  const Descriptor directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directory.get() < 0 || fsync(directory.get()) != 0) {
-    ThrowSystemError(path, "its directory cannot be flushed");
-  }
+  if (fsync(fd) != 0) throw std::system_error(errno, std::generic_category(), "cannot be written");
 }
 
 }  // namespace
@@ -154,17 +81,22 @@ std::unique_ptr<SecretText> KeyFile::Read(const std::string& path, Kind kind, si
 
 bool KeyFile::CanBeMade(const std::string& path) {
   if (access(path.c_str(), F_OK) == 0) return false;
-  if (access(DirectoryOf(path).c_str(), W_OK | X_OK) != 0) ThrowSystemError(path, "cannot be made");
+  if (access(UnfinishedFile::DirectoryOf(path).c_str(), W_OK | X_OK) != 0) {
+    ThrowSystemError(path, "cannot be made");
+  }
   return true;
 }
 
 bool KeyFile::Make(const std::string& path, const SecretText& bytes) {
-  RemoveRemains(path);
-  UnfinishedFile file(path);
-  WriteAll(path, file.Get(), bytes);
-  if (!file.MoveIntoPlace()) return false;
-  FlushDirectory(path);
-  return true;
+  try {
+    UnfinishedFile::RemoveRemains(path);
+    UnfinishedFile file(path);
+    WriteAll(file.get(), bytes);
+    // Never over an existing file: two processes that both found none must end with one key.
+    return file.MoveIntoPlace();
+  } catch (const std::system_error& failure) {
+    throw Exception("key file %s: %s", path.c_str(), failure.what());
+  }
 }
 
 }  // namespace vigila::server

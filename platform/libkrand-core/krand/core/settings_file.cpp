@@ -25,11 +25,6 @@ using tevra::osa::UnfinishedFile;
   throw SettingsFailure(path + ": " + what + ": " + strerror(error));
 }
 
-std::string DirectoryOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
-}
-
 // Whoever may write the directory may put another store, log or witness in the place of ours. The
 // sticky bit does not help: what is not there yet can still be made.
 void CheckDirectory(const std::string& directory, const struct stat& status) {
@@ -113,7 +108,7 @@ std::string SettingsFile::PathOf(const std::string& domain) {
 
 void SettingsFile::Prepare(const std::string& path) {
   try {
-    MakeDirectory(DirectoryOf(path));
+    MakeDirectory(UnfinishedFile::DirectoryOf(path));
     UnfinishedFile::RemoveRemains(path, kCompanions);
     UnfinishedFile::RemoveRemains(SettingsWitness::PathFor(path));
     UnfinishedFile::RemoveRemains(CopyOf(path), kCompanions);

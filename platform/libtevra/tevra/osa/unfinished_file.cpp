@@ -1,5 +1,6 @@
 #include "tevra/osa/unfinished_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -8,7 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
+#include <memory>
 #include <string_view>
 #include <system_error>
 
@@ -22,11 +23,6 @@ constexpr std::string_view kPlaceholder = "XXXXXX";
 
 [[noreturn]] void Fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
-}
-
-std::string DirectoryOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
 // The file goes last: it is what leads to the others, should this be cut short.
@@ -72,18 +68,23 @@ void UnfinishedFile::Replace() {
   FlushDirectoryOf(path_);
 }
 
+// What cannot be listed stays; nothing ever reads it.
 void UnfinishedFile::RemoveRemains(const std::string& path, Companions companions) {
-  const std::string prefix =
-      std::filesystem::path(path).filename().string() + std::string(kUnfinished);
-  std::error_code failure;  // then they stay; nothing ever reads them
-  std::filesystem::directory_iterator entry(DirectoryOf(path), failure);
-  for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
-    const std::string name = entry->path().filename().string();
+  const size_t name_begin = path.rfind('/') + 1;
+  const std::string prefix = path.substr(name_begin) + std::string(kUnfinished);
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(DirectoryOf(path).c_str()), closedir);
+  while (const dirent* const entry = directory ? readdir(directory.get()) : nullptr) {
+    const std::string name = entry->d_name;
     if (!name.starts_with(prefix) || name.size() != prefix.size() + kPlaceholder.size()) continue;
-    const std::string remains = entry->path().string();
+    const std::string remains = path.substr(0, name_begin) + name;
     const Descriptor file(open(remains.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) Remove(remains, companions);
   }
+}
+
+std::string UnfinishedFile::DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
 void UnfinishedFile::FlushDirectoryOf(const std::string& path) {

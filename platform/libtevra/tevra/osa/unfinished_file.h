@@ -35,6 +35,8 @@ class UnfinishedFile final {
 
   // Removes what processes left that were killed before they moved their file to `path`.
   static void RemoveRemains(const std::string& path, Companions companions = {});
+  // With the slash behind it; "." for a bare name.
+  static std::string DirectoryOf(const std::string& path);
   // Makes renames and removals beside `path` durable.
   static void FlushDirectoryOf(const std::string& path);
 

@@ -127,16 +127,19 @@ TEST_F(KeyFileTest, LeavesNothingThatTheDiskDoesNotTake) {
 }
 
 TEST_F(KeyFileTest, IsOneWhenSeveralMakeItAtOnce) {
-  std::atomic<int> made = 0;
-  std::vector<std::thread> makers;
-  for (int i = 0; i < 4; ++i) {
-    makers.emplace_back([&] {
-      if (Make()) ++made;
-    });
+  for (int round = 0; round < 20; ++round) {
+    std::atomic<int> made = 0;
+    std::vector<std::thread> makers;
+    for (int i = 0; i < 4; ++i) {
+      makers.emplace_back([&] {
+        if (Make()) ++made;
+      });
+    }
+    for (std::thread& maker : makers) maker.join();
+    EXPECT_EQ(made, 1);
+    EXPECT_EQ(Files(), std::vector<std::string>{"first.key"});
+    std::filesystem::remove(path_);
   }
-  for (std::thread& maker : makers) maker.join();
-  EXPECT_EQ(made, 1);
-  EXPECT_EQ(Files(), std::vector<std::string>{"first.key"});
 }
 
 TEST_F(KeyFileTest, NamesTheDirectoryThatTakesNoFile) {

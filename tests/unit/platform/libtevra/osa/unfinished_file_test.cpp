@@ -78,5 +78,25 @@ TEST_F(UnfinishedFileTest, IsNotTakenForRemainsWhileItIsHeld) {
   EXPECT_TRUE(std::filesystem::exists(file.Name()));
 }
 
+TEST_F(UnfinishedFileTest, KnowsTheDirectoryOfAnyPath) {
+  EXPECT_EQ(UnfinishedFile::DirectoryOf("/var/lib/vigila/file"), "/var/lib/vigila/");
+  EXPECT_EQ(UnfinishedFile::DirectoryOf("/file"), "/");
+  EXPECT_EQ(UnfinishedFile::DirectoryOf("directory/file"), "directory/");
+  EXPECT_EQ(UnfinishedFile::DirectoryOf("file"), ".");
+}
+
+TEST_F(UnfinishedFileTest, HasItsRemainsRemovedWhereItsPathIsABareName) {
+  dir_.Write("file.unfinished-Ab3dEf", "remains");
+  const std::filesystem::path previous = std::filesystem::current_path();
+  std::filesystem::current_path(dir_.Path());
+  UnfinishedFile::RemoveRemains("file");
+  std::filesystem::current_path(previous);
+  EXPECT_EQ(Files(), 0u);
+}
+
+TEST_F(UnfinishedFileTest, HasNoRemainsWhereThereIsNoDirectory) {
+  EXPECT_NO_THROW(UnfinishedFile::RemoveRemains(dir_.File("missing/file")));
+}
+
 }  // namespace
 }  // namespace tevra::osa
