@@ -294,7 +294,7 @@ TEST_F(Daemon, RefusesTheKeyOfAnotherDevice) {
   std::filesystem::copy_file(other.KeyFile(), device_.KeyFile(),
                              std::filesystem::copy_options::overwrite_existing);
   ExpectRefusesToStart(kStoreUnusable,
-                       device_.KeyFile() + ": not the key of the values in the settings");
+                       device_.KeyFile() + ": not the key of the only value in the settings");
 }
 
 TEST_F(Daemon, RefusesALibraryWithoutItsKindOfKeyAndLocksNoOne) {

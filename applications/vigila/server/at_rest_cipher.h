@@ -35,10 +35,12 @@ class AtRestCipher final {
   const std::string& KeyFile() const { return path_; }
 
   // Reads the key file. A missing one is made with a new key, unless the store holds values that
-  // only the lost key could read. Throws tevra::osa::Exception on a file that is missing, damaged,
-  // of another size, foreign-owned, readable by others, or cannot be made.
+  // only the lost key could read. Throws tevra::osa::Exception on a file that is missing, of
+  // another size or kind, foreign-owned, readable by others, or cannot be made. A damaged number in
+  // it shows at the first use.
   void Open(bool store_holds_secrets);
-  // Whether one of the values at least is of this key. Throws when the library does not take it.
+  // Whether one of the values at least is of this key. Throws, also without a value, when its
+  // numbers make no key and when the library does not take it.
   bool IsKeyOf(const std::vector<std::string>& stored);
 
   // The at-rest form of a text of any length and bytes. Nothing when no key is open or the library

@@ -193,15 +193,17 @@ std::unique_ptr<const AtRestKey> AtRestKey::Load(const std::string& path, Kind k
   std::unique_ptr<SecretText> bytes = KeyFile::Read(path, kind, FileSize(AtRestKey::kMinimumBits),
                                                     FileSize(AtRestKey::kMaximumBits));
   if (bytes == nullptr) return nullptr;
-  if (!AreConsistent(ReadNumbers(path, *bytes), ReadHeader(path, *bytes))) {
-    ERR_clear_error();
-    throw Exception("key file %s: damaged, its numbers make no key", path.c_str());
-  }
+  ReadHeader(path, *bytes);
   return std::unique_ptr<const AtRestKey>(new AtRestKey(path, std::move(bytes)));
 }
 
 AtRestKey::Pointer AtRestKey::Build() const {
-  Pointer key = BuildKey(ReadNumbers(path_, *bytes_));
+  const Numbers numbers = ReadNumbers(path_, *bytes_);
+  if (!AreConsistent(numbers, ReadHeader(path_, *bytes_))) {
+    ERR_clear_error();
+    throw Exception("key file %s: damaged, its numbers make no key", path_.c_str());
+  }
+  Pointer key = BuildKey(numbers);
   if (key == nullptr) ThrowLibraryError(path_, "the key cannot be built");
   return key;
 }

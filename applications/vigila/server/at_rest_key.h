@@ -15,8 +15,8 @@ namespace vigila::server {
 // header (magic, bits, primes, padding), then eight numbers of bits / 64 words each, filled up with
 // zero words in front. Failures throw tevra::osa::Exception that names the file.
 //
-// Reading the file and using the key are apart: to check that the numbers make a key takes a few
-// multiplications, the first use of a key brings up the whole of libcrypto.
+// Reading the file and using the key are apart: to look whether its numbers make a key brings 220
+// KiB of libcrypto into memory, the first use of a key 2 MiB.
 class AtRestKey final {
  public:
   struct Free {
@@ -30,15 +30,16 @@ class AtRestKey final {
   static constexpr int kMinimumBits = 2048;
   static constexpr int kMaximumBits = 4096;
 
-  // Null when there is no such file; throws when it is there and cannot be trusted, or holds
-  // anything but a whole key.
+  // Null when there is no such file; throws when it is there and cannot be trusted, or has not the
+  // size and the header of a key.
   static std::unique_ptr<const AtRestKey> Load(const std::string& path, Kind kind);
   // Makes a key and its file, durable when the call returns. False, with nothing changed, when
   // there is a file of that name. Throws for a size that is no multiple of 64 or out of bounds.
   static bool Create(const std::string& path, int bits);
 
   const std::string& Path() const { return path_; }
-  // The key in the library's form. Throws when the library takes no RSA key.
+  // The key in the library's form. Throws when its numbers make no key, and when the library takes
+  // no RSA key.
   Pointer Build() const;
 
  private:

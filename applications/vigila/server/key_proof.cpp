@@ -94,10 +94,12 @@ void OpenAndProveKey(AtRestCipher& cipher) {
   cipher.Open(StoredSecrets::Any());
   // One value as a rule, so that not all of them are in memory at once.
   const std::vector<std::string> first = StoredSecrets::Read(1);
-  if (first.empty() || IsKeyOf(cipher, first)) return;
-  if (IsKeyOf(cipher, StoredSecrets::Read(std::numeric_limits<size_t>::max()))) return;
-  throw Exception("key file %s: not the key of the values in the settings",
-                  cipher.KeyFile().c_str());
+  if (IsKeyOf(cipher, first) || first.empty()) return;
+  const std::vector<std::string> all = StoredSecrets::Read(std::numeric_limits<size_t>::max());
+  if (all.size() > 1 && IsKeyOf(cipher, all)) return;
+  throw Exception("key file %s: not the key of %s", cipher.KeyFile().c_str(),
+                  all.size() > 1 ? "the values in the settings"
+                                 : "the only value in the settings, unless that is damaged");
 }
 
 }  // namespace vigila::server

@@ -35,11 +35,11 @@ class AtRestKeyTest : public testing::Test {
   static std::unique_ptr<const AtRestKey> Load(const std::string& path) {
     return AtRestKey::Load(path, AtRestKey::Kind::kOwnFile);
   }
-  // What loading a key file of these bytes throws, behind the file's name.
-  std::string ErrorOfLoading(const std::string& bytes) const {
+  // What loading and building a key of these bytes throws, behind the file's name.
+  std::string ErrorOfBuilding(const std::string& bytes) const {
     const std::string path = dir_.Write("some.key", bytes);
     EXPECT_EQ(0, chmod(path.c_str(), 0600));
-    const std::string text = TextThrownBy([&] { Load(path); });
+    const std::string text = TextThrownBy([&] { Load(path)->Build(); });
     const std::string begin = "key file " + path + ": ";
     return text.starts_with(begin) ? text.substr(begin.size()) : "no file named: " + text;
   }
@@ -92,12 +92,11 @@ TEST_F(AtRestKeyTest, MayBeBetweenTheSizes) {
   EXPECT_EQ(2112, EVP_PKEY_get_bits(Load(path)->Build().get()));
 }
 
-TEST_F(AtRestKeyTest, IsCheckedWithoutBeingBuilt) {
+TEST_F(AtRestKeyTest, IsCheckedBeforeTheLibraryIsAskedToTakeIt) {
   const support::LibraryWithoutRsa library;
-  EXPECT_NE(nullptr, Load(support::AtRestKeyFixture::Path()));
   std::string damaged = ReadKey();
   damaged.back() = static_cast<char>(damaged.back() ^ 1);
-  EXPECT_EQ("damaged, its numbers make no key", ErrorOfLoading(damaged));
+  EXPECT_EQ("damaged, its numbers make no key", ErrorOfBuilding(damaged));
 }
 
 TEST_F(AtRestKeyTest, SaysWhyTheLibraryDoesNotTakeIt) {
@@ -113,7 +112,7 @@ TEST_F(AtRestKeyTest, RefusesAFileOfAnotherSize) {
   for (const std::string& bytes :
        {std::string(), key.substr(0, 1), key.substr(0, key.size() - 1), key + "x",
         key.substr(0, key.size() - 64), key + std::string(64, '\0'), std::string(100000, 'x')}) {
-    EXPECT_TRUE(ErrorOfLoading(bytes).starts_with("damaged")) << bytes.size();
+    EXPECT_TRUE(ErrorOfBuilding(bytes).starts_with("damaged")) << bytes.size();
   }
 }
 
@@ -122,7 +121,7 @@ TEST_F(AtRestKeyTest, RefusesAFileWithOneBitFlippedAnywhere) {
   for (size_t i = 0; i < key.size(); i += i < kHeaderBytes ? 1 : 13) {
     std::string damaged = key;
     damaged[i] = static_cast<char>(damaged[i] ^ (1 << i % 8));
-    EXPECT_TRUE(ErrorOfLoading(damaged).starts_with("damaged")) << i;
+    EXPECT_TRUE(ErrorOfBuilding(damaged).starts_with("damaged")) << i;
   }
 }
 
@@ -130,7 +129,7 @@ TEST_F(AtRestKeyTest, RefusesANumberThatIsAllZero) {
   for (size_t number = 0; number < 8; ++number) {
     std::string damaged = ReadKey();
     damaged.replace(kHeaderBytes + number * kNumberBytes, kNumberBytes, kNumberBytes, '\0');
-    EXPECT_EQ("damaged, its numbers make no key", ErrorOfLoading(damaged)) << number;
+    EXPECT_EQ("damaged, its numbers make no key", ErrorOfBuilding(damaged)) << number;
   }
 }
 

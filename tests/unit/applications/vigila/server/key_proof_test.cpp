@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include "decryptions.h"
 #include "support/library_without_rsa.h"
@@ -40,12 +41,24 @@ class KeyProof : public support::UserStoreTest {
   }
 
   const std::string begin_ = "key file " + support::AtRestKeyFixture::Path() + ": ";
+  const std::string of_another_store_ = begin_ + "not the key of the values in the settings";
+  const std::string of_another_value_ =
+      begin_ + "not the key of the only value in the settings, unless that is damaged";
 };
 
-TEST_F(KeyProof, AsksForNothingOfAnEmptyStore) {
+TEST_F(KeyProof, NeedsNoValues) {
   EXPECT_EQ("nothing thrown", Error());
-  const support::LibraryWithoutRsa library;
-  EXPECT_EQ("nothing thrown", Error());
+}
+
+TEST_F(KeyProof, RefusesADamagedKeyOverAnEmptyStoreToo) {
+  const std::string path = settings_.Dir().File("damaged.key");
+  std::filesystem::copy_file(support::AtRestKeyFixture::Path(), path);
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(100);
+  file.put('x').put('y').flush();
+  AtRestCipher damaged(path);
+  EXPECT_EQ("key file " + path + ": damaged, its numbers make no key",
+            support::TextThrownBy([&] { OpenAndProveKey(damaged); }));
 }
 
 TEST_F(KeyProof, LeavesTheKeyOpen) {
@@ -67,7 +80,14 @@ TEST_F(KeyProof, IsDoneElsewhere) {
 TEST_F(KeyProof, RefusesTheKeyOfAnotherStore) {
   PutPassword("alice", Foreign());
   PutPassword("bob", Foreign());
-  EXPECT_EQ(begin_ + "not the key of the values in the settings", Error());
+  EXPECT_EQ(of_another_store_, Error());
+}
+
+TEST_F(KeyProof, SaysThatTheOnlyValueMayBeDamaged) {
+  PutPassword("alice", Encrypt("secret").replace(0, 4, "AAAA"));
+  EXPECT_EQ(of_another_value_, Error());
+  PutPassword("bob", Encrypt("secret"));
+  EXPECT_EQ("nothing thrown", Error());
 }
 
 TEST_F(KeyProof, IsDoneWhereNoOneLearnsHowAProcessEnded) {
@@ -79,17 +99,17 @@ TEST_F(KeyProof, IsDoneWhereNoOneLearnsHowAProcessEnded) {
     EXPECT_EQ(begin_ + "its proof ended without a verdict", Error());
   }
   PutPassword("alice", Foreign());
-  EXPECT_EQ(begin_ + "not the key of the values in the settings", Error());
+  EXPECT_EQ(of_another_value_, Error());
   std::signal(SIGCHLD, previous);
 }
 
 TEST_F(KeyProof, RefusesTheKeyOfAnotherStoreForAnyKindOfValue) {
   const std::string foreign = Foreign();
   settings_.PutJson("phrase._1", "{\"Phrase\":\"" + foreign + "\",\"Alias\":\"YQ==\"}");
-  EXPECT_EQ(begin_ + "not the key of the values in the settings", Error());
+  EXPECT_EQ(of_another_value_, Error());
   settings_.Delete("phrase._1");
   settings_.PutArray("oldPasswords.alice", {foreign});
-  EXPECT_EQ(begin_ + "not the key of the values in the settings", Error());
+  EXPECT_EQ(of_another_value_, Error());
 }
 
 TEST_F(KeyProof, PassesOverDamagedValues) {

@@ -147,7 +147,9 @@ TEST_F(Environment, NamesTheKeyFileThatIsNotTheStores) {
     FAIL() << "nothing thrown";
   } catch (const StartFailure& e) {
     EXPECT_EQ(e.cause(), StartFailure::kStore);
-    EXPECT_EQ(e.what(), "key file " + path + ": not the key of the values in the settings");
+    EXPECT_EQ(e.what(), "key file " + path +
+                            ": not the key of the only value in the settings, unless that is "
+                            "damaged");
   }
   ShutPlatformDown();
 }
