@@ -13,6 +13,9 @@ function(vigila_platform_library name)
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
                                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+  set(exports ${CMAKE_SOURCE_DIR}/cmake/platform_library.map)
+  target_link_options(${name} PRIVATE -Wl,--version-script=${exports})
+  set_property(TARGET ${name} PROPERTY LINK_DEPENDS ${exports})
   set_property(GLOBAL APPEND PROPERTY VIGILA_LIBRARY_DIRS ${CMAKE_CURRENT_BINARY_DIR})
   install(TARGETS ${name} EXPORT vigila-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
                                          NAMELINK_COMPONENT development)

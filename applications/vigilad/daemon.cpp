@@ -1,5 +1,7 @@
 #include "vigilad/daemon.h"
 
+#include <malloc.h>
+
 #include <csignal>
 #include <exception>
 
@@ -33,6 +35,8 @@ void Run(const DaemonConfiguration& configuration) {
   ServerEnv env;
   env.GetSessionManager().SetTimeout(configuration.session_timeout_secs);
   env.GetSecurityProvider()->EnforcePasswordPolicy(configuration.password_policy);
+  // What the start has freed is not needed again for long.
+  malloc_trim(0);
   env.GetVigilaServer().Run();
 }
 

@@ -1,6 +1,6 @@
 #include "vigila/server/device_information.h"
 
-#include <boost/filesystem.hpp>
+#include <sys/stat.h>
 
 #include "krand/core/krand_api_exception.h"
 #include "krand/interfaces/device_information.h"
@@ -65,10 +65,9 @@ bool DeviceInformation::isSB327supported() const {
   }
   if (supported == 0) return false;
 
-  boost::system::error_code error;
-  const boost::filesystem::file_type type = boost::filesystem::status(marker_path_, error).type();
+  struct stat marker;
   // Deliberate: a marker that cannot be examined counts as absent.
-  return type == boost::filesystem::file_not_found || type == boost::filesystem::status_error;
+  return stat(marker_path_.c_str(), &marker) != 0;
 }
 
 }  // namespace krand::vigila
