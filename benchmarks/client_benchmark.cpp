@@ -209,22 +209,24 @@ std::pair<Batch, Batch> HitsAmong(Ask ask, size_t count) {
           Timed([state] { state->map.LookUp(state->keys[state->Next(state->looked_up)]); })};
 }
 
-// A cache's own map, without a lock, ages or a clock.
+// A cache's own map, without a lock and without the order of last use. An entry is not there
+// without the time of its store, so the clock is read once; the cache itself reads it twice.
 class BareCache {
  public:
   explicit BareCache(size_t count) {
     for (const Question& question : Questions(0, count)) Insert(question);
   }
   void Insert(const Question& question) {
-    auto command = std::make_unique<AuthorizeCommand>(question.token, question.path);
+    auto command = std::make_unique<const AuthorizeCommand>(question.token, question.path);
     const vigila::client::KeyPtrWrapper<AuthorizeCommand> key(command.get());
-    entries_.emplace(key, std::move(command));
+    const auto [entry, is_new] =
+        entries_.try_emplace(key, std::move(command), tevra::interfaces::AnswerStamp(nullptr));
+    clock_.GetTime(entry->second.last_use());
   }
 
  private:
-  std::map<vigila::client::KeyPtrWrapper<AuthorizeCommand>, std::unique_ptr<AuthorizeCommand>,
-           std::less<>>
-      entries_;
+  const vigila::client::MonotonicTimeSource clock_;
+  vigila::client::Cache<AuthorizeCommand>::Entries entries_;
 };
 
 // New questions among `count` entries. What they add is a small part, or is taken away again.
@@ -305,7 +307,7 @@ void RegisterEntries() {
   }
   for (const size_t count : {10, 1000, 10000, 50000}) {
     RegisterPair({.name = "client cache miss|" + std::to_string(count),
-                  .floor = "a bare insertion into the same map",
+                  .floor = "a bare insertion into the same map with one clock read",
                   .budget = 1.5,
                   .size = static_cast<double>(count),
                   .count = 64},

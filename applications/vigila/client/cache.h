@@ -27,6 +27,21 @@ namespace vigila::client {
 template <typename T>
 class Cache {
  public:
+  // The time of the last store or hit, and beside it what the cache needs to do without a walk over
+  // all entries: the neighbours in order of last use.
+  struct Entry final : tevra::osa::TimeStruct {
+    Entry(std::unique_ptr<const T> kept, tevra::interfaces::AnswerStamp stamp)
+        : command(std::move(kept)), validity(std::move(stamp)) {}
+    tevra::osa::TimeStruct& last_use() { return *this; }
+    const tevra::osa::TimeStruct& last_use() const { return *this; }
+
+    const std::unique_ptr<const T> command;
+    const tevra::interfaces::AnswerStamp validity;
+    Entry* older = nullptr;
+    Entry* newer = nullptr;
+  };
+  using Entries = std::map<KeyPtrWrapper<T>, Entry, std::less<>>;
+
   // `clock` is borrowed and must outlive the cache.
   Cache(const tevra::osa::TimeSpan& lifetime, const tevra::osa::ITimeSource& clock)
       : lifetime_(lifetime), clock_(clock) {}
@@ -40,8 +55,11 @@ class Cache {
   bool FindLive(const typename T::Key& question, typename T::Answer& answer)
       TEVRA_EXCLUDES(mutex_) {
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    const auto found = entries_.find(question);
-    if (found == entries_.end()) return false;
+    const auto found = entries_.lower_bound(question);
+    if (found == entries_.end() || question < found->first) {
+      gap_ = found;
+      return false;
+    }
     Entry& entry = found->second;
     const tevra::osa::TimeStruct now = Now();
     // Deliberate: an expired entry is a miss here and stays for the pruning that follows a miss.
@@ -72,29 +90,28 @@ class Cache {
     typename Entries::node_type revoked;  // destroyed when the lock is free again
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
     if (generation != generation_.load(std::memory_order_relaxed)) return;
-    const typename T::Key key = command->GetKey();
-    auto place = entries_.lower_bound(key);
+    // As a rule the question is the one that was missed last, and need not be searched for again.
+    const KeyPtrWrapper<T> key(command.get());
+    auto place = entries_.try_emplace(gap_, key, std::move(command), std::move(validity));
     const tevra::osa::TimeStruct now = Now();
-    if (place != entries_.end() && !(key < place->first)) {
+    if (command != nullptr) {  // it was not taken, for there is an answer
       // Deliberate: of two equal questions asked at once the first answer stays; the second one
       // only renews it. An answer that was taken back is as good as gone and makes room.
       if (Holds(place->second.validity, now)) return Renew(place->second, now);
-      const auto next = std::next(place);
+      gap_ = std::next(place);
       Unlink(place->second);
       revoked = entries_.extract(place);
-      place = next;
+      place = entries_.try_emplace(gap_, key, std::move(command), std::move(validity));
     }
-    const KeyPtrWrapper<T> wrapped(command.get());
-    Entry& entry =
-        entries_.try_emplace(place, wrapped, std::move(command), std::move(validity))->second;
-    entry.last_use() = now;
-    Link(entry);
+    place->second.last_use() = now;
+    Link(place->second);
   }
 
   void Clear() TEVRA_EXCLUDES(mutex_) {
     Entries cleared;  // destroyed when the lock is free again
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
     cleared.swap(entries_);
+    gap_ = entries_.end();
     oldest_ = newest_ = nullptr;
     generation_.store(generation_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
   }
@@ -105,21 +122,6 @@ class Cache {
   }
 
  private:
-  // The time of the last store or hit, and beside it what the cache needs to do without a walk over
-  // all entries: the neighbours in order of last use.
-  struct Entry final : tevra::osa::TimeStruct {
-    Entry(std::unique_ptr<const T> kept, tevra::interfaces::AnswerStamp stamp)
-        : command(std::move(kept)), validity(std::move(stamp)) {}
-    tevra::osa::TimeStruct& last_use() { return *this; }
-    const tevra::osa::TimeStruct& last_use() const { return *this; }
-
-    const std::unique_ptr<const T> command;
-    const tevra::interfaces::AnswerStamp validity;
-    Entry* older = nullptr;
-    Entry* newer = nullptr;
-  };
-  using Entries = std::map<KeyPtrWrapper<T>, Entry, std::less<>>;
-
   // Others may look up between two batches.
   static constexpr std::size_t kBatch = 16;
 
@@ -135,6 +137,7 @@ class Cache {
       if (oldest_ == nullptr || !IsExpired(*oldest_, now)) return;
       const auto place = entries_.find(oldest_->command->GetKey());
       Unlink(*oldest_);
+      gap_ = entries_.end();
       node = entries_.extract(place);
     }
   }
@@ -180,6 +183,8 @@ class Cache {
   mutable tevra::osa::Mutex mutex_;
   // A key points to the command of its own entry.
   Entries entries_ TEVRA_GUARDED_BY(mutex_);
+  // Where the question that was missed last belongs, unless others were taken out or in since.
+  typename Entries::iterator gap_ TEVRA_GUARDED_BY(mutex_) = entries_.end();
   // The ends of the list of all entries in order of last use.
   Entry* oldest_ TEVRA_GUARDED_BY(mutex_) = nullptr;
   Entry* newest_ TEVRA_GUARDED_BY(mutex_) = nullptr;
