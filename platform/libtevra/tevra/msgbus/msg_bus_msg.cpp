@@ -3,8 +3,11 @@
 #include <grp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
+
+#include "tevra/core/secret_text.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -58,7 +61,30 @@ size_t WireSignatureLength(const MsgBusMsg::Value& value) {
   return 1;
 }
 
+void WipeTexts(MsgBusMsg::Value& value) {
+  if (auto* const text = std::get_if<std::string>(&value)) return core::Wipe(*text);
+  if (auto* const list = std::get_if<std::vector<std::string>>(&value)) {
+    for (std::string& entry : *list) core::Wipe(entry);
+  }
+}
+
 }  // namespace
+
+MsgBusMsg::Values::~Values() {
+  for (Value& value : values_) WipeTexts(value);
+}
+
+// A short text lies in the value itself, so what a move leaves behind is wiped as well.
+void MsgBusMsg::Values::Add(Value&& value) {
+  if (values_.size() == values_.capacity()) {
+    Values wider;
+    wider.values_.reserve(std::max<size_t>(2, 2 * values_.size()));
+    for (Value& moved : values_) wider.values_.push_back(std::move(moved));
+    values_.swap(wider.values_);
+  }
+  values_.push_back(std::move(value));
+  WipeTexts(value);
+}
 
 Credentials Credentials::OfThisProcess() {
   Credentials own{geteuid(), {getegid()}, getpid()};
@@ -127,15 +153,14 @@ MsgBusMsg& MsgBusMsg::Append(Value value) {
   StoreBigEndian(header_.header + kBodyLengthOffset, static_cast<uint32_t>(end));
   signature_length_ += WireSignatureLength(value);
   StoreFieldsLength();
-  if (body_.empty()) body_.reserve(2);
-  body_.push_back(std::move(value));
+  body_.Add(std::move(value));
   return *this;
 }
 
 std::string MsgBusMsg::Signature() const {
   static constexpr char kLetters[] = {'b', 'i', 'u', 's', 'l'};
   std::string signature;
-  for (const Value& value : body_) signature += kLetters[value.index()];
+  for (const Value& value : Body()) signature += kLetters[value.index()];
   return signature;
 }
 

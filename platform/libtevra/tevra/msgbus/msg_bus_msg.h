@@ -33,6 +33,9 @@ struct Credentials {
 //
 // Texts are counted bytes of any value, zero included; on D-Bus they are byte arrays ("ay"), as a
 // string there may hold neither zero bytes nor bytes that are not UTF-8, and lists are "aay".
+//
+// Bodies carry passwords and tokens, so their texts are overwritten before their memory is given
+// back.
 class MsgBusMsg {
  public:
   enum class Type { kCall = 1, kReply = 2, kError = 3, kSignal = 4 };
@@ -61,7 +64,7 @@ class MsgBusMsg {
   const std::string& ErrorText() const { return error_text_; }
 
   MsgBusMsg& Append(Value value);
-  const std::vector<Value>& Body() const { return body_; }
+  const std::vector<Value>& Body() const { return body_.Get(); }
   // The body's signature in this class's own letters: b, i, u, s (counted text), l (list of texts).
   std::string Signature() const;
   // Bytes of the message on D-Bus; no transport makes more of it.
@@ -84,6 +87,24 @@ class MsgBusMsg {
     std::string destination;
   };
 
+  class Values final {
+   public:
+    Values() = default;
+    Values(const Values&) = default;
+    Values(Values&&) noexcept = default;
+    Values& operator=(Values other) noexcept {
+      values_.swap(other.values_);
+      return *this;
+    }
+    ~Values();
+
+    const std::vector<Value>& Get() const { return values_; }
+    void Add(Value&& value);
+
+   private:
+    std::vector<Value> values_;
+  };
+
   MsgBusMsg(std::shared_ptr<const Names> names, Type type);
   void StoreFieldsLength();
 
@@ -94,7 +115,7 @@ class MsgBusMsg {
   uint32_t reply_serial_ = 0;
   std::string error_name_;
   std::string error_text_;
-  std::vector<Value> body_;
+  Values body_;
   mutable std::optional<Credentials> sender_;  // empty: this process, asked for on first use
   uint64_t route_tag_ = 0;
   uint64_t instance_ = 0;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "tevra/core/secret_text.h"
 #include "tevra/core/utf8.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/osa/exception.h"
@@ -39,6 +40,7 @@ struct Appender {
 };
 
 void AppendBody(sd_bus_message* wire, const MsgBusMsg& message) {
+  Check(sd_bus_message_sensitive(wire), "cannot mark a message");
   for (const MsgBusMsg::Value& value : message.Body()) {
     Check(std::visit(Appender{wire}, value), "cannot append to a message");
   }
@@ -66,7 +68,8 @@ class BodyReader final {
   size_t ReadOne(std::string_view signature, MsgBusMsg* message) {
     if (signature.starts_with("ay")) {
       std::string text;
-      return Text(&text) && Take(message, std::move(text)) ? 2 : 0;
+      const core::ScopedWipe wipe(text);
+      return Text(&text) && Take(message, text) ? 2 : 0;
     }
     if (signature.starts_with("aay")) {
       std::vector<std::string> list;

@@ -76,7 +76,7 @@ class Parser final {
   bool TextInto(MsgBusMsg* message) {
     std::string_view text;
     if (!Text(&text)) return false;
-    message->Append(std::string(text));
+    message->Append(MsgBusMsg::Value(std::in_place_type<std::string>, text));
     return true;
   }
   bool ListInto(MsgBusMsg* message) {

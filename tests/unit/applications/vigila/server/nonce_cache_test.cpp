@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "memory_shortage.h"
+#include "support/memory/memory_shortage.h"
 #include "vigila/check/explicit_time_source.h"
 
 namespace vigila::server {
@@ -281,14 +281,14 @@ TEST_P(NonceCacheHistory, IsThatOfAWalkOverAllNonces) {
 INSTANTIATE_TEST_SUITE_P(Seeds, NonceCacheHistory, testing::Values(1u, 2u));
 
 TEST_F(NonceCacheTest, KnowsNoNonceThatMemoryRanOutFor) {
-  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  if (!support::MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
   const std::string nonce(100, 'n');
   bool met = true;
   int nth = 0;
   while (met) {
     NonceCache cache(&clock_);
     {
-      const MemoryShortage shortage(++nth);
+      const support::MemoryShortage shortage(++nth);
       try {
         cache.Has(nonce);
       } catch (const std::bad_alloc&) {

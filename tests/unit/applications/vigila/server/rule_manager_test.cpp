@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "memory_shortage.h"
 #include "support/capturing_log.h"
+#include "support/memory/memory_shortage.h"
 #include "vigila/model/user.h"
 #include "vigila/server/permission_impl.h"
 
@@ -261,7 +261,7 @@ TEST_F(RuleManagerTest, GivesTheSameAnswerForAnyBytes) {
 }
 
 TEST(RuleManagerMemory, LeavesTheRulesAloneWhereverItRunsOut) {
-  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  if (!support::MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
   RuleManager rules;
   const Texts shut = {{"/a/b/*", "false"}, {"/x*", "@admins"}};
   const Texts open = {{"/a/b/*", "true"}, {"/x*", "true"}};
@@ -272,7 +272,7 @@ TEST(RuleManagerMemory, LeavesTheRulesAloneWhereverItRunsOut) {
     while (met) {
       bool thrown = false;
       {
-        const MemoryShortage shortage(++nth);
+        const support::MemoryShortage shortage(++nth);
         try {
           rules.SetRules(open, dynamic);
         } catch (const std::bad_alloc&) {

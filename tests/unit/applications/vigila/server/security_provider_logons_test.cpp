@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "freed_memory_watch.h"
 #include "security_provider_fixture.h"
+#include "support/memory/freed_memory_watch.h"
 
 namespace vigila::server {
 namespace {
@@ -73,7 +73,7 @@ TEST_F(SecurityProviderTest, LogonOverwritesThePasswordBeforeItsMemoryIsGivenBac
   AddAdministrator();
   Add("alice", kPassword, 8);
   const std::string password64 = krand::lib::Base64::Encode(kPassword);
-  const FreedMemoryWatch watch(kPassword);
+  const support::FreedMemoryWatch watch(kPassword);
   EXPECT_TRUE(IsToken(Provider().Authenticate(true, "YWxpY2U=", password64)));
   EXPECT_TRUE(IsToken(Provider().Authenticate(true, "YWxpY2U=", password64)));
   EXPECT_EQ("NO_TOKEN", Provider().Authenticate(false, "YWRtaW4=", password64));

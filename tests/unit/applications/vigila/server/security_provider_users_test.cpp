@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "freed_memory_watch.h"
+#include "support/memory/freed_memory_watch.h"
 #include "support/provider_environment.h"
 #include "support/settings_faults.h"
 
@@ -409,9 +409,9 @@ TEST_F(SecurityProviderUsers, FirstAdministratorEndsTheOpenState) {
 }
 
 TEST(FreedMemoryWatch, FindsTextsThatWereLeftBehind) {
-  if (!FreedMemoryWatch::kWorks) GTEST_SKIP() << "not under the thread sanitizer";
+  if (!support::FreedMemoryWatch::kWorks) GTEST_SKIP() << "not under the thread sanitizer";
   auto text = std::make_unique<std::string>("correct horse battery staple");
-  const FreedMemoryWatch watch("battery staple");
+  const support::FreedMemoryWatch watch("battery staple");
   EXPECT_EQ(0, watch.Found());
   text.reset();
   EXPECT_EQ(1, watch.Found());
@@ -427,7 +427,7 @@ TEST_F(SecurityProviderUsers, PasswordsAreOverwrittenBeforeTheirMemoryIsGivenBac
       UsersJson({UserJson("carol", kPassword, 8), UserJson("carol", kPassword, 8)});
   const std::string malformed = added.substr(0, added.size() - 1);
   AddAdministrator();
-  const FreedMemoryWatch watch(kPassword);
+  const support::FreedMemoryWatch watch(kPassword);
   EXPECT_EQ(0, Provider().AddUsers(added));
   EXPECT_EQ(7, Provider().AddUsers(refused));
   EXPECT_EQ(4, Provider().AddUsers(twice));

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "memory_shortage.h"
+#include "support/memory/memory_shortage.h"
 #include "vigila/check/explicit_time_source.h"
 #include "vigila/model/user.h"
 
@@ -93,7 +93,7 @@ TEST(SessionManager, DrawsTokensOfEightUpperCaseDigitsWithinTheirRange) {
 }
 
 TEST(SessionManager, LeavesTheRecordToItsCallerWhereverMemoryRunsOut) {
-  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  if (!support::MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
   ExplicitTimeSource clock;
   SessionManager manager(&clock, 60);
   std::atomic<int> alive{0};
@@ -104,7 +104,7 @@ TEST(SessionManager, LeavesTheRecordToItsCallerWhereverMemoryRunsOut) {
     record->SetReusable(true);
     std::string token;
     {
-      const MemoryShortage shortage(++nth);
+      const support::MemoryShortage shortage(++nth);
       try {
         token = manager.Enroll(record.get());
       } catch (const std::bad_alloc&) {
@@ -123,7 +123,7 @@ TEST(SessionManager, LeavesTheRecordToItsCallerWhereverMemoryRunsOut) {
 }
 
 TEST(SessionManager, KeepsASessionThatMemoryRanOutForWhenItWasRefreshed) {
-  if (!MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
+  if (!support::MemoryShortage::kWorks) GTEST_SKIP() << "memory does not run out in this build";
   ExplicitTimeSource clock;
   bool met = true;
   for (int nth = 1; met; ++nth) {
@@ -133,7 +133,7 @@ TEST(SessionManager, KeepsASessionThatMemoryRanOutForWhenItWasRefreshed) {
     manager.Enroll(NewUser("bob"));
     clock.SetTime(TimeStruct(900, 0));
     {
-      const MemoryShortage shortage(nth);
+      const support::MemoryShortage shortage(nth);
       try {
         manager.Refresh(token);
       } catch (const std::bad_alloc&) {

@@ -2,9 +2,9 @@
 #include <openssl/sha.h>
 
 #include "decryptions.h"
-#include "freed_memory_watch.h"
 #include "krand/base64/base64.h"
 #include "support/library_without_rsa.h"
+#include "support/memory/freed_memory_watch.h"
 #include "support/user_store_fixture.h"
 
 namespace vigila::server {
@@ -79,7 +79,7 @@ TEST_F(UserMapDigests, OverwritesThePasswordBeforeItsMemoryIsGivenBack) {
   Put("bob", kPassword, kViewer);
   const std::string digest = Digest(kNonce, kCreated, kPassword);
   const std::string nonce = krand::lib::Base64::Encode(kNonce);
-  const FreedMemoryWatch watch(kPassword);
+  const support::FreedMemoryWatch watch(kPassword);
   EXPECT_EQ(0, GetHA1("bob"));
   EXPECT_EQ(0, Wsse("bob", digest, nonce));
   EXPECT_EQ(18, Wsse("bob", digest, "QUJD"));

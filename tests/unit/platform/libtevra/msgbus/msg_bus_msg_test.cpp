@@ -4,6 +4,11 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
+#include <vector>
+
+#include "support/memory/freed_memory_watch.h"
+#include "tevra/core/secret_text.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -103,6 +108,30 @@ TEST(MsgBusMsg, CountsItsBytes) {
   large.Append(std::string(1000, 'x'));
   EXPECT_GE(small.Size(), 16u + 4 * 8);
   EXPECT_GE(large.Size(), small.Size() + 1004);
+}
+
+TEST(MsgBusMsg, LeavesNothingOfItsBodyInMemoryThatItGivesBack) {
+  const std::string secret = "correct horse battery staple";
+  const std::string short_secret = "sesame, open";
+  for (const std::string& text : {secret, short_secret}) {
+    const support::FreedMemoryWatch watch(text);
+    std::string given = text;
+    const core::ScopedWipe wipe(given);
+    {
+      MsgBusMsg message("a.b", "C", "d.e");
+      for (int i = 0; i < 9; ++i) message.Append(given);
+      message.Append(std::vector<std::string>(1, given));
+      MsgBusMsg copy = message;
+      MsgBusMsg moved = std::move(message);
+      MsgBusMsg assigned("a.b", "C", "d.e");
+      for (int i = 0; i < 20; ++i) assigned.Append(given);
+      assigned = copy;
+      copy = std::move(moved);
+      EXPECT_EQ(std::get<std::string>(assigned.Body()[8]), text);
+      EXPECT_EQ(copy.Signature(), "sssssssssl");
+    }
+    EXPECT_EQ(watch.Found(), 0) << text;
+  }
 }
 
 }  // namespace

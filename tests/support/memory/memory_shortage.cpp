@@ -1,6 +1,6 @@
-#include "memory_shortage.h"
+#include "support/memory/memory_shortage.h"
 
-namespace vigila::server {
+namespace support {
 namespace {
 
 thread_local bool waiting = false;
@@ -27,4 +27,4 @@ bool MemoryShortage::Strikes() noexcept {
   return true;
 }
 
-}  // namespace vigila::server
+}  // namespace support

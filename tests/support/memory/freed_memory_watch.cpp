@@ -1,4 +1,4 @@
-#include "freed_memory_watch.h"
+#include "support/memory/freed_memory_watch.h"
 
 #include <malloc.h>
 
@@ -8,7 +8,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "memory_shortage.h"
+#include "support/memory/memory_shortage.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ std::atomic<int> found = 0;
 }
 
 [[maybe_unused]] void* AllocateOrThrow(size_t size) {
-  if (vigila::server::MemoryShortage::Strikes()) throw std::bad_alloc();
+  if (support::MemoryShortage::Strikes()) throw std::bad_alloc();
   void* const block = Allocate(size);
   if (block == nullptr) throw std::bad_alloc();
   return block;
@@ -80,7 +80,7 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept {
 }
 #endif
 
-namespace vigila::server {
+namespace support {
 
 FreedMemoryWatch::FreedMemoryWatch(std::string_view text) {
   if (text.size() > sizeof(secret)) throw std::length_error("a secret of more than 64 bytes");
@@ -97,4 +97,4 @@ int FreedMemoryWatch::Found() const {
   return found;
 }
 
-}  // namespace vigila::server
+}  // namespace support

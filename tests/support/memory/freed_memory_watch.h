@@ -1,11 +1,11 @@
-#ifndef TESTS_UNIT_SERVER_FREED_MEMORY_WATCH_H_
-#define TESTS_UNIT_SERVER_FREED_MEMORY_WATCH_H_
+#ifndef SUPPORT_MEMORY_FREED_MEMORY_WATCH_H_
+#define SUPPORT_MEMORY_FREED_MEMORY_WATCH_H_
 
 #include <string_view>
 
 #include "tevra/osa/sanitizer.h"
 
-namespace vigila::server {
+namespace support {
 
 // Looks through every block that this program gives back with delete, on any thread, for a text
 // that should have been overwritten before. One at a time. Texts that lie in their objects, which
@@ -29,6 +29,6 @@ class FreedMemoryWatch final {
   int Found() const;
 };
 
-}  // namespace vigila::server
+}  // namespace support
 
-#endif  // TESTS_UNIT_SERVER_FREED_MEMORY_WATCH_H_
+#endif  // SUPPORT_MEMORY_FREED_MEMORY_WATCH_H_

@@ -1,9 +1,9 @@
-#ifndef TESTS_UNIT_SERVER_MEMORY_SHORTAGE_H_
-#define TESTS_UNIT_SERVER_MEMORY_SHORTAGE_H_
+#ifndef SUPPORT_MEMORY_MEMORY_SHORTAGE_H_
+#define SUPPORT_MEMORY_MEMORY_SHORTAGE_H_
 
 #include "tevra/osa/sanitizer.h"
 
-namespace vigila::server {
+namespace support {
 
 // While it lives, one allocation of its thread fails: the `nth` with new, counted from 1. One at a
 // time on each thread.
@@ -28,6 +28,6 @@ class MemoryShortage final {
   static bool Strikes() noexcept;
 };
 
-}  // namespace vigila::server
+}  // namespace support
 
-#endif  // TESTS_UNIT_SERVER_MEMORY_SHORTAGE_H_
+#endif  // SUPPORT_MEMORY_MEMORY_SHORTAGE_H_
