@@ -20,7 +20,7 @@ namespace tevra::msgbus {
 // What became of a message that a connection was to carry.
 enum class Outcome {
   kDone,
-  kNotSent,  // the connection was dead already; the peer saw nothing of the message
+  kNotSent,  // the peer went without having taken the whole message: nothing came of it
   kLost,     // the connection died, or broke a rule, afterwards
   kTimedOut,
 };
@@ -78,7 +78,8 @@ class ConnectionPool final {
 
   ConnectionPool(size_t size, Connect connect) : size_(size), connect_(std::move(connect)) {}
 
-  // Lends a connection to `use`, and another one when that one had died while it was idle. Waits
+  // Lends a connection to `use`, and another one when the message could not be sent over one that
+  // had been idle: its peer may have gone long ago. Waits
   // for one when all are lent; throws tevra::osa::Exception at the deadline, and what connecting
   // throws.
   template <typename Use>

@@ -146,6 +146,10 @@ Outcome ClientConnection::Receive(Deadline deadline, std::optional<wire::Frame>*
       reader_.Took(static_cast<size_t>(count));
     } else if (count < 0 && IsTimeout(errno)) {
       return Outcome::kTimedOut;
+    } else if (count < 0 && errno == ECONNRESET && !reader_.HasMore()) {
+      // The kernel says this, and not that the stream has ended, when the peer went and left
+      // something unread: the end of our frame at the least, without which it was no call.
+      return Outcome::kNotSent;
     } else if (count == 0 || errno != EINTR) {
       return Outcome::kLost;
     }

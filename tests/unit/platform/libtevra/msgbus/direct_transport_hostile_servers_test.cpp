@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -61,6 +62,37 @@ TEST_F(DirectTransportHostileServers, RefusesAGiantReplyAtItsLength) {
     client.PeerCloses();
   });
   EXPECT_EQ(FailureOf(*NewBus(), Request("Echo")), "message bus: connection to tevra.Test lost");
+}
+
+// A server that is killed: the first call of its second life finds a connection of the first one.
+TEST_F(DirectTransportHostileServers, AsksAnewWhatTheLastConnectionsPeerWentWithoutReading) {
+  int connections = 0;
+  const HostileServer server(SocketPath(), [&connections](RawSocket& client) {
+    ++connections;
+    Welcome(client);
+    client.Write(RawReply({}));
+    if (connections > 1) return static_cast<void>(client.PeerCloses());
+    pollfd next_call{client.fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&next_call, 1, 10000), 1);
+  });
+  const auto bus = NewBus();
+  EXPECT_EQ(FailureOf(*bus, Request("Echo")), "no failure");
+  EXPECT_EQ(FailureOf(*bus, Request("Echo")), "no failure");
+}
+
+TEST_F(DirectTransportHostileServers, AsksOnceWhatThePeerHasReadBeforeItWent) {
+  int calls = 0;
+  {
+    const HostileServer server(SocketPath(), [&calls](RawSocket& client) {
+      Welcome(client);
+      client.Write(RawReply({}));
+      calls += client.ReadFrame().empty() ? 1 : 2;
+    });
+    const auto bus = NewBus();
+    EXPECT_EQ(FailureOf(*bus, Request("Echo")), "no failure");
+    EXPECT_EQ(FailureOf(*bus, Request("Echo")), "message bus: connection to tevra.Test lost");
+  }
+  EXPECT_EQ(calls, 2);
 }
 
 TEST_F(DirectTransportHostileServers, RefusesGarbage) {
