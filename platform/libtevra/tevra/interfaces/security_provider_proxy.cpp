@@ -193,7 +193,8 @@ void SecurityProviderProxy::FollowPage() {
     return SetRevocationPage(heard_);
   }
   heard_.reset();
-  std::shared_ptr<const RevocationPage> page = RevocationPage::Map(shared.descriptor);
+  std::shared_ptr<const RevocationPage> page;
+  if (shared.descriptor) page = RevocationPage::Map(*shared.descriptor);
   if (page && page->Instance() != shared.instance) page.reset();
   if (!page) logger_->Information("No revocation page: no answer is kept");
   SetRevocationPage(std::move(page));

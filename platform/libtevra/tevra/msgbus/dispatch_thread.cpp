@@ -115,21 +115,35 @@ DispatchThread::Id DispatchThread::Watch(int fd, uint32_t events, Ready ready) {
     throw osa::Exception("message bus: epoll: %s", strerror(errno));
   }
   watches_[id] = std::make_shared<WatchEntry>(WatchEntry{fd, events, std::move(ready)});
+  holders_[fd] = id;
   return id;
+}
+
+// A watch whose descriptor was closed by someone else says so late; meanwhile the number may have
+// become a newer watch's, in the set as well.
+bool DispatchThread::Holds(Id watch, int fd) const {
+  const auto holder = holders_.find(fd);
+  return holder != holders_.end() && holder->second == watch;
+}
+
+bool DispatchThread::Register(int operation, Id watch, const WatchEntry& entry) {
+  if (!Holds(watch, entry.fd)) return false;
+  epoll_event event{entry.events, {.u64 = watch}};
+  return epoll_ctl(epoll_.get(), operation, entry.fd, &event) == 0;
 }
 
 void DispatchThread::Modify(Id watch, uint32_t events) {
   const auto entry = watches_.find(watch);
   if (entry == watches_.end()) return;
   entry->second->events = events;
-  epoll_event event{events, {.u64 = watch}};
-  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, entry->second->fd, &event);
+  Register(EPOLL_CTL_MOD, watch, *entry->second);
 }
 
 void DispatchThread::Remove(Id watch) {
   const auto entry = watches_.find(watch);
   if (entry == watches_.end()) return;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, entry->second->fd, nullptr);
+  Register(EPOLL_CTL_DEL, watch, *entry->second);
+  if (Holds(watch, entry->second->fd)) holders_.erase(entry->second->fd);
   watches_.erase(entry);
 }
 
@@ -196,8 +210,7 @@ void DispatchThread::LookAfterDescriptors() {
   }
   std::vector<Id> lost;
   for (const auto& [id, watch] : watches_) {
-    epoll_event event{watch->events, {.u64 = id}};
-    if (epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, watch->fd, &event) != 0) lost.push_back(id);
+    if (!Register(EPOLL_CTL_MOD, id, *watch)) lost.push_back(id);
   }
   for (const Id id : lost) Dispatch(id, kLost);
 }
@@ -216,8 +229,7 @@ void DispatchThread::OpenAnew() {
   }
   std::vector<Id> ids;
   for (const auto& [id, watch] : watches_) {
-    epoll_event event{watch->events, {.u64 = id}};
-    epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, watch->fd, &event);
+    Register(EPOLL_CTL_ADD, id, *watch);
     ids.push_back(id);
   }
   for (const Id id : ids) Dispatch(id, kLost);

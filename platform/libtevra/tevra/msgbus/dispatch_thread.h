@@ -77,6 +77,8 @@ class DispatchThread final {
   void Loop();
   void Open();
   void Dispatch(Id id, uint32_t events);
+  bool Holds(Id watch, int fd) const;
+  bool Register(int operation, Id watch, const WatchEntry& entry);
   void LookAfterDescriptors();
   void OpenAnew();
   void RunPosted();
@@ -102,6 +104,7 @@ class DispatchThread final {
   Clock::time_point next_look_{};
   Id last_id_ = 0;
   std::unordered_map<Id, std::shared_ptr<WatchEntry>> watches_;
+  std::unordered_map<int, Id> holders_;  // of a number, the watch that had it last
   std::multimap<Clock::time_point, Timer> timers_;
 };
 

@@ -70,8 +70,9 @@ class IMsgBus {
 
   // What a watched destination handed out when it last appeared.
   struct Shared {
-    osa::Descriptor descriptor;  // none when the server or the transport hands out none
-    uint64_t instance = 0;       // of the server, as its answers tell it
+    // Null when the server or the transport hands out none. Not a copy: that could fail.
+    std::shared_ptr<const osa::Descriptor> descriptor;
+    uint64_t instance = 0;  // of the server, as its answers tell it
   };
   // Hands a copy of `descriptor` to everyone with the role service who watches the destination from
   // now on. A bus that cannot pass descriptors has nothing to do.

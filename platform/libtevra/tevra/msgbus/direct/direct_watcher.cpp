@@ -1,6 +1,5 @@
 #include "tevra/msgbus/direct/direct_watcher.h"
 
-#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -14,6 +13,7 @@
 #include "tevra/msgbus/wire/frame_writer.h"
 #include "tevra/msgbus/wire/handshake.h"
 #include "tevra/osa/exception.h"
+#include "tevra/osa/file_identity.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -25,6 +25,16 @@ constexpr std::chrono::milliseconds kLongPause{500};
 core::Logger* Log() {
   static core::Logger* const logger = core::Logger::GetLogger("MsgBus");
   return logger;
+}
+
+// The program may have closed the descriptor and have another file, or a call another connection,
+// under its number by now.
+std::shared_ptr<const osa::Descriptor> Keep(osa::Descriptor passed) {
+  const osa::FileIdentity identity(passed.get());
+  return {new osa::Descriptor(std::move(passed)), [identity](osa::Descriptor* kept) {
+            if (!identity.IsOf(kept->get())) static_cast<void>(kept->Release());
+            delete kept;
+          }};
 }
 
 }  // namespace
@@ -50,9 +60,7 @@ IMsgBus::Shared DirectWatcher::SharedBy(const std::string& name) const {
   const auto found = watched_.find(name);
   if (found == watched_.end() || !found->second->welcome) return shared;
   shared.instance = found->second->instance;
-  if (found->second->shared) {
-    shared.descriptor.Reset(fcntl(found->second->shared.get(), F_DUPFD_CLOEXEC, 0));
-  }
+  shared.descriptor = found->second->shared;
   return shared;
 }
 
@@ -126,7 +134,9 @@ void DirectWatcher::OnReady(Watched& watched) {
 
 bool DirectWatcher::Read(Watched& watched) {
   const std::span<char> space = watched.reader->Space();
-  const ssize_t count = ReceiveWithDescriptor(watched.socket.get(), space, &watched.shared);
+  osa::Descriptor passed;
+  const ssize_t count = ReceiveWithDescriptor(watched.socket.get(), space, &passed);
+  if (passed) watched.shared = Keep(std::move(passed));
   if (count > 0) watched.reader->Took(static_cast<size_t>(count));
   return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
 }
@@ -165,7 +175,7 @@ void DirectWatcher::Close(Watched& watched) {
   dispatch_.Remove(watched.watch);
   if (watched.timer != 0) dispatch_.Cancel(std::exchange(watched.timer, 0));
   watched.socket.Close();
-  watched.shared.Reset();
+  watched.shared.reset();
   const bool was_welcome = std::exchange(watched.welcome, false);
   // Said also of a server that would not have us: calls may still reach it over other connections,
   // and of its changes nothing is heard.

@@ -39,7 +39,7 @@ class DirectWatcher final {
     DispatchThread::Id watch = 0;
     DispatchThread::Id timer = 0;
     bool welcome = false;
-    osa::Descriptor shared;
+    std::shared_ptr<const osa::Descriptor> shared;
     uint64_t instance = 0;
   };
 

@@ -5,11 +5,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <utility>
 
 #include "tevra/core/logger.h"
+#include "tevra/osa/exception.h"
 
 namespace tevra::msgbus {
 namespace {
@@ -25,14 +28,23 @@ DirectoryWatch::DirectoryWatch(DispatchThread& dispatch, std::string directory,
     : dispatch_(dispatch), directory_(std::move(directory)), changed_(std::move(changed)) {}
 
 void DirectoryWatch::Start() {
-  if (inotify_) return;
-  inotify_.Reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  if (!inotify_) {
-    core::Logger::GetLogger("MsgBus")->Warning("no inotify for %s: %s", directory_.c_str(),
-                                               strerror(errno));
+  if (!inotify_ && !polling_) Open();
+}
+
+void DirectoryWatch::Open() {
+  try {
+    osa::Descriptor inotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (!inotify) throw osa::Exception("%s", strerror(errno));
+    watch_ = dispatch_.Watch(inotify.get(), EPOLLIN, [this](uint32_t events) { OnEvents(events); });
+    inotify_ = std::move(inotify);
+  } catch (const std::exception& failure) {
+    if (!std::exchange(complained_, true)) {
+      core::Logger::GetLogger("MsgBus")->Warning("no inotify for %s: %s", directory_.c_str(),
+                                                 failure.what());
+    }
     return Poll();
   }
-  watch_ = dispatch_.Watch(inotify_.get(), EPOLLIN, [this](uint32_t events) { OnEvents(events); });
+  complained_ = false;
   Arm();
 }
 
@@ -41,7 +53,7 @@ void DirectoryWatch::OnEvents(uint32_t events) {
     dispatch_.Remove(watch_);
     static_cast<void>(inotify_.Release());
     armed_ = -1;
-    Start();
+    Start();  // may have to poll; whatever has changed until then is told now
     return changed_();
   }
   alignas(inotify_event) std::array<char, 4096> buffer;
@@ -89,13 +101,15 @@ bool DirectoryWatch::ArmOn(const std::string& directory) {
   return true;
 }
 
-// Without the kernel's help: look now and then.
+// Without the kernel's help: look now and then, until it can be had.
 void DirectoryWatch::Poll() {
+  if (std::exchange(polling_, true)) return;
   dispatch_.After(kPollInterval, [this] {
+    polling_ = false;
     if (inotify_) {
       Arm();
     } else {
-      Poll();
+      Open();
     }
     changed_();
   });

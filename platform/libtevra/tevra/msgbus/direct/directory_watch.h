@@ -15,9 +15,11 @@ class DirectoryWatch final {
   // `dispatch` must outlive the watch.
   DirectoryWatch(DispatchThread& dispatch, std::string directory, DispatchThread::Task changed);
 
+  // Never fails: what stands in its way is tried again.
   void Start();
 
  private:
+  void Open();
   void OnEvents(uint32_t events);
   void Arm();
   bool ArmOn(const std::string& directory);
@@ -30,6 +32,8 @@ class DirectoryWatch final {
   DispatchThread::Id watch_ = 0;
   int armed_ = -1;         // the kernel's number for what is watched
   bool complete_ = false;  // the directory itself is watched, not one above it
+  bool polling_ = false;
+  bool complained_ = false;  // since inotify was there last
 };
 
 }  // namespace tevra::msgbus

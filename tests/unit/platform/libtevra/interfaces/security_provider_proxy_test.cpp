@@ -57,7 +57,8 @@ class ScriptedBus : public FakeMsgBus {
   bool HasPeers() const override { return has_peers; }
   Shared SharedDescriptor(const std::string& name) override {
     EXPECT_EQ(name, ISecurityProvider::kDestination);
-    return {osa::Descriptor(shared < 0 ? -1 : fcntl(shared, F_DUPFD_CLOEXEC, 0)), instance};
+    if (shared < 0) return {nullptr, instance};
+    return {std::make_shared<const osa::Descriptor>(fcntl(shared, F_DUPFD_CLOEXEC, 0)), instance};
   }
 
   bool has_peers = false;

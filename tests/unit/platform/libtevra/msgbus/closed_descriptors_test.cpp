@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -17,6 +18,7 @@
 #include "support/event_log.h"
 #include "support/function_handler.h"
 #include "support/private_dbus_daemon.h"
+#include "tevra/osa/descriptor.h"
 #include "transport_fixture.h"
 
 namespace tevra::msgbus {
@@ -71,7 +73,9 @@ class ClosedDescriptors : public TransportTest, public testing::WithParamInterfa
       if (!broker_) GTEST_SKIP() << "dbus-daemon is not installed";
       platform_.Set("MsgBus", "address", broker_->address());
     }
+    const osa::Descriptor page(memfd_create("page", MFD_CLOEXEC));
     server_ = NewBus();
+    server_->ShareDescriptor(kDestination, page.get());
     server_->RegisterMessageHandler("Echo", kInterface, &echo_);
     server_->RegisterMessageHandler("Tell", kInterface, &tell_);
     server_->StartServer(kDestination);

@@ -11,6 +11,7 @@
 
 #include "direct_transport_fixture.h"
 #include "hostile_server.h"
+#include "no_new_descriptors.h"
 #include "support/event_log.h"
 #include "support/function_handler.h"
 #include "support/raw_socket.h"
@@ -110,7 +111,7 @@ TEST_F(DirectTransportBroadcasts, HandOutADescriptorWithTheServersInstance) {
     const IMsgBus::Shared shared = client->SharedDescriptor(kDestination);
     ASSERT_TRUE(shared.descriptor);
     char bytes[5] = {};
-    EXPECT_EQ(pread(shared.descriptor.get(), bytes, 5, 0), 5);
+    EXPECT_EQ(pread(shared.descriptor->get(), bytes, 5, 0), 5);
     EXPECT_EQ(std::string(bytes, 5), "stamp");
     EXPECT_NE(shared.instance, 0u);
     EXPECT_EQ(shared.instance, server->Instance());
@@ -123,6 +124,24 @@ TEST_F(DirectTransportBroadcasts, HandOutADescriptorWithTheServersInstance) {
   const IMsgBus::Shared other = client->SharedDescriptor(kDestination);
   EXPECT_FALSE(other.descriptor) << "this one shares none";
   EXPECT_NE(other.instance, before);
+  client.reset();
+}
+
+TEST_F(DirectTransportBroadcasts, HandOutTheDescriptorAlsoWhereNoNumberIsFree) {
+  const osa::Descriptor page(memfd_create("page", MFD_CLOEXEC));
+  auto server = NewBus();
+  server->ShareDescriptor(kDestination, page.get());
+  server->StartServer(kDestination);
+  EventLog log;
+  FunctionHandler note([&log](IMsgBus&, MsgBusMsg& message) { log.Add(message.GetName()); });
+  auto client = NewBus();
+  client->RegisterMessageHandler(IMsgBus::kDestinationAppeared, IMsgBus::kLocalInterface, &note);
+  client->WatchDestination(kDestination);
+  ASSERT_TRUE(log.WaitFor(1));
+  {
+    const NoNewDescriptors none;
+    EXPECT_NE(client->SharedDescriptor(kDestination).descriptor, nullptr);
+  }
   client.reset();
 }
 

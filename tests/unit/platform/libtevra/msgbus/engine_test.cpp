@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "comes.h"
 #include "support/event_log.h"
 #include "support/function_handler.h"
 #include "support/raw_socket.h"
@@ -35,16 +36,6 @@ std::ptrdiff_t Threads() {
 
 std::ptrdiff_t Descriptors() {
   return EntriesOf("/proc/self/fd");
-}
-
-// Looks again and again, for as long as no test should have to wait.
-bool Comes(const std::function<bool()>& condition) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::yield();
-  }
-  return true;
 }
 
 class SharedEngine : public TransportTest {
