@@ -30,7 +30,7 @@ class Cache {
   // The time of the last store or hit, and beside it what the cache needs to do without a walk over
   // all entries: the neighbours in order of last use.
   struct Entry final : tevra::osa::TimeStruct {
-    Entry(std::unique_ptr<const T> kept, tevra::interfaces::AnswerStamp stamp)
+    Entry(std::unique_ptr<const T>&& kept, tevra::interfaces::AnswerStamp&& stamp)
         : command(std::move(kept)), validity(std::move(stamp)) {}
     tevra::osa::TimeStruct& last_use() { return *this; }
     const tevra::osa::TimeStruct& last_use() const { return *this; }
@@ -55,30 +55,27 @@ class Cache {
   bool FindLive(const typename T::Key& question, typename T::Answer& answer)
       TEVRA_EXCLUDES(mutex_) {
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
-    const auto found = entries_.lower_bound(question);
-    if (found == entries_.end() || question < found->first) {
-      gap_ = found;
-      return false;
+    return Find(question, answer);
+  }
+
+  // Likewise, for a question that goes to the server if it is missed: a miss erases every expired
+  // entry, at a cost that depends on their number and not on that of the living ones.
+  bool FindLiveOrPrune(const typename T::Key& question, typename T::Answer& answer)
+      TEVRA_EXCLUDES(mutex_) {
+    tevra::osa::TimeStruct now;
+    {
+      tevra::osa::MutexAutoLock lock(mutex_, -1, true);
+      if (Find(question, answer)) return true;
+      now = Now();
+      if (!HasExpired(now)) return false;
     }
-    Entry& entry = found->second;
-    const tevra::osa::TimeStruct now = Now();
-    // Deliberate: an expired entry is a miss here and stays for the pruning that follows a miss.
-    if (IsExpired(entry, now) || !Holds(entry.validity, now)) return false;
-    answer = entry.command->GetAnswer();
-    Renew(entry, now);
-    hits_.store(hits_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    return true;
+    while (PruneSome(now)) {
+    }
+    return false;
   }
 
-  // How often FindLive found an answer.
+  // How often an answer was found.
   uint64_t Hits() const { return hits_.load(std::memory_order_relaxed); }
-
-  // Erases every expired entry, at a cost that depends on their number and not on that of the
-  // living ones.
-  void Prune() TEVRA_EXCLUDES(mutex_) {
-    const tevra::osa::TimeStruct now = Now();
-    while (HasExpired(now)) PruneSome(now);
-  }
 
   // To be read before the server is asked and handed to Store with the answer.
   uint64_t Generation() const { return generation_.load(std::memory_order_acquire); }
@@ -86,7 +83,7 @@ class Cache {
   // Keeps an executed command for as long as `validity` holds, unless the cache was cleared since
   // `generation` was read: an answer from before a change must not come to life after it.
   void Store(std::unique_ptr<const T> command, uint64_t generation,
-             tevra::interfaces::AnswerStamp validity) TEVRA_EXCLUDES(mutex_) {
+             tevra::interfaces::AnswerStamp&& validity) TEVRA_EXCLUDES(mutex_) {
     typename Entries::node_type revoked;  // destroyed when the lock is free again
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
     if (generation != generation_.load(std::memory_order_relaxed)) return;
@@ -125,21 +122,36 @@ class Cache {
   // Others may look up between two batches.
   static constexpr std::size_t kBatch = 16;
 
-  bool HasExpired(const tevra::osa::TimeStruct& now) const TEVRA_EXCLUDES(mutex_) {
-    tevra::osa::MutexAutoLock lock(mutex_, -1, true);
+  bool Find(const typename T::Key& question, typename T::Answer& answer) TEVRA_REQUIRES(mutex_) {
+    const auto found = entries_.lower_bound(question);
+    if (found == entries_.end() || question < found->first) {
+      gap_ = found;
+      return false;
+    }
+    Entry& entry = found->second;
+    const tevra::osa::TimeStruct now = Now();
+    // Deliberate: an expired entry is a miss and stays for the pruning.
+    if (IsExpired(entry, now) || !Holds(entry.validity, now)) return false;
+    answer = entry.command->GetAnswer();
+    Renew(entry, now);
+    hits_.store(hits_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    return true;
+  }
+  bool HasExpired(const tevra::osa::TimeStruct& now) const TEVRA_REQUIRES(mutex_) {
     return oldest_ != nullptr && IsExpired(*oldest_, now);
   }
-  // Erases a batch of what has expired.
-  void PruneSome(const tevra::osa::TimeStruct& now) TEVRA_EXCLUDES(mutex_) {
+  // Erases a batch of what has expired; whether there is more.
+  bool PruneSome(const tevra::osa::TimeStruct& now) TEVRA_EXCLUDES(mutex_) {
     std::array<typename Entries::node_type, kBatch> expired;  // destroyed when the lock is free
     tevra::osa::MutexAutoLock lock(mutex_, -1, true);
     for (auto& node : expired) {
-      if (oldest_ == nullptr || !IsExpired(*oldest_, now)) return;
+      if (!HasExpired(now)) return false;
       const auto place = entries_.find(oldest_->command->GetKey());
       Unlink(*oldest_);
       gap_ = entries_.end();
       node = entries_.extract(place);
     }
+    return HasExpired(now);
   }
 
   void Renew(Entry& entry, const tevra::osa::TimeStruct& now) TEVRA_REQUIRES(mutex_) {

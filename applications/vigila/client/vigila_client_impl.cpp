@@ -270,7 +270,7 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
     ReportFailure();
     return reply;
   }
-  reply.cached = cache.FindLive(question, reply.answer);
+  reply.cached = cache.FindLiveOrPrune(question, reply.answer);
   if (reply.cached) return reply;
 
   misses_.fetch_add(1, std::memory_order_relaxed);
@@ -282,7 +282,6 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
   TieToQuestion(stamp, question);
   HeedEpoch(stamp);
   const uint64_t generation = cache.Generation();
-  cache.Prune();
   const bool answered = RunCommand(*command);
   reply.answer = command->GetAnswer();
   if (is_kept(reply.answer) && TieToAnswer(stamp, reply.answer) &&

@@ -73,6 +73,11 @@ class CacheTest : public testing::Test {
     return answer;
   }
 
+  void Prune() {
+    std::string answer;
+    EXPECT_FALSE(cache_->FindLiveOrPrune(Question::Key{-1}, answer));
+  }
+
   ExplicitTimeSource clock_;
   std::shared_ptr<RevocationPage> page_ = std::make_shared<RevocationPage>(1);
   std::unique_ptr<Cache<Question>> cache_ =
@@ -132,7 +137,7 @@ TEST_F(CacheTest, PrunesWhatHasExpiredAndNothingElse) {
   At(100, 1);
   Store(3, "three");
   At(101, 500'000);
-  cache_->Prune();
+  Prune();
   EXPECT_EQ(cache_->Size(), 1u);
   EXPECT_EQ(Question::alive, 1);
   EXPECT_EQ(Find(3), "three");
@@ -181,7 +186,7 @@ TEST_F(CacheTest, PrunesAllThatHasExpiredWhateverItsNumber) {
   At(101);
   for (int i = 0; i < 1000; i += 3) EXPECT_EQ(Find(i), "old");
   At(101, 500'000);
-  cache_->Prune();
+  Prune();
   EXPECT_EQ(cache_->Size(), 334u);
   EXPECT_EQ(Question::alive, 334);
   for (int i = 0; i < 1000; i += 3) EXPECT_EQ(Find(i), "old");
@@ -197,7 +202,7 @@ TEST_F(CacheTest, PrunesAllThatHasExpiredAlsoWhenTheClockWasSetBack) {
   At(100, 500'000);
   EXPECT_EQ(Find(1), "late") << "renewed to an earlier time";
   At(102);
-  cache_->Prune();
+  Prune();
   EXPECT_EQ(cache_->Size(), 1u);
   EXPECT_EQ(Find(3), "between");
 }
@@ -244,8 +249,40 @@ TEST_F(CacheTest, ReplacesAnAnswerThatWasTakenBack) {
   EXPECT_EQ(Find(2), "other");
   EXPECT_EQ(Question::alive, 2);
   At(101, 500'000);
-  cache_->Prune();
+  Prune();
   EXPECT_EQ(cache_->Size(), 0u);
+}
+
+TEST_F(CacheTest, PrunesNothingWhenItFindsTheAnswer) {
+  Store(1, "one");
+  At(101);
+  Store(2, "two");
+  At(101, 500'000);
+  std::string answer;
+  EXPECT_TRUE(cache_->FindLiveOrPrune(Question::Key{2}, answer));
+  EXPECT_EQ(answer, "two");
+  EXPECT_EQ(cache_->Size(), 2u);
+}
+
+// A question that is missed in between must not lead another one's answer astray.
+TEST_F(CacheTest, KeepsAnswersInAnyOrderBehindTheirQuestions) {
+  for (const int key : {7, 3, 9, 1, 5}) Store(key, std::to_string(key));
+  EXPECT_EQ(Find(8), "miss");
+  Store(2, "2");
+  EXPECT_EQ(Find(2), "2");
+  EXPECT_EQ(Find(6), "miss");
+  EXPECT_EQ(Find(4), "miss");
+  Store(6, "6");
+  Store(4, "4");
+  EXPECT_EQ(Find(8), "miss");
+  cache_->Clear();
+  Store(8, "8");
+  EXPECT_EQ(Find(9), "miss");
+  At(101, 500'000);
+  Prune();
+  Store(9, "9");
+  EXPECT_EQ(Find(9), "9");
+  EXPECT_EQ(cache_->Size(), 1u);
 }
 
 TEST_F(CacheTest, LeavesTheAnswerAloneOnAMiss) {
@@ -277,12 +314,11 @@ TEST(Cache, TakesThreadsThatFindStorePruneAndClear) {
           const int key = i % 37;
           const std::string right = std::to_string(key) + " and enough to be on the heap";
           std::string answer;
-          if (cache.FindLive(Question::Key{key}, answer)) {
+          if (cache.FindLiveOrPrune(Question::Key{key}, answer)) {
             if (answer != right) ++wrong;
             continue;
           }
           const uint64_t generation = cache.Generation();
-          cache.Prune();
           AnswerStamp stamp(page);
           stamp.Concerns(std::to_string(key));
           cache.Store(std::make_unique<const Question>(key, right), generation, std::move(stamp));
