@@ -37,4 +37,10 @@ std::vector<ListedAccount> ListAccounts(const tevra::interfaces::ISecurityProvid
   return accounts;
 }
 
+// The contract has no question for it. But while there is no administrator, every token counts as
+// authenticated, and the empty one never belongs to a session.
+bool AdministratorExists(tevra::interfaces::ISecurityProvider& provider) {
+  return !provider.IsAuthenticated("");
+}
+
 }  // namespace vigilactl

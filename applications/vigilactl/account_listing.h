@@ -18,6 +18,9 @@ struct ListedAccount {
 // or its listing cannot be read.
 std::vector<ListedAccount> ListAccounts(const tevra::interfaces::ISecurityProvider& provider);
 
+// Whether anyone is an administrator; until then the device is open.
+bool AdministratorExists(tevra::interfaces::ISecurityProvider& provider);
+
 }  // namespace vigilactl
 
 #endif  // VIGILACTL_ACCOUNT_LISTING_H_

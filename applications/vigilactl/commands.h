@@ -17,6 +17,7 @@ void AddRuleCommands(CLI::App& app, Invocation& invocation);
 void AddLivingSessionCommands(CLI::App& app, Invocation& invocation);
 void AddExplainCommand(CLI::App& app, Invocation& invocation);
 void AddStatusCommand(CLI::App& app, Invocation& invocation);
+void AddDoctorCommand(CLI::App& app, Invocation& invocation);
 void AddWsseCheckCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace vigilactl

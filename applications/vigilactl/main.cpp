@@ -19,6 +19,7 @@ void AddEverything(CLI::App& app, vigilactl::Invocation& invocation) {
   app.add_option("--config", invocation.config_file,
                  "Platform configuration; default $TEVRA_PLATFORM_CONFIG, /etc/tevra/platform.ini");
   vigilactl::AddStatusCommand(app, invocation);
+  vigilactl::AddDoctorCommand(app, invocation);
   vigilactl::AddUserCommands(app, invocation);
   vigilactl::AddSessionCommands(app, invocation);
   vigilactl::AddLivingSessionCommands(app, invocation);

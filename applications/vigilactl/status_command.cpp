@@ -27,12 +27,6 @@ Transport ConfiguredTransport() {
   return {kind, kind == "broker" ? config.GetString(kAddress) : config.GetString(kRuntimeDir)};
 }
 
-// The contract has no question for it. But while there is no administrator, every token counts as
-// authenticated, and the empty one never belongs to a session.
-bool AdministratorExists(tevra::interfaces::ISecurityProvider& provider) {
-  return !provider.IsAuthenticated("");
-}
-
 std::optional<size_t> NumberOfAccounts(const tevra::interfaces::ISecurityProvider& provider) {
   try {
     return ListAccounts(provider).size();
