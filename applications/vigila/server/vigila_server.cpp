@@ -12,12 +12,15 @@
 #include <csignal>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "tevra/core/logger.h"
 #include "tevra/msgbus/i_msg_bus.h"
 #include "tevra/osa/descriptor.h"
 #include "tevra/osa/exception.h"
 #include "vigila/server/administration/administration_endpoint.h"
+#include "vigila/server/bus_timer.h"
+#include "vigila/server/open_device_warning.h"
 #include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/vigila_dbus_server.h"
@@ -66,21 +69,15 @@ class StopSignals final {
 // the thread that answers them. Nothing where the service manager does not ask for it.
 class Watchdog final {
  public:
-  explicit Watchdog(tevra::msgbus::IMsgBus& bus) : bus_(bus) {
+  explicit Watchdog(tevra::msgbus::IMsgBus& bus) {
     uint64_t granted_us = 0;
     if (sd_watchdog_enabled(0, &granted_us) <= 0) return;
     const std::chrono::milliseconds interval(std::max<uint64_t>(granted_us / 2000, 1));
-    timer_ = bus_.StartTimer(interval, [] { sd_notify(0, "WATCHDOG=1"); });
+    timer_.emplace(bus, interval, [] { sd_notify(0, "WATCHDOG=1"); });
   }
-  ~Watchdog() {
-    if (timer_ != 0) bus_.StopTimer(timer_);
-  }
-  Watchdog(const Watchdog&) = delete;
-  Watchdog& operator=(const Watchdog&) = delete;
 
  private:
-  tevra::msgbus::IMsgBus& bus_;
-  uint64_t timer_ = 0;
+  std::optional<BusTimer> timer_;
 };
 
 StopSignals::StopSignals() {
@@ -134,6 +131,7 @@ int VigilaServer::Run() {
   const AdministrationEndpoint administration(env_);
   auto endpoint = std::make_unique<VigilaDbusServer>(env_.GetMsgBus(), env_.GetSecurityProvider());
   const Watchdog watchdog(*env_.GetMsgBus());
+  const OpenDeviceWarning open_device_warning(*env_.GetMsgBus());
   sd_notify(0, "READY=1");
   try {
     stop.Wait();
