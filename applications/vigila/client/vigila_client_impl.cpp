@@ -275,13 +275,16 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
 
   misses_.fetch_add(1, std::memory_order_relaxed);
   std::unique_ptr<T> command = make();
-  // In this order, before the question: a change that the stamp does not show raises the generation
-  // after it is read, or ends the page.
+  // In this order, before the question: whatever ends the stamp's page, or puts another in its place,
+  // raises the generation after it is read here.
   const uint64_t strays = provider_->StrayAnswers();
+  uint64_t generation = cache.Generation();
   AnswerStamp stamp(provider_->GetRevocationPage());
+  while (HeedEpoch(stamp)) {
+    generation = cache.Generation();
+    stamp = AnswerStamp(provider_->GetRevocationPage());
+  }
   TieToQuestion(stamp, question);
-  HeedEpoch(stamp);
-  const uint64_t generation = cache.Generation();
   const bool answered = RunCommand(*command);
   reply.answer = command->GetAnswer();
   if (is_kept(reply.answer) && TieToAnswer(stamp, reply.answer) &&
@@ -291,12 +294,13 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
   return reply;
 }
 
-void VigilaClient::Impl::HeedEpoch(const AnswerStamp& stamp) {
-  if (!stamp.Page()) return;
+bool VigilaClient::Impl::HeedEpoch(const AnswerStamp& stamp) {
+  if (!stamp.Page()) return false;
   const uint64_t sum = stamp.Page()->Instance() + stamp.Epoch();
-  if (heeded_.load(std::memory_order_relaxed) == sum) return;
+  if (heeded_.load(std::memory_order_relaxed) == sum) return false;
   heeded_.store(sum, std::memory_order_relaxed);
   FlushCaches(true);
+  return true;
 }
 
 // Whether the server that writes the stamp's page gave the answer. What no server said no page can
@@ -337,11 +341,11 @@ void VigilaClient::Impl::Subscribe() {
   provider_->AddChangeListener(std::make_unique<Listener>(this, &Impl::OnChange));
 }
 
-// Where the server writes a page, the page tells which sessions have ended; who logs out does not
-// cost everyone else their answers.
+// Where the server itself writes the page, the page tells which sessions have ended; who logs out
+// does not cost everyone else their answers.
 void VigilaClient::Impl::OnChange(bool value) {
   const std::shared_ptr<const RevocationPage> page = provider_->GetRevocationPage();
-  const bool page_tells = page && page != RevocationPage::Unchanging();
+  const bool page_tells = page && page->Instance() != 0;
   if (!value && page_tells) return;
   FlushCaches(value);
 }

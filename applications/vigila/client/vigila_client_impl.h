@@ -95,8 +95,8 @@ class VigilaClient::Impl final {
   void Subscribe();
   void OnChange(bool value);
   // Treats accounts or rules that have changed since the last question as the notification that is
-  // on its way.
-  void HeedEpoch(const tevra::interfaces::AnswerStamp& stamp);
+  // on its way: true when it emptied the caches.
+  bool HeedEpoch(const tevra::interfaces::AnswerStamp& stamp);
   bool IsOfPage(const tevra::interfaces::AnswerStamp& stamp, uint64_t strays, bool answered) const;
   bool ReportAuthorization(const std::string& token, const std::string& path, bool granted,
                            bool cached);

@@ -21,6 +21,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tevra::interfaces::RevocationPage;
 
 constexpr const char* kUnreachable = "could not connect to vigila";
 
@@ -446,6 +447,33 @@ TEST_F(VigilaClientImplTest, EmptiesEveryCacheWhenAQuestionFindsTheEpochRaised) 
   const long kept = page_.use_count();  // each kept answer holds its page
   impl_->Authorize("t", "/2");
   EXPECT_EQ(page_.use_count(), kept - 1) << "two have gone, one has come";
+}
+
+TEST_F(VigilaClientImplTest, KeepsNoAnswerUnderAPageThatWasReplacedMeanwhile) {
+  // The first page goes with the answer that is kept under it, in the middle of the next question;
+  // at that moment the second server is replaced by the third.
+  const auto third = std::make_shared<RevocationPage>(3);
+  proxy_->UsePage({new RevocationPage(1), [this, third](const RevocationPage* first) {
+                     delete first;
+                     proxy_->UsePage(third);
+                     proxy_->FireChangeListeners(true);
+                   }});
+  EXPECT_TRUE(impl_->IsProtected("/p"));
+  proxy_->UsePage(std::make_shared<RevocationPage>(2));
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 2u);
+  third->EndSession("t");
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 3u);
+}
+
+TEST_F(VigilaClientImplTest, ForgetsEverythingAtANotificationWhereNoServerWritesThePage) {
+  proxy_->UsePage(std::make_shared<RevocationPage>(0));
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  proxy_->FireChangeListeners(false);
+  EXPECT_TRUE(impl_->Authorize("t", "/p"));
+  EXPECT_EQ(Asked(), 2u);
 }
 
 TEST_F(VigilaClientImplTest, GivesNoAnswerOfAServerThatIsNotKnownToLive) {
