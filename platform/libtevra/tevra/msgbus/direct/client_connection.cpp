@@ -40,10 +40,16 @@ void ClientConnection::Connect(const BusConfig& config, Deadline deadline) {
   const sockaddr_un address =
       DestinationSocket::AddressOf(DestinationSocket::PathOf(config.runtime_dir, destination_));
   socket_ = OwnedSocket(osa::Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
-  // The send time-out is what bounds a connect that waits for room in the server's backlog.
-  if (!socket_ ||
-      !SetTimeout(std::max(deadline, std::chrono::steady_clock::now() + milliseconds(1))) ||
-      connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  // The send time-out is what bounds a connect that waits for room in the server's backlog, and a
+  // signal may end the wait before its time.
+  bool connected = false;
+  while (socket_ &&
+         SetTimeout(std::max(deadline, std::chrono::steady_clock::now() + milliseconds(1)))) {
+    connected =
+        connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (connected || errno != EINTR || TimeLeft(deadline).count() <= 0) break;
+  }
+  if (!connected) {
     throw osa::Exception("message bus: no server for %s: %s", destination_.c_str(),
                          strerror(errno));
   }

@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "tevra/core/secret_text.h"
@@ -34,8 +35,18 @@ bool FrameWriter::Send(int socket, std::string_view frames) {
     if (count < 0) return false;
     frames.remove_prefix(static_cast<size_t>(count));
   }
+  if (pending_.capacity() - pending_.size() < frames.size()) Grow(frames.size());
   pending_.append(frames);
   return true;
+}
+
+// A string that grows by itself gives memory back that still holds what is waiting.
+void FrameWriter::Grow(size_t more) {
+  std::string larger;
+  larger.reserve(std::max(2 * pending_.size(), pending_.size() + more));
+  larger = pending_;
+  core::Wipe(pending_);
+  pending_.swap(larger);
 }
 
 bool FrameWriter::Flush(int socket) {

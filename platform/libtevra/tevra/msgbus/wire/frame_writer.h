@@ -21,6 +21,8 @@ class FrameWriter final {
   size_t PendingBytes() const { return pending_.size() - sent_; }
 
  private:
+  void Grow(size_t more);
+
   std::string pending_;
   size_t sent_ = 0;  // of pending_
 };

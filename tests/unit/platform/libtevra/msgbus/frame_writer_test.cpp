@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "support/memory/freed_memory_watch.h"
 #include "tevra/osa/descriptor.h"
 
 namespace tevra::msgbus::wire {
@@ -50,6 +51,17 @@ TEST_F(FrameWriterTest, KeepsWhatThePeerDoesNotTakeAndTheOrder) {
   }
   EXPECT_EQ(writer_.PendingBytes(), 0u);
   EXPECT_TRUE(got == expected);
+}
+
+TEST_F(FrameWriterTest, LeavesNothingInTheMemoryThatItOutgrows) {
+  if (!support::FreedMemoryWatch::kWorks) GTEST_SKIP() << "no freed memory is seen here";
+  const std::string secret = "the password of a caller who waits";
+  const std::string filling(1 << 20, 'x');  // more than the socket takes
+  ASSERT_TRUE(writer_.Send(near_.get(), filling));
+  const support::FreedMemoryWatch watch(secret);
+  ASSERT_TRUE(writer_.Send(near_.get(), secret));
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(writer_.Send(near_.get(), filling));
+  EXPECT_EQ(watch.Found(), 0);
 }
 
 TEST_F(FrameWriterTest, TellsThatThePeerHasGone) {
