@@ -184,7 +184,10 @@ ExitCode Repair(const std::string& what) {
     throw tevra::osa::Exception("cannot become the owner of %s", path.c_str());
   }
   if (krand_core_settings_exist(kDomain) == 0) {
-    Print("There is no store, and nothing is left of one: " + Printable(path), 0);
+    Print("There is no store, and nothing is left of one: " + Printable(path) +
+              ". If its key file is still there, put a backup of the store beside it; or reset the "
+              "device, see vigilad(8).",
+          0);
     return kStopped;
   }
   const StoreLock lock(path);

@@ -181,7 +181,7 @@ TEST_P(MsgBusConformance, FailsACallWithoutAHandler) {
   EXPECT_TRUE(Fails(MsgBusMsg("tevra.test.Other", "Echo", kDestination)));
 }
 
-TEST_P(MsgBusConformance, ThrowsForADestinationThatNobodyServes) {
+TEST_P(MsgBusConformance, ThrowsForADestinationThatNoOneServes) {
   server().StartServer(kDestination);
   EXPECT_THROW(Call(MsgBusMsg(kInterface, "Echo", "tevra.Nowhere")), Exception);
 }

@@ -247,7 +247,7 @@ TEST_F(AGateway, TellsItsHealthFromTheServiceAndNotFromMemory) {
   EXPECT_EQ(Ask("GET", "/healthz").status, 503);
 }
 
-TEST_F(AGateway, NamesNobodyToAProxyForAnOpenPath) {
+TEST_F(AGateway, NamesNoOneToAProxyForAnOpenPath) {
   const HttpResponse response =
       AskAuth({{"X-Forwarded-Method", "GET"}, {"X-Forwarded-Uri", "/system"}});
   EXPECT_EQ(response.status, 200);

@@ -62,7 +62,7 @@ TEST(KrandCore, ReportsInitDeinitBeginAndCommitInTheirOrder) {
                                       "krand_core_ipc_deinit", "krand_core_logging_deinit"}));
 }
 
-TEST(KrandCore, ReportsToNobodyWithoutAHook) {
+TEST(KrandCore, ReportsToNoOneWithoutAHook) {
   { const Trace trace; }
   krand_core_trace("nobody listens");
 }

@@ -34,7 +34,7 @@ TEST(TrustedProxies, NameTheGivenAddressesAndNotThisMachine) {
   }
 }
 
-TEST(TrustedProxies, TrustNobodyElseByThemselves) {
+TEST(TrustedProxies, TrustNoOneElseByThemselves) {
   const TrustedProxies proxies({});
   for (const char* peer : {"128.0.0.1", "10.0.0.1", "::2", "::", "0.0.0.0", "fe80::1",
                            "::ffff:10.0.0.1", "", "127.0.0.1.example", "127.1", "localhost"}) {

@@ -145,7 +145,7 @@ TEST_F(FakeBus, KeepsTheLastOfTwoReplies) {
   EXPECT_EQ(std::get<int32_t>(reply->Body().at(0)), 2);
 }
 
-TEST_F(FakeBus, DropsTheReplyToAMessageThatNobodyWaitsFor) {
+TEST_F(FakeBus, DropsTheReplyToAMessageThatNoOneWaitsFor) {
   ScriptedHandler answering([](IMsgBus& b, MsgBusMsg& m) { b.SendReply(MsgBusMsg::ReplyTo(m)); });
   ScriptedHandler silent;
   Register(answering, "answering");

@@ -152,7 +152,7 @@ TEST_F(PermissionImplTest, KeepsAnyTextAsItIs) {
   }
 }
 
-TEST_F(PermissionImplTest, TakesAnEmptyRuleForNobodyUntilTheNextStart) {
+TEST_F(PermissionImplTest, TakesAnEmptyRuleForNoOneUntilTheNextStart) {
   {
     const auto target = NewTarget();
     EXPECT_EQ(target->setAccessRule("/jpeg*", ""), 0);

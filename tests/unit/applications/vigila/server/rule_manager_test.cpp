@@ -221,7 +221,7 @@ TEST_F(RuleManagerTest, AdmitsAGroupAndEveryStrongerOne) {
   EXPECT_FALSE(admits("@admins ", ISecurityProvider::kAdministrators));
 }
 
-TEST_F(RuleManagerTest, AdmitsNobodyByAnIdentifierThatCannotBeRead) {
+TEST_F(RuleManagerTest, AdmitsNoOneByAnIdentifierThatCannotBeRead) {
   const User zero("zero", "", ISecurityProvider::kViewers, {_uuid_t{}});
   for (const char* value : {"{", "{}", "{not-a-guid}", "{88049574-465a-4f41-89d4-d6d517e8c21}",
                             "{88049574-465a-4f41-89d4-d6d517e8c218} "}) {

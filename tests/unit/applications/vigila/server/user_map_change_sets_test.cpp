@@ -65,7 +65,7 @@ TEST_F(UserMapChangeSets, ClosesTheDeviceWithTheFirstAdministrator) {
   EXPECT_FALSE(Store().NoAdministratorsYet());
 }
 
-TEST_F(UserMapChangeSets, LetsNobodyInToAnAccountAddedWithoutAPassword) {
+TEST_F(UserMapChangeSets, LetsNoOneInToAnAccountAddedWithoutAPassword) {
   EXPECT_EQ(-1, Merge({{"bob", "", 8}}));
   EXPECT_EQ("{\"Groups\":8}", StoredText("bob"));
   EXPECT_EQ(18, Logon("bob", ""));

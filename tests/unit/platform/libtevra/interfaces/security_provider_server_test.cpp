@@ -440,7 +440,7 @@ TEST_F(SharingServer, EndsThePageAndItsRenewalWithItself) {
   EXPECT_EQ(page->Ends(), 0u);
 }
 
-TEST_F(Server, AnswersThoughNobodyHearsTheBroadcast) {
+TEST_F(Server, AnswersThoughNoOneHearsTheBroadcast) {
   provider.credentials = "alice";
   EXPECT_FALSE(Ask("Logout", {S("t")})->IsError());
   EXPECT_FALSE(Ask("Invalidate", {S("*")})->IsError());

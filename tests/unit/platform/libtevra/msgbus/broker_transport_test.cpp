@@ -137,7 +137,7 @@ class Stranger {
   bool serves_ = false;
 };
 
-TEST_F(BrokerTransportTest, RefusesNamesThatAreNobodysOnABroker) {
+TEST_F(BrokerTransportTest, RefusesNamesThatNoOneCanHaveOnABroker) {
   auto bus = NewBus();
   for (const char* name : {"", "one", ":1.5", "a..b", "a b.c", ".a.b"}) {
     EXPECT_THROW(bus->RegisterDestinationName(name), Exception) << name;

@@ -36,7 +36,7 @@ TEST_F(Roles, AreHeldByRootAndTheProcessesOwnUser) {
   }
 }
 
-TEST_F(Roles, AreHeldByNobodyElseByDefault) {
+TEST_F(Roles, AreHeldByNoOneElseByDefault) {
   EXPECT_FALSE(Holds({kStranger, {0, 100, 61000}}, CallerRoles::kService));
   EXPECT_FALSE(Holds({kStranger, {0, 100, 61000}}, CallerRoles::kAdmin));
   EXPECT_FALSE(Holds({static_cast<uid_t>(-1), {}}, CallerRoles::kService));

@@ -26,7 +26,7 @@ using support::FunctionHandler;
 
 using DirectTransportBroadcasts = DirectTransportTest;
 
-TEST_F(DirectTransportBroadcasts, DropsAReceiverThatDoesNotReadAndNobodyElse) {
+TEST_F(DirectTransportBroadcasts, DropsAReceiverThatDoesNotReadAndNoOneElse) {
   platform_.Set("MsgBus", "max_output_bytes", "65536");
   const auto server = EchoServer();
   // A subscriber that never reads again.
@@ -219,7 +219,7 @@ TEST_F(DirectTransportBroadcasts, SendsBroadcastsBeforeTheReplyOfTheCallThatCaus
   client.reset();
 }
 
-TEST_F(DirectTransportBroadcasts, BroadcastsNothingWhileItServesNobody) {
+TEST_F(DirectTransportBroadcasts, BroadcastsNothingWhileItServesNoOne) {
   auto bus = NewBus();
   MsgBusMsg changed(kInterface, "Changed", "");
   EXPECT_NO_THROW(bus->SendMsg(changed));
