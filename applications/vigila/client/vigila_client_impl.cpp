@@ -275,8 +275,8 @@ VigilaClient::Impl::Reply<T> VigilaClient::Impl::Ask(Cache<T>& cache,
 
   misses_.fetch_add(1, std::memory_order_relaxed);
   std::unique_ptr<T> command = make();
-  // In this order, before the question: whatever ends the stamp's page, or puts another in its place,
-  // raises the generation after it is read here.
+  // In this order, before the question: whatever ends the stamp's page, or puts another in its
+  // place, raises the generation after it is read here.
   const uint64_t strays = provider_->StrayAnswers();
   uint64_t generation = cache.Generation();
   AnswerStamp stamp(provider_->GetRevocationPage());
