@@ -33,9 +33,16 @@ struct Options {
   std::string repair;
   bool list_keys = false;
   bool list_operations = false;
+  std::string interface;
 };
 
 int Start(const Options& options) {
+  if (!options.interface.empty()) {
+    if (vigila::daemon::PrintInterface(options.interface)) return vigila::daemon::kStopped;
+    std::fprintf(stderr, "No interface '%s' is served; --list-operations shows those that are.\n",
+                 options.interface.c_str());
+    return vigila::daemon::kUsage;
+  }
   if (options.list_keys || options.list_operations) {
     if (options.list_keys) vigila::daemon::ListKeys();
     if (options.list_operations) vigila::daemon::ListOperations();
@@ -77,7 +84,10 @@ int main(int argc, char** argv) {
   app.add_flag("--list-keys", options.list_keys,
                "Print every configuration key with its section and default, and exit");
   app.add_flag("--list-operations", options.list_operations,
-               "Print what is served on the bus and the role it takes, and exit");
+               "Print what is served on the bus, the role it takes and its types, and exit");
+  app.add_option("--print-interface", options.interface,
+                 "Print a served interface in D-Bus's introspection format, and exit")
+      ->type_name("NAME");
   app.set_version_flag("--version", std::string("vigilad ") + VIGILA_VERSION);
   app.footer(kFooter);
   try {

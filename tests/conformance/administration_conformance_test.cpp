@@ -29,7 +29,7 @@ class Administration : public BusConformance {
     BusConformance::SetUp();
     if (!bus_) return;
     server().StartServer();
-    administration_server_.reset(IAdministration::CreateServer(&server(), &administration_));
+    administration_server_.reset(IAdministration::CreateServer(&server(), &administration_, {}));
     provider_server_.reset(ISecurityProvider::CreateServer(&server(), &provider_));
     proxy_.reset(IAdministration::CreateClient(&client()));
   }

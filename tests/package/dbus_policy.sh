@@ -25,5 +25,9 @@ granted() {
 diff -u <(served | sort) <(granted | sort) || { echo "${policy##*/} differs from the daemon's table"; exit 1; }
 [ "$(grep -c 'send_interface="tevra.interfaces.IAdministration1"/>' "$policy")" = 2 ] ||
   { echo 'the administration is not granted to the two roles'; exit 1; }
+for interface in Introspectable Peer Properties; do
+  [ "$(grep -c "send_interface=\"org.freedesktop.DBus.$interface\"/>" "$policy")" = 4 ] ||
+    { echo "$interface is not granted to the two roles at both names"; exit 1; }
+done
 grep -q '<deny send_destination="tevra.SecurityProvider"/>' "$policy" || { echo 'not denied by default'; exit 1; }
 echo "$(served | wc -l) operations, as the daemon grants them"

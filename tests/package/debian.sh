@@ -15,6 +15,9 @@ dpkg-deb --control "$runtime" "$work/control"
 
 for file in usr/sbin/vigilad usr/bin/vigilactl usr/sbin/vigila-gateway etc/tevra/platform.ini \
   usr/lib/sysusers.d/vigila.conf usr/share/dbus-1/system.d/tevra.SecurityProvider.conf \
+  usr/share/dbus-1/interfaces/tevra.interfaces.ISecurityProvider.xml \
+  usr/share/dbus-1/interfaces/tevra.interfaces.IAdministration1.xml \
+  usr/share/dbus-1/interfaces/krand.interfaces.PermissionTarget.xml \
   usr/share/man/man8/vigilad.8 usr/share/bash-completion/completions/vigilactl; do
   [ -f "$work/root/$file" ] || fail "$file is missing"
 done

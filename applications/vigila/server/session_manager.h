@@ -68,7 +68,7 @@ class VIGILA_EXPORT SessionManager {
   //
   // Costs what the users on the page have in sessions.
   SessionPage List(const SessionQuery& query);
-  // Sessions of the user `name`.
+  // Sessions of the user `name`, of everybody when it is empty.
   std::size_t Count(const std::string& name);
   // Ends the session that was listed under `id`, if it is one of the user `name` or `name` is
   // empty; false when there is no such session.

@@ -68,6 +68,7 @@ uint64_t SessionManager::SessionManagerImpl::IdOf(Session& session) {
 std::size_t SessionManager::SessionManagerImpl::Count(const std::string& name) {
   PruneSessions();
   MutexAutoLock lock(mutex_);
+  if (name.empty()) return sessions_.size();
   const auto tokens = by_user_.find(name);
   return tokens == by_user_.end() ? 0 : tokens->second.size();
 }

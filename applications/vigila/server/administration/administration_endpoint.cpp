@@ -1,6 +1,7 @@
 #include "vigila/server/administration/administration_endpoint.h"
 
 #include "tevra/core/logger.h"
+#include "vigila/server/security_provider.h"
 #include "vigila/server/server_env.h"
 #include "vigila/server/start_failure.h"
 
@@ -10,7 +11,10 @@ using tevra::interfaces::IAdministration;
 
 AdministrationEndpoint::AdministrationEndpoint(ServerEnv& env)
     : administration_(env), server_(StartFailure::During(StartFailure::kBus, [&] {
-        return IAdministration::CreateServer(env.GetMsgBus(), &administration_);
+        return IAdministration::CreateServer(
+            env.GetMsgBus(), &administration_,
+            {[&env] { return env.GetSecurityProvider()->Users().Size(); },
+             [&env] { return env.GetSessionManager().Count(""); }});
       })) {}
 
 AdministrationEndpoint::~AdministrationEndpoint() {

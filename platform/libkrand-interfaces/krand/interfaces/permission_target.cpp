@@ -24,9 +24,13 @@ struct Operation {
   const char* member;
   CallerRoles::Role role;
   const char* signature;
+  const char* results;
+  const char* names;
 };
-constexpr Operation kGet = {PermissionProtocol::kGetAccessRule, CallerRoles::kService, "s"};
-constexpr Operation kSet = {PermissionProtocol::kSetAccessRule, CallerRoles::kAdmin, "ss"};
+constexpr Operation kGet = {PermissionProtocol::kGetAccessRule, CallerRoles::kService, "s", "is",
+                            "path -> status rule"};
+constexpr Operation kSet = {PermissionProtocol::kSetAccessRule, CallerRoles::kAdmin, "ss", "i",
+                            "path rule -> status"};
 
 // The target reads NUL-terminated texts; one that hides bytes behind a zero byte would be judged as
 // another path or stored as another rule.
@@ -85,6 +89,7 @@ class KrandApiPermissionTargetRun::Impl final : public tevra::msgbus::IMessageHa
                                 this);
     registered_ = true;
     try {
+      bus_.Describe(KrandApiPermissionTargetRun::Description());
       bus_.RegisterDestinationName(PermissionProtocol::Destination(name_));
       bus_.StartServer();
     } catch (...) {
@@ -180,11 +185,13 @@ KrandApiPermissionTargetRun::~KrandApiPermissionTargetRun() {
   krand_core_trace("~KrandApiPermissionTargetRun");
 }
 
-std::vector<tevra::msgbus::ServedOperation> KrandApiPermissionTargetRun::Operations() {
-  std::vector<tevra::msgbus::ServedOperation> rows;
+tevra::msgbus::ServedInterface KrandApiPermissionTargetRun::Description() {
+  tevra::msgbus::ServedInterface served;
+  served.name = PermissionProtocol::kInterface;
   for (const Operation& operation : {kGet, kSet}) {
-    rows.push_back(
-        {PermissionProtocol::kInterface, operation.member, CallerRoles::RoleName(operation.role)});
+    served.operations.push_back(tevra::msgbus::ServedOperation::Of(
+        operation.member, CallerRoles::RoleName(operation.role), operation.signature,
+        operation.results, operation.names));
   }
-  return rows;
+  return served;
 }

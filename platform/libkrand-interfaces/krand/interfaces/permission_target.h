@@ -4,10 +4,9 @@
 #include <boost/shared_ptr.hpp>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "krand/core/krand_core.h"
-#include "tevra/msgbus/served_operation.h"
+#include "tevra/msgbus/served_interface.h"
 
 // A permission target: reads and changes access rules. The order of the virtual operations is the
 // platform's contract. Texts are NUL-terminated; 0 means done, 1 refused.
@@ -40,7 +39,7 @@ class KrandApiPermissionTargetRun {
   KrandApiPermissionTargetRun(const KrandApiPermissionTargetRun&) = delete;
   KrandApiPermissionTargetRun& operator=(const KrandApiPermissionTargetRun&) = delete;
 
-  static std::vector<tevra::msgbus::ServedOperation> Operations();
+  static tevra::msgbus::ServedInterface Description();
 
  private:
   class Impl;

@@ -17,29 +17,39 @@ struct WireType<IAdministration::Caller> {
 namespace {
 
 template <auto method>
-constexpr auto Offer(const char* name, Cost cost = Cost::kCheap) {
-  return Serve<method>(name, Audience::kEither, cost);
+constexpr auto Offer(const char* name, std::string_view names, Cost cost = Cost::kCheap) {
+  return Serve<method>(name, names, Audience::kEither, cost);
 }
 
 constexpr Operation<IAdministration> kOperations[] = {
-    Offer<&IAdministration::GetAccounts>("GetAccounts"),
-    Offer<&IAdministration::GetAccount>("GetAccount"),
-    Offer<&IAdministration::UnlockAccount>("UnlockAccount", Cost::kDear),
-    Offer<&IAdministration::GetSessions>("GetSessions"),
-    Offer<&IAdministration::EndSession>("EndSession"),
-    Offer<&IAdministration::EndSessions>("EndSessions"),
-    Offer<&IAdministration::SetSessionSource>("SetSessionSource"),
-    Offer<&IAdministration::ExplainAccount>("ExplainAccount"),
-    Offer<&IAdministration::ExplainSession>("ExplainSession"),
-    Offer<&IAdministration::GetRuleEffect>("GetRuleEffect"),
-    Offer<&IAdministration::CheckPassword>("CheckPassword", Cost::kDear),
-    Offer<&IAdministration::ChangePassword>("ChangePassword", Cost::kDear),
+    Offer<&IAdministration::GetAccounts>("GetAccounts", "token cursor limit -> answer"),
+    Offer<&IAdministration::GetAccount>("GetAccount", "token name -> answer"),
+    Offer<&IAdministration::UnlockAccount>("UnlockAccount", "token name -> answer", Cost::kDear),
+    Offer<&IAdministration::GetSessions>("GetSessions", "token user cursor limit -> answer"),
+    Offer<&IAdministration::EndSession>("EndSession", "token identifier -> answer"),
+    Offer<&IAdministration::EndSessions>("EndSessions", "token user spare -> answer"),
+    Offer<&IAdministration::SetSessionSource>("SetSessionSource", "token address -> answer"),
+    Offer<&IAdministration::ExplainAccount>("ExplainAccount", "token name path -> answer"),
+    Offer<&IAdministration::ExplainSession>("ExplainSession", "token session path -> answer"),
+    Offer<&IAdministration::GetRuleEffect>("GetRuleEffect", "token path rule -> answer"),
+    Offer<&IAdministration::CheckPassword>("CheckPassword", "token name proposed -> answer",
+                                           Cost::kDear),
+    Offer<&IAdministration::ChangePassword>("ChangePassword", "token present proposed -> answer",
+                                            Cost::kDear),
 };
+
+msgbus::ServedInterface DescriptionWith(const IAdministration::Counters& counters) {
+  msgbus::ServedInterface served = DescriptionOf(kOperations, IAdministration::kInterface);
+  served.counters.push_back({"Accounts", counters.accounts});
+  served.counters.push_back({"Sessions", counters.sessions});
+  return served;
+}
 
 class AdministrationServer final : public IAdministration::IServer {
  public:
-  AdministrationServer(msgbus::IMsgBus* bus, IAdministration* administration)
-      : operations_(bus, administration, IAdministration::kInterface, kOperations,
+  AdministrationServer(msgbus::IMsgBus* bus, IAdministration* administration,
+                       const IAdministration::Counters& counters)
+      : operations_(bus, administration, DescriptionWith(counters), kOperations,
                     core::Logger::GetLogger("AdministrationServer")) {}
 
   uint64_t RefusedCalls() const override { return operations_.RefusedCalls(); }
@@ -50,13 +60,14 @@ class AdministrationServer final : public IAdministration::IServer {
 
 }  // namespace
 
-std::vector<msgbus::ServedOperation> IAdministration::ServedOperations() {
-  return RowsOf(kOperations, kInterface);
+msgbus::ServedInterface IAdministration::Description() {
+  return DescriptionWith({});
 }
 
 IAdministration::IServer* IAdministration::CreateServer(msgbus::IMsgBus* bus,
-                                                        IAdministration* administration) {
-  return new AdministrationServer(bus, administration);
+                                                        IAdministration* administration,
+                                                        const Counters& counters) {
+  return new AdministrationServer(bus, administration, counters);
 }
 
 }  // namespace tevra::interfaces

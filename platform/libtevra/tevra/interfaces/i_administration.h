@@ -2,13 +2,13 @@
 #define TEVRA_INTERFACES_I_ADMINISTRATION_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace tevra::msgbus {
 class IMsgBus;
-struct ServedOperation;
+struct ServedInterface;
 }  // namespace tevra::msgbus
 
 namespace tevra::interfaces {
@@ -101,11 +101,17 @@ class IAdministration {
   // A proxy over `bus`, which must outlive it. Owned by the caller. Its operations throw as those
   // of ISecurityProvider's proxy. Any thread may call.
   static IAdministration* CreateClient(msgbus::IMsgBus* bus);
+  // What tools of the bus can read beside the operations; run on the bus's dispatch thread.
+  struct Counters {
+    std::function<uint64_t()> accounts;
+    std::function<uint64_t()> sessions;
+  };
   // Serves `administration` on `bus` to callers with either role; both must outlive the server.
   // Owned by the caller. The destination's name is ISecurityProvider's server's to register.
-  static IServer* CreateServer(msgbus::IMsgBus* bus, IAdministration* administration);
+  static IServer* CreateServer(msgbus::IMsgBus* bus, IAdministration* administration,
+                               const Counters& counters);
   // What CreateServer serves, and to whom.
-  static std::vector<msgbus::ServedOperation> ServedOperations();
+  static msgbus::ServedInterface Description();
 };
 
 }  // namespace tevra::interfaces

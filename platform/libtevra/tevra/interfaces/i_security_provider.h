@@ -12,7 +12,7 @@
 
 namespace tevra::msgbus {
 class IMsgBus;
-struct ServedOperation;
+struct ServedInterface;
 }  // namespace tevra::msgbus
 
 namespace tevra::interfaces {
@@ -121,7 +121,7 @@ class ISecurityProvider {
   };
 
   // What CreateServer serves, and to whom.
-  static std::vector<msgbus::ServedOperation> ServedOperations();
+  static msgbus::ServedInterface Description();
 
   // A proxy over `bus`, which must outlive it. Owned by the caller. Its operations throw
   // tevra::osa::Exception when the server cannot be reached, refuses the caller, or answers

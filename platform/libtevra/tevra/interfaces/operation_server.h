@@ -5,6 +5,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,7 +19,7 @@
 #include "tevra/interfaces/wire_type.h"
 #include "tevra/msgbus/bus_error.h"
 #include "tevra/msgbus/i_msg_bus.h"
-#include "tevra/msgbus/served_operation.h"
+#include "tevra/msgbus/served_interface.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
@@ -30,31 +31,50 @@ enum class Cost { kCheap, kDear };
 enum class Audience { kService, kAdmin, kEither };
 
 // One operation that the bus offers, and to whom. `run` calls it on the target, with arguments of
-// exactly this signature, and tells whether clients must hear that sessions have ended.
+// exactly this signature, and tells whether clients must hear that sessions have ended. The names
+// are those of arguments and results for people and for D-Bus, as ServedOperation::Of reads them.
 template <typename Target>
 struct Operation {
   const char* name;
+  std::string_view names;
   Audience audience;
   Cost cost;
   std::string_view signature;
+  std::string_view results;
   bool (*run)(Target& target, const Call& call, msgbus::MsgBusMsg& reply);
 };
 
-// The table for people and for checks of what is written about it elsewhere.
+inline constexpr const char* kRefusedCalls = "RefusedCalls";
+
+// The table for people, for D-Bus and for checks of what is written about it elsewhere.
 template <typename Target, size_t count>
-std::vector<msgbus::ServedOperation> RowsOf(const Operation<Target> (&operations)[count],
-                                            const char* interface) {
+msgbus::ServedInterface DescriptionOf(const Operation<Target> (&operations)[count],
+                                      const char* interface) {
   static constexpr const char* kRoles[] = {"service", "admin", "either"};  // by audience
-  std::vector<msgbus::ServedOperation> rows;
+  msgbus::ServedInterface served;
+  served.name = interface;
   for (const Operation<Target>& operation : operations) {
-    rows.push_back({interface, operation.name, kRoles[static_cast<size_t>(operation.audience)]});
+    served.operations.push_back(
+        msgbus::ServedOperation::Of(operation.name, kRoles[static_cast<size_t>(operation.audience)],
+                                    operation.signature, operation.results, operation.names));
   }
-  return rows;
+  served.counters.push_back({kRefusedCalls, nullptr});
+  return served;
+}
+
+// Whether the part of `names` has a word for each letter of `types`.
+constexpr bool HasNames(std::string_view names, std::string_view types) {
+  size_t words = 0;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (names[i] != ' ' && (i == 0 || names[i - 1] == ' ')) ++words;
+  }
+  return words == types.size();
 }
 
 template <auto method, typename Target, typename Result, typename... Parameters>
 struct ServedMethod {
   static constexpr std::string_view kSignature = kSignatureOf<Parameters...>;
+  static constexpr std::string_view kResults = kSignatureOf<Result>;
 
   static bool Run(Target& target, const Call& call, msgbus::MsgBusMsg& reply) {
     Run(target, call, reply, std::index_sequence_for<Parameters...>());
@@ -89,9 +109,17 @@ struct ServedTarget<Method Owner::*> {
 
 // The row of a table for `method`.
 template <auto method>
-constexpr auto Serve(const char* name, Audience audience, Cost cost = Cost::kCheap) {
+constexpr auto Serve(const char* name, std::string_view names, Audience audience,
+                     Cost cost = Cost::kCheap) {
   using Target = typename ServedTarget<decltype(method)>::Type;
-  return Operation<Target>{name, audience, cost, Served<method>::kSignature, &Served<method>::Run};
+  using Method = Served<method>;
+  const size_t arrow = names.find("->");
+  if (!HasNames(names.substr(0, arrow), Method::kSignature) ||
+      !HasNames(arrow == names.npos ? "" : names.substr(arrow + 2), Method::kResults)) {
+    throw "the names are those of the arguments, an arrow, and those of the results";
+  }
+  return Operation<Target>{name,        names, audience, cost, Method::kSignature, Method::kResults,
+                           &Method::Run};
 }
 
 // Serves a table of operations as one interface of a bus: judges the caller's role, then the
@@ -100,21 +128,24 @@ constexpr auto Serve(const char* name, Audience audience, Cost cost = Cost::kChe
 template <typename Target>
 class OperationServer final {
  public:
+  // `served` describes the table; of its counters kRefusedCalls is the server's own.
   // `on_ended_sessions` runs before the caller has the answer of an operation that ended some.
   // Throws tevra::osa::Exception when the roles are misconfigured.
   OperationServer(
-      msgbus::IMsgBus* bus, Target* target, const char* interface_name,
+      msgbus::IMsgBus* bus, Target* target, msgbus::ServedInterface served,
       std::span<const Operation<Target>> operations, core::Logger* logger,
       std::function<void()> on_ended_sessions = [] {})
       : bus_(bus),
         target_(target),
+        interface_(served.name),
         logger_(logger),
         on_ended_sessions_(std::move(on_ended_sessions)) {
     try {
       for (const Operation<Target>& operation : operations) {
         handlers_.push_back(std::make_unique<Handler>(*this, operation));
-        bus_->RegisterMessageHandler(operation.name, interface_name, handlers_.back().get());
+        bus_->RegisterMessageHandler(operation.name, interface_, handlers_.back().get());
       }
+      Describe(std::move(served));
     } catch (...) {
       Unregister();
       throw;
@@ -144,7 +175,23 @@ class OperationServer final {
     const Operation<Target>& operation_;
   };
 
+  void Describe(msgbus::ServedInterface served) {
+    served.counter_refusal = [this](const msgbus::Credentials& caller) {
+      static constexpr Operation<Target> kRead{
+          "Properties", "", Audience::kEither, Cost::kCheap, "", "", nullptr};
+      MsgBusMsg request(interface_, kRead.name, "");
+      request.SetSender(caller);
+      const std::optional<MsgBusMsg> refusal = RefuseWithoutRole(kRead, request);
+      return refusal ? refusal->ErrorText() : "";
+    };
+    for (msgbus::ServedCounter& counter : served.counters) {
+      if (counter.name == kRefusedCalls) counter.read = [this] { return RefusedCalls(); };
+    }
+    bus_->Describe(served);
+  }
+
   void Unregister() {
+    bus_->Withdraw(interface_);
     for (const auto& handler : handlers_) bus_->UnregisterMessageHandler(handler.get());
   }
 
@@ -153,14 +200,20 @@ class OperationServer final {
            (audience != Audience::kService && roles_.Holds(caller, CallerRoles::kAdmin));
   }
 
+  std::optional<MsgBusMsg> RefuseWithoutRole(const Operation<Target>& operation,
+                                             const MsgBusMsg& request) {
+    if (Admits(operation.audience, request.Sender())) return std::nullopt;
+    // Of an operation for either role the lesser one is missing.
+    const auto role =
+        operation.audience == Audience::kAdmin ? CallerRoles::kAdmin : CallerRoles::kService;
+    const std::string name = CallerRoles::RoleName(role);
+    return Refuse(operation, request, name, ", who does not hold the role " + name,
+                  CallerRoles::Refusal(role, operation.name));
+  }
+
   MsgBusMsg Answer(const Operation<Target>& operation, const MsgBusMsg& request) {
-    if (!Admits(operation.audience, request.Sender())) {
-      // Of an operation for either role the lesser one is missing.
-      const auto role =
-          operation.audience == Audience::kAdmin ? CallerRoles::kAdmin : CallerRoles::kService;
-      const std::string name = CallerRoles::RoleName(role);
-      return Refuse(operation, request, name, ", who does not hold the role " + name,
-                    CallerRoles::Refusal(role, operation.name));
+    if (std::optional<MsgBusMsg> refusal = RefuseWithoutRole(operation, request)) {
+      return *std::move(refusal);
     }
     if (request.Signature() != operation.signature) return RefuseArguments(operation, request);
     try {
@@ -204,6 +257,7 @@ class OperationServer final {
   // Constant after construction.
   msgbus::IMsgBus* const bus_;
   Target* const target_;
+  const std::string interface_;
   core::Logger* const logger_;
   const std::function<void()> on_ended_sessions_;
   const CallerRoles roles_;

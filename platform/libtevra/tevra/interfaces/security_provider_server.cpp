@@ -10,7 +10,7 @@
 #include "tevra/interfaces/operation_server.h"
 #include "tevra/interfaces/revocation_page_writer.h"
 #include "tevra/msgbus/i_msg_bus.h"
-#include "tevra/msgbus/served_operation.h"
+#include "tevra/msgbus/served_interface.h"
 #include "tevra/osa/exception.h"
 
 namespace tevra::interfaces {
@@ -18,6 +18,7 @@ namespace tevra::interfaces {
 template <>
 struct Served<&ISecurityProvider::GetExpiration> {
   static constexpr std::string_view kSignature = kSignatureOf<std::string>;
+  static constexpr std::string_view kResults = kSignatureOf<int32_t, std::string>;
 
   static bool Run(ISecurityProvider& provider, const Call& call, msgbus::MsgBusMsg& reply) {
     std::string expires;
@@ -30,6 +31,7 @@ struct Served<&ISecurityProvider::GetExpiration> {
 template <>
 struct Served<&ISecurityProvider::Invalidate> {
   static constexpr std::string_view kSignature = kSignatureOf<std::string>;
+  static constexpr std::string_view kResults = "";
 
   static bool Run(ISecurityProvider& provider, const Call& call, msgbus::MsgBusMsg&) {
     provider.Invalidate(WireType<std::string>::Get(call, 0));
@@ -40,6 +42,7 @@ struct Served<&ISecurityProvider::Invalidate> {
 template <>
 struct Served<&ISecurityProvider::Logout> {
   static constexpr std::string_view kSignature = kSignatureOf<std::string>;
+  static constexpr std::string_view kResults = kSignatureOf<bool>;
 
   static bool Run(ISecurityProvider& provider, const Call& call, msgbus::MsgBusMsg& reply) {
     const std::string& token = WireType<std::string>::Get(call, 0);
@@ -55,31 +58,47 @@ namespace {
 
 // What the bus offers, to whom; nothing else is served.
 constexpr Operation<ISecurityProvider> kOperations[] = {
-    Serve<&ISecurityProvider::Authenticate>("Authenticate", Audience::kService, Cost::kDear),
-    Serve<&ISecurityProvider::AuthenticateHttp>("AuthenticateHttp", Audience::kService),
-    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse", Audience::kService,
+    Serve<&ISecurityProvider::Authenticate>("Authenticate", "reuse user64 password64 -> token",
+                                            Audience::kService, Cost::kDear),
+    Serve<&ISecurityProvider::AuthenticateHttp>(
+        "AuthenticateHttp", "reuse username nonce ha2 sess qop cnonce nc response -> token",
+        Audience::kService),
+    Serve<&ISecurityProvider::AuthenticateWsse>("AuthenticateWsse",
+                                                "reuse username digest nonce created -> token",
+                                                Audience::kService, Cost::kDear),
+    Serve<&ISecurityProvider::TestLdap>("TestLdap", "a b c d e f g h i j k -> works",
+                                        Audience::kService),
+    Serve<&ISecurityProvider::Invalidate>("Invalidate", "name", Audience::kAdmin),
+    Serve<&ISecurityProvider::IsAuthenticated>("IsAuthenticated", "token -> authenticated",
+                                               Audience::kService),
+    Serve<&ISecurityProvider::IsProtected>("IsProtected", "path -> protected", Audience::kService),
+    Serve<&ISecurityProvider::GetAllowedPaths>("GetAllowedPaths", "token -> paths",
+                                               Audience::kService),
+    Serve<&ISecurityProvider::GetAllowedPermissions>("GetAllowedPermissions",
+                                                     "token -> permissions", Audience::kService),
+    Serve<&ISecurityProvider::GetCredentials>("GetCredentials", "token -> credentials",
+                                              Audience::kService),
+    Serve<&ISecurityProvider::GetExpiration>("GetExpiration", "name -> days expires",
+                                             Audience::kService),
+    Serve<&ISecurityProvider::Authorize>("Authorize", "token path -> granted", Audience::kService),
+    Serve<&ISecurityProvider::Logout>("Logout", "token -> done", Audience::kService),
+    Serve<&ISecurityProvider::AllowHttpDigest>("AllowHttpDigest", "-> allowed", Audience::kService),
+    Serve<&ISecurityProvider::GetNonce>("GetNonce", "-> nonce", Audience::kService),
+    Serve<&ISecurityProvider::GetUsers>("GetUsers", "-> users", Audience::kAdmin),
+    Serve<&ISecurityProvider::AddUsers>("AddUsers", "users -> code", Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", "users -> code", Audience::kAdmin,
+                                           Cost::kDear),
+    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", "names -> code", Audience::kAdmin,
+                                           Cost::kDear),
+    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", "name current proposed -> code",
+                                                Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", "phrase alias -> id",
+                                             Audience::kAdmin, Cost::kDear),
+    Serve<&ISecurityProvider::GetPassphrases>("GetPassphrases", "-> passphrases", Audience::kAdmin),
+    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", "id -> phrase", Audience::kAdmin,
+                                             Cost::kDear),
+    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", "id -> done", Audience::kAdmin,
                                                 Cost::kDear),
-    Serve<&ISecurityProvider::TestLdap>("TestLdap", Audience::kService),
-    Serve<&ISecurityProvider::Invalidate>("Invalidate", Audience::kAdmin),
-    Serve<&ISecurityProvider::IsAuthenticated>("IsAuthenticated", Audience::kService),
-    Serve<&ISecurityProvider::IsProtected>("IsProtected", Audience::kService),
-    Serve<&ISecurityProvider::GetAllowedPaths>("GetAllowedPaths", Audience::kService),
-    Serve<&ISecurityProvider::GetAllowedPermissions>("GetAllowedPermissions", Audience::kService),
-    Serve<&ISecurityProvider::GetCredentials>("GetCredentials", Audience::kService),
-    Serve<&ISecurityProvider::GetExpiration>("GetExpiration", Audience::kService),
-    Serve<&ISecurityProvider::Authorize>("Authorize", Audience::kService),
-    Serve<&ISecurityProvider::Logout>("Logout", Audience::kService),
-    Serve<&ISecurityProvider::AllowHttpDigest>("AllowHttpDigest", Audience::kService),
-    Serve<&ISecurityProvider::GetNonce>("GetNonce", Audience::kService),
-    Serve<&ISecurityProvider::GetUsers>("GetUsers", Audience::kAdmin),
-    Serve<&ISecurityProvider::AddUsers>("AddUsers", Audience::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::ModifyUsers>("ModifyUsers", Audience::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::DeleteUsers>("DeleteUsers", Audience::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::ValidatePassword>("ValidatePassword", Audience::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::AddPassphrase>("AddPassphrase", Audience::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::GetPassphrases>("GetPassphrases", Audience::kAdmin),
-    Serve<&ISecurityProvider::GetPassphrase>("GetPassphrase", Audience::kAdmin, Cost::kDear),
-    Serve<&ISecurityProvider::DeletePassphrase>("DeletePassphrase", Audience::kAdmin, Cost::kDear),
 };
 
 class SecurityProviderServer final : public ISecurityProvider::IServer {
@@ -129,7 +148,7 @@ SecurityProviderServer::~SecurityProviderServer() {
 }
 
 void SecurityProviderServer::Open() {
-  operations_.emplace(bus_, provider_, ISecurityProvider::kInterface, kOperations, logger_,
+  operations_.emplace(bus_, provider_, ISecurityProvider::Description(), kOperations, logger_,
                       [this] { Broadcast(false); });
   provider_->AddChangeListener(
       std::make_unique<ChangeListener>(this, &SecurityProviderServer::OnChange));
@@ -185,8 +204,10 @@ void SecurityProviderServer::Broadcast(bool value) {
 
 }  // namespace
 
-std::vector<msgbus::ServedOperation> ISecurityProvider::ServedOperations() {
-  return RowsOf(kOperations, kInterface);
+msgbus::ServedInterface ISecurityProvider::Description() {
+  msgbus::ServedInterface served = DescriptionOf(kOperations, kInterface);
+  served.signals.push_back({kChangedSignal, {{WireType<bool>::kLetter, "accounts_or_rules"}}});
+  return served;
 }
 
 ISecurityProvider::IServer* ISecurityProvider::CreateServer(msgbus::IMsgBus* bus,

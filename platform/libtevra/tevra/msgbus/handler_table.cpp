@@ -55,4 +55,20 @@ bool HandlerTable::IsDear(std::string_view interface_name, std::string_view mess
   return entry != handlers_.end() && entry->second->IsDear();
 }
 
+bool HandlerTable::HasInterface(std::string_view interface_name) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  key_.assign(interface_name).append("#");
+  const auto entry = handlers_.lower_bound(key_);
+  return interface_name != IMsgBus::kLocalInterface && entry != handlers_.end() &&
+         entry->first.starts_with(key_);
+}
+
+std::set<std::string> HandlerTable::Interfaces() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::set<std::string> names;
+  for (const auto& [key, handler] : handlers_) names.insert(key.substr(0, key.find('#')));
+  names.erase(IMsgBus::kLocalInterface);
+  return names;
+}
+
 }  // namespace tevra::msgbus

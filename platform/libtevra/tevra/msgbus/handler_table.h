@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -28,6 +29,10 @@ class HandlerTable final {
   bool Run(IMsgBus& bus, MsgBusMsg& message);
   // Whether the handler says so; false when there is none. On the thread that runs handlers.
   bool IsDear(std::string_view interface_name, std::string_view message_name);
+  // Whether there is a handler for anything of the interface.
+  bool HasInterface(std::string_view interface_name);
+  // The interfaces with handlers, without the one of local messages.
+  std::set<std::string> Interfaces();
 
  private:
   std::mutex mutex_;

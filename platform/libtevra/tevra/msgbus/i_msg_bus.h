@@ -13,6 +13,7 @@
 namespace tevra::msgbus {
 
 class IMsgBus;
+struct ServedInterface;
 
 // Receives the messages of the names it was registered for. Handlers of one bus run one at a time,
 // on the bus's dispatch thread. A handler answers a call with bus.SendReply before it returns; an
@@ -85,6 +86,11 @@ class IMsgBus {
   }
   // The number that answers of this bus's servers tell as their instance; 0 where none is told.
   virtual uint64_t Instance() const { return 0; }
+
+  // Tells those who ask what is served here; a bus whose callers cannot ask has nothing to do. Once
+  // Withdraw has returned, no function of the description runs any more.
+  virtual void Describe(const ServedInterface& served) { static_cast<void>(served); }
+  virtual void Withdraw(const std::string& interface_name) { static_cast<void>(interface_name); }
 
   // For a bus that serves: runs `task` on the thread that runs the handlers, again and again. Once
   // StopTimer has returned it does not run any more. A bus without a thread has no timers.

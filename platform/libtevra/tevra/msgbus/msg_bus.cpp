@@ -292,6 +292,17 @@ uint64_t MsgBus::Instance() const {
   return Own().OwnEngine().transport().Instance();
 }
 
+void MsgBus::Describe(const ServedInterface& served) {
+  Engine& engine = Own().OwnEngine();
+  engine.dispatch().Invoke([&] { engine.transport().Describe(served); });
+}
+
+void MsgBus::Withdraw(const std::string& interface_name) {
+  if (impl_->IsInherited()) return;
+  Engine& engine = Own().OwnEngine();
+  engine.dispatch().Invoke([&] { engine.transport().Withdraw(interface_name); });
+}
+
 uint64_t MsgBus::StartTimer(std::chrono::milliseconds interval, std::function<void()> task) {
   DispatchThread& dispatch = Own().OwnEngine().dispatch();
   uint64_t timer = 0;

@@ -51,6 +51,8 @@ class MsgBus : public IMsgBus {
   void ShareDescriptor(const std::string& destination, int descriptor) override;
   Shared SharedDescriptor(const std::string& destination) override;
   uint64_t Instance() const override;
+  void Describe(const ServedInterface& served) override;
+  void Withdraw(const std::string& interface_name) override;
   uint64_t StartTimer(std::chrono::milliseconds interval, std::function<void()> task) override;
   void StopTimer(uint64_t timer) override;
 

@@ -24,6 +24,7 @@ class RequestDispatcher final {
   bool IsDear(std::string_view interface, std::string_view member) {
     return handlers_.IsDear(interface, member);
   }
+  HandlerTable& handlers() { return handlers_; }
   // Never longer than a message may be; the text of an error is valid UTF-8.
   MsgBusMsg Answer(MsgBusMsg& request, bool expects_reply);
   void DispatchSignal(MsgBusMsg& signal) { RunListener(signal); }

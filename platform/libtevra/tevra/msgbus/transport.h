@@ -6,6 +6,7 @@
 
 #include "tevra/msgbus/deadline.h"
 #include "tevra/msgbus/i_msg_bus.h"
+#include "tevra/msgbus/served_interface.h"
 
 namespace tevra::msgbus {
 
@@ -36,6 +37,8 @@ class Transport {
     static_cast<void>(name);
     return {};
   }
+  virtual void Describe(const ServedInterface& served) { static_cast<void>(served); }
+  virtual void Withdraw(const std::string& interface) { static_cast<void>(interface); }
 
   // Any thread.
   virtual uint64_t Instance() const { return 0; }

@@ -77,7 +77,11 @@ class BrokerEndpoint::Request final : public RequestScheduler::Request {
 
 BrokerEndpoint::BrokerEndpoint(const BusConfig& config, DispatchThread& dispatch,
                                RequestDispatcher* requests, Subscribers& subscribers)
-    : config_(config), dispatch_(dispatch), requests_(requests), subscribers_(subscribers) {
+    : config_(config),
+      dispatch_(dispatch),
+      requests_(requests),
+      subscribers_(subscribers),
+      objects_(requests) {
   dispatch_.AfterEvents([this] { return scheduler_.RunSome(); });
 }
 
@@ -263,20 +267,36 @@ void BrokerEndpoint::Answer(sd_bus_message* call, const Credentials& caller) {
     sd_bus_reply_method_errorf(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "not serving");
     return;
   }
+  const ServedObjects::Reply standard = objects_.Answer(call, caller);
+  if (!standard.message) return RunHandler(call, caller);
+  if (sd_bus_message_get_expect_reply(call) <= 0) return;
+  link_->Send(standard.message.get(), standard.size);
+  DrainLater();
+}
+
+void BrokerEndpoint::RunHandler(sd_bus_message* call, const Credentials& caller) {
   const char* header = sd_bus_message_get_destination(call);
   const std::string destination =
       header != nullptr && names_.contains(header) ? header : *names_.begin();
   MsgBusMsg request = MessageCodec::NamesOf(call, destination);
   request.SetSender(caller);
-  const bool expects_reply = sd_bus_message_get_expect_reply(call) > 0;
-  const bool is_well_formed = MessageCodec::DecodeBody(call, config_.max_message_bytes, &request);
-  const MsgBusMsg answer =
-      is_well_formed ? requests_->Answer(request, expects_reply)
-                     : MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
-  if (!expects_reply) return;
+  const MsgBusMsg answer = AnswerOf(call, request);
+  if (sd_bus_message_get_expect_reply(call) <= 0) return;
   const MessagePtr wire = MessageCodec::EncodeAnswer(call, answer);
   link_->Send(wire.get(), answer.Size());
   DrainLater();
+}
+
+MsgBusMsg BrokerEndpoint::AnswerOf(sd_bus_message* call, MsgBusMsg& request) {
+  const bool is_well_formed = MessageCodec::DecodeBody(call, config_.max_message_bytes, &request);
+  const MsgBusMsg answer =
+      is_well_formed ? requests_->Answer(request, sd_bus_message_get_expect_reply(call) > 0)
+                     : MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, "malformed arguments");
+  if (!answer.IsError() || answer.ErrorName() != BusError::kInvalidArgs) return answer;
+  // Handlers name types by the letters of a message; who calls over D-Bus knows D-Bus's.
+  const std::string wrong_types = objects_.WrongTypes(call);
+  return wrong_types.empty() ? answer
+                             : MsgBusMsg::ErrorTo(request, BusError::kInvalidArgs, wrong_types);
 }
 
 void BrokerEndpoint::OnSignal(sd_bus_message* signal) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tevra/msgbus/broker/bus_link.h"
+#include "tevra/msgbus/broker/served_objects.h"
 #include "tevra/msgbus/bus_config.h"
 #include "tevra/msgbus/dispatch_thread.h"
 #include "tevra/msgbus/request_dispatcher.h"
@@ -32,6 +33,7 @@ class BrokerEndpoint final {
   bool Serves(const std::string& name) const { return names_.contains(name); }
   void Broadcast(const MsgBusMsg& message);
   void Watch(const std::string& name);
+  ServedObjects& objects() { return objects_; }
 
  private:
   struct Watched {
@@ -59,6 +61,8 @@ class BrokerEndpoint final {
   void OnMessage(sd_bus_message* message);
   void OnCall(sd_bus_message* call);
   void Answer(sd_bus_message* call, const Credentials& caller);
+  void RunHandler(sd_bus_message* call, const Credentials& caller);
+  MsgBusMsg AnswerOf(sd_bus_message* call, MsgBusMsg& request);
   void OnSignal(sd_bus_message* signal);
   void OnOwnerChanged(sd_bus_message* signal);
   void Greet(const std::string& name, const std::string& owner);
@@ -74,6 +78,7 @@ class BrokerEndpoint final {
   DispatchThread& dispatch_;
   RequestDispatcher* const requests_;
   Subscribers& subscribers_;
+  ServedObjects objects_;
   std::unique_ptr<BusLink> link_;
   DispatchThread::Id watch_ = 0;
   DispatchThread::Id timer_ = 0;

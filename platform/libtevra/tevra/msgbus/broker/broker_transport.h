@@ -29,6 +29,8 @@ class BrokerTransport final : public Transport {
   void StopServing(const std::string& name) override { endpoint_.StopServing(name); }
   void Broadcast(const MsgBusMsg& message) override { endpoint_.Broadcast(message); }
   void Watch(const std::string& name) override { endpoint_.Watch(name); }
+  void Describe(const ServedInterface& served) override { endpoint_.objects().Describe(served); }
+  void Withdraw(const std::string& interface) override { endpoint_.objects().Withdraw(interface); }
 
  private:
   DispatchThread& dispatch_;

@@ -61,7 +61,7 @@ class AdministrationOnABus : public testing::Test {
     platform.Set("Access", "admin_groups", std::to_string(kAdminGroup));
     bus.StartServer();
     bus.RegisterDestinationName(ISecurityProvider::kDestination);  // the provider's server does it
-    server.reset(IAdministration::CreateServer(&bus, &administration));
+    server.reset(IAdministration::CreateServer(&bus, &administration, {}));
     proxy.reset(IAdministration::CreateClient(&bus));
   }
   std::unique_ptr<MsgBusMsg> Ask(const Offer& offer,
@@ -173,7 +173,7 @@ TEST_F(AdministrationOnABus, AnAnswerOfAnotherTypeIsMalformed) {
 TEST_F(AdministrationOnABus, AServerThatIsGoneLeavesNothingBehind) {
   server.reset();
   EXPECT_THROW(proxy->GetAccount("t", "n"), osa::Exception);
-  server.reset(IAdministration::CreateServer(&bus, &administration));
+  server.reset(IAdministration::CreateServer(&bus, &administration, {}));
   EXPECT_NO_THROW(proxy->GetAccount("t", "n"));
 }
 
