@@ -32,7 +32,10 @@ class Device:
         environment = {**os.environ, "NOTIFY_SOCKET": f"{self.path}/notify"}
         with open(self.path / "log", "ab") as log:
             self._daemon = subprocess.Popen(
-                [VIGILAD, "--config", str(self.config)], env=environment, stderr=log
+                # Nothing is left running by a test that was killed.
+                ["/usr/bin/setpriv", "--pdeathsig", "KILL", VIGILAD, "--config", str(self.config)],
+                env=environment,
+                stderr=log,
             )
         while b"READY=1" not in self._notify.recv(4096):
             pass
