@@ -7,16 +7,15 @@
 #include <vector>
 
 #include "krand/interfaces/permission_target.h"
-#include "tevra/core/config_key.h"
 #include "tevra/interfaces/i_administration.h"
 #include "tevra/interfaces/i_security_provider.h"
 #include "tevra/msgbus/interface_xml.h"
 #include "tevra/msgbus/served_interface.h"
+#include "vigilad/known_keys.h"
 
 namespace vigila::daemon {
 namespace {
 
-using tevra::core::ConfigKey;
 using tevra::msgbus::InterfaceXml;
 using tevra::msgbus::ServedInterface;
 using tevra::msgbus::ServedOperation;
@@ -43,8 +42,8 @@ void Print(const std::set<std::string>& lines) {
 
 void ListKeys() {
   std::set<std::string> lines;
-  for (const ConfigKey* key : ConfigKey::All()) {
-    lines.insert(std::string("[") + key->section() + "] " + key->name() + " = " + key->fallback());
+  for (const KnownKey& key : KnownKeys()) {
+    lines.insert("[" + key.section + "] " + key.name + " = " + key.fallback);
   }
   Print(lines);
 }

@@ -10,6 +10,7 @@
 #include "vigilad/daemon.h"
 #include "vigilad/daemon_configuration.h"
 #include "vigilad/exit_code.h"
+#include "vigilad/known_keys.h"
 #include "vigilad/listings.h"
 #include "vigilad/store_repair.h"
 
@@ -36,6 +37,21 @@ struct Options {
   std::string interface;
 };
 
+// A mistyped key would silently leave its default in force. Who checks the file wants to know; a
+// device must start with a file that a newer or older release wrote.
+bool TellUnknownKeys(bool check) {
+  auto* const logger = tevra::core::Logger::GetLogger("vigilad");
+  const auto sentences = vigila::daemon::UnknownIn(PlatformConfig::Get().File());
+  for (const std::string& sentence : sentences) {
+    if (check) {
+      logger->Error("The configuration is wrong: %s", sentence.c_str());
+    } else {
+      logger->Warning("The configuration is not used in all: %s", sentence.c_str());
+    }
+  }
+  return !sentences.empty();
+}
+
 int Start(const Options& options) {
   if (!options.interface.empty()) {
     if (vigila::daemon::PrintInterface(options.interface)) return vigila::daemon::kStopped;
@@ -56,7 +72,9 @@ int Start(const Options& options) {
     tevra::core::Logger::GetLogger("vigilad")->Error("The configuration is wrong: %s", e.what());
     return vigila::daemon::kBadConfiguration;
   }
+  const bool unknown_keys = TellUnknownKeys(options.check_config);
   if (options.check_config) {
+    if (unknown_keys) return vigila::daemon::kBadConfiguration;
     std::puts("The configuration is good.");
     return vigila::daemon::kStopped;
   }

@@ -203,6 +203,36 @@ TEST_F(Daemon, NamesTheKeyOfAWrongValue) {
   ExpectRefusesToStart(kConfigurationWrong, "session_timeout");
 }
 
+TEST_F(Daemon, TellsEveryUnknownSectionAndKeyWithWhatWasProbablyMeant) {
+  const std::string good =
+      "[MsgBus]\ntimeout_ms = 100\n[Applications/vigila/Rules/Dynamic]\njpeg* =\n";
+  const std::string file = device_.Dir().Write(
+      "typos.ini", good +
+                       "[MsgBus]\ntimout_ms = 1\nsession_timeout = 60\nfrobnicate = 1\n"
+                       "[MsgBuss]\ntimeout_ms = 1\n[Nonsense]\n");
+  const Finished end = Vigilad({"--config", file, "--check-config"});
+  EXPECT_TRUE(EndedWith(end, kConfigurationWrong));
+  for (const char* sentence :
+       {"[MsgBus] timout_ms: there is no such key; did you mean \"timeout_ms\"?\n",
+        "[MsgBus] session_timeout: there is no such key here; it belongs in "
+        "[Applications/vigila]\n",
+        "[MsgBus] frobnicate: there is no such key\n",
+        "[MsgBuss]: there is no such section; did you mean \"MsgBus\"?\n",
+        "[Nonsense]: there is no such section\n"}) {
+    EXPECT_TRUE(Mentions(end.err, std::string("The configuration is wrong: ") + sentence));
+  }
+  EXPECT_TRUE(
+      EndedWith(Vigilad({"--config", device_.Dir().Write("good.ini", good), "--check-config"}), 0));
+}
+
+TEST_F(Daemon, StartsWithAnUnknownKeyAndWarns) {
+  device_.Set("Applications/vigila", "pasword_policy", "true");
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+  EXPECT_TRUE(Mentions(device_.Log(),
+                       "[Applications/vigila] pasword_policy: there is no such key; did you mean "
+                       "\"password_policy\"?"));
+}
+
 TEST_F(Daemon, RefusesAnAccessGroupThatDoesNotExist) {
   device_.Set("Access", "admin_groups", "no-such-group-anywhere");
   ExpectRefusesToStart(kConfigurationWrong, "no-such-group-anywhere");

@@ -8,8 +8,9 @@ vigilad=$2
 
 # "[Section] key=default", as the daemon knows them.
 read_by_code() { "$vigilad" --list-keys | sed -E 's/ = ?/=/'; }
-with_sections() { sed -nE '/^\[/h; /^#([a-z_]+) = ?(.*)$/{s//\1=\2/;G;s/(.*)\n(.*)/\2 \1/p}' packaging/config/platform.sample.ini; }
-sample() { with_sections | sed 's/^[^]]*] //'; }
+with_sections() { sed -nE '/^\[/h; /^#([a-z_*/]+) = ?(.*)$/{s//\1=\2/;G;s/(.*)\n(.*)/\2 \1/p}' packaging/config/platform.sample.ini; }
+# The rules of older releases are described in a sentence.
+sample() { with_sections | grep -v '/Rules/' | sed 's/^[^]]*] //'; }
 # shellcheck disable=SC2016 # the backticks are the document's
 reference() {
   sed -nE 's/^\| `([a-z_]+)` \| (`([^`]*)`|empty) \|.*/\1=\3/p' docs/reference/configuration.md
@@ -22,4 +23,10 @@ manual() {
 diff -u <(read_by_code | sort) <(with_sections | sort) || { echo 'the sample differs from the code'; exit 1; }
 diff -u <(sample | sort) <(reference | sort) || { echo 'the reference differs from the sample'; exit 1; }
 diff -u <(sample | sort) <(manual | sort) || { echo 'the manual page differs from the sample'; exit 1; }
+
+# Whoever takes every "#" away has a configuration that is good.
+every_key=$(mktemp)
+trap 'rm -f "$every_key"' EXIT
+sed -E 's/^#([a-z_*/]+ =)/\1/' packaging/config/platform.sample.ini >"$every_key"
+"$vigilad" --config "$every_key" --check-config >/dev/null || { echo 'the daemon refuses the sample'; exit 1; }
 echo "$(sample | wc -l) keys, documented alike"
