@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "vigilactl/commands.h"
+#include "vigilactl/path_note.h"
 #include "vigilactl/permission_names.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/text_table.h"
@@ -13,15 +14,10 @@ namespace vigilactl {
 namespace {
 
 // TOKEN PATH, or PATH alone with the token from the environment.
-struct AuthorizeOptions {
-  std::string token_or_path;
-  std::string path;
-  bool both = false;
-};
-
-ExitCode Authorize(Invocation& invocation, const AuthorizeOptions& options) {
-  const std::string token = TokenFrom(options.both ? options.token_or_path : "");
-  const std::string& path = options.both ? options.path : options.token_or_path;
+ExitCode Authorize(Invocation& invocation, const std::vector<std::string>& words) {
+  const std::string token = TokenFrom(words.size() == 2 ? words.front() : "");
+  const std::string& path = words.back();
+  NotePathAsWritten(invocation, path);
   const bool granted = invocation.Provider().Authorize(token, path);
   Json object = {{"Path", path}, {"Granted", granted}};
   if (granted) return invocation.Answer(object, "granted\n");
@@ -49,24 +45,24 @@ ExitCode ListPermissions(Invocation& invocation, const std::string& argument) {
     table.AddRow({id, PermissionName(id)});
   }
   Json object = {{"Permissions", permissions}};
-  return invocation.Answer(object, table.Render());
+  return invocation.Answer(object, table.Render(invocation.Width()));
 }
 
 ExitCode IsProtected(Invocation& invocation, const std::string& path) {
+  NotePathAsWritten(invocation, path);
   const bool is_protected = invocation.Provider().IsProtected(path);
   Json object = {{"Path", path}, {"Protected", is_protected}};
   return invocation.Answer(object, is_protected ? "protected\n" : "open\n");
 }
 
 void AddAuthorizeVerb(CLI::App& app, Invocation& invocation) {
-  const auto options = std::make_shared<AuthorizeOptions>();
-  CLI::App* verb =
-      app.add_subcommand("authorize", "Ask whether a session may reach a path: [TOKEN] PATH");
-  verb->add_option(kTokenArgument.name, options->token_or_path, kTokenArgument.help)->required();
-  const CLI::Option* path = verb->add_option("PATH", options->path, "The path");
-  verb->callback([&invocation, options, path] {
-    options->both = path->count() > 0;
-    invocation.Choose([&invocation, options] { return Authorize(invocation, *options); });
+  const auto words = std::make_shared<std::vector<std::string>>();
+  CLI::App* verb = app.add_subcommand("authorize", "Ask whether a session may reach a path");
+  verb->add_option("[TOKEN] PATH", *words, "The session's token, default $VIGILA_TOKEN; the path")
+      ->required()
+      ->expected(1, 2);
+  verb->callback([&invocation, words] {
+    invocation.Choose([&invocation, words] { return Authorize(invocation, *words); });
   });
 }
 

@@ -11,6 +11,7 @@
 #include "vigilactl/result_sentences.h"
 #include "vigilactl/text_table.h"
 #include "vigilactl/text_verb.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
@@ -33,7 +34,7 @@ std::string ShowExpiry(const Json& account, int64_t now) {
 
 ExitCode ListUsers(Invocation& invocation) {
   const Json users = ReadPages("Accounts", [&](const std::string& cursor) {
-    return invocation.Administration().GetAccounts("", cursor, 0);
+    return invocation.Administration().GetAccounts(invocation.OnBehalfOf(), cursor, 0);
   });
   TextTable table({"NAME", "GROUP", "STATE", "EXPIRES", "LAST LOGON", "SESSIONS"});
   const int64_t now = time(nullptr);
@@ -53,7 +54,8 @@ ExitCode ListUsers(Invocation& invocation) {
 }
 
 ExitCode UnlockUser(Invocation& invocation, const std::string& name) {
-  const Json answer = ReadAnswer(invocation.Administration().UnlockAccount("", name));
+  const Json answer =
+      ReadAnswer(invocation.Administration().UnlockAccount(invocation.OnBehalfOf(), name));
   const int code = CodeOf(answer);
   Json object = {{"Name", name}, {"Code", code}};
   if (code == vigila::contract::kUnknownUser) {
@@ -74,7 +76,7 @@ void AddAccountStateVerbs(CLI::App& user, Invocation& invocation) {
     invocation.Choose([&invocation] { return ListUsers(invocation); });
   });
   AddTextVerb(user, invocation, "unlock", "Let a locked account in again; its password stays",
-              {"NAME", "The account", true}, UnlockUser);
+              {"NAME", "The account", true, kAccountWord}, UnlockUser);
 }
 
 }  // namespace vigilactl

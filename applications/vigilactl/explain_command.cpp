@@ -7,9 +7,11 @@
 #include "vigilactl/administration_answer.h"
 #include "vigilactl/commands.h"
 #include "vigilactl/groups.h"
+#include "vigilactl/path_note.h"
 #include "vigilactl/permission_names.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/result_sentences.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
@@ -37,7 +39,10 @@ std::string Sentence(const Json& answer) {
     sentence +=
         "; " + Printable(name) + " is in " + GroupName(answer.at("Group").get<uint32_t>()) + ".";
   }
-  return sentence + " Open to: " + Printable(ListOpenTo(answer.at("OpenTo"))) + ".";
+  // Only administrators are told who else may.
+  const auto open_to = answer.find("OpenTo");
+  if (open_to == answer.end()) return sentence;
+  return sentence + " Open to: " + Printable(ListOpenTo(*open_to)) + ".";
 }
 
 ExitCode Explain(Invocation& invocation, const ExplainOptions& options) {
@@ -46,9 +51,11 @@ ExitCode Explain(Invocation& invocation, const ExplainOptions& options) {
     throw UsageError("give NAME and PATH, or --session TOKEN and PATH");
   }
   const std::string& path = options.words.back();
-  const Json answer = ReadAnswer(
-      by_session ? invocation.Administration().ExplainSession("", options.session, path)
-                 : invocation.Administration().ExplainAccount("", options.words[0], path));
+  NotePathAsWritten(invocation, path);
+  const Json answer = ReadAnswer(by_session ? invocation.Administration().ExplainSession(
+                                                  invocation.OnBehalfOf(), options.session, path)
+                                            : invocation.Administration().ExplainAccount(
+                                                  invocation.OnBehalfOf(), options.words[0], path));
   const int code = CodeOf(answer);
   if (code == vigila::contract::kUnknownUser) {
     return invocation.Refuse(answer, "There is no user \"" + options.words[0] +
@@ -67,12 +74,13 @@ ExitCode Explain(Invocation& invocation, const ExplainOptions& options) {
 
 void AddExplainCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<ExplainOptions>();
-  CLI::App* verb =
-      app.add_subcommand("explain", "Say why a path is open or closed to an account: NAME PATH");
-  verb->add_option("NAME PATH", options->words, "The account, nobody for no session; the path")
+  CLI::App* verb = app.add_subcommand("explain", "Say why a path is open or closed to an account");
+  verb->add_option("[NAME] PATH", options->words, "The account, nobody for no session; the path")
       ->required()
-      ->expected(1, 2);
-  verb->add_option("--session", options->session, "Instead of NAME: the token of a session");
+      ->expected(1, 2)
+      ->type_name(kAccountWord);
+  verb->add_option("--session", options->session, "Instead of NAME: the token of a session")
+      ->type_name("TOKEN");
   verb->callback([&invocation, options] {
     invocation.Choose([&invocation, options] { return Explain(invocation, *options); });
   });

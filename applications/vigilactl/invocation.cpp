@@ -7,7 +7,9 @@
 #include "tevra/core/platform_config.h"
 #include "tevra/interfaces/access_denied.h"
 #include "vigilactl/printable_text.h"
+#include "vigilactl/service_address.h"
 #include "vigilactl/text_table.h"
+#include "vigilactl/token_argument.h"
 
 namespace vigilactl {
 namespace {
@@ -46,9 +48,11 @@ ExitCode Invocation::Run() {
   } catch (const UsageError& error) {
     return Fail(kUsage, error.what());
   } catch (const tevra::interfaces::AccessDenied& error) {
-    return Fail(kNotPermitted, std::string("not permitted: ") + error.what());
+    const char* whose = on_behalf_ ? " (the session in VIGILA_TOKEN was judged)" : "";
+    return Fail(kNotPermitted, std::string("not permitted: ") + error.what() + whose);
   } catch (const std::exception& error) {
-    return Fail(kUnreachable, error.what());
+    const std::string why = WhyUnreachable(ServiceAddress::Configured());
+    return Fail(kUnreachable, why.empty() ? error.what() : why);
   }
 }
 
@@ -64,6 +68,12 @@ tevra::interfaces::IAdministration& Invocation::Administration() {
     administration_.reset(tevra::interfaces::IAdministration::CreateClient(&Bus()));
   }
   return *administration_;
+}
+
+std::string Invocation::OnBehalfOf() {
+  const std::string token = EnvironmentToken();
+  on_behalf_ = !token.empty();
+  return token;
 }
 
 tevra::msgbus::MsgBus& Invocation::Bus() {
@@ -113,6 +123,14 @@ ExitCode Invocation::Fail(ExitCode code, const std::string& sentence) {
 
 void Invocation::Note(const std::string& sentence) {
   if (!json) err_ << "vigilactl: note: " << Printable(sentence) << '\n';
+}
+
+void Invocation::Show(const std::string& text) {
+  if (!json) out_ << text << std::flush;
+}
+
+void Invocation::Ask(const std::string& question) {
+  err_ << question << std::flush;
 }
 
 void Invocation::PrintJson(const Json& object) {

@@ -41,6 +41,10 @@ class Invocation final {
   tevra::interfaces::IAdministration& Administration();
   KrandApiPermissionInitiator& Permissions();
 
+  // On whose behalf administration is done: the session token in $VIGILA_TOKEN, or empty, which
+  // stands for the caller's own role.
+  std::string OnBehalfOf();
+
   // Columns of the terminal that the answer goes to; as many as there may be, when it goes
   // elsewhere.
   size_t Width() const;
@@ -54,6 +58,10 @@ class Invocation final {
   ExitCode Fail(ExitCode code, const std::string& sentence);
   // Advice beside the answer, for people only.
   void Note(const std::string& sentence);
+  // What a person must know before a question; nothing with --json.
+  void Show(const std::string& text);
+  // A printable question, on the error output.
+  void Ask(const std::string& question);
 
  private:
   tevra::msgbus::MsgBus& Bus();
@@ -62,6 +70,7 @@ class Invocation final {
   std::ostream& out_;
   std::ostream& err_;
   Verb verb_;
+  bool on_behalf_ = false;
   // The proxies borrow the bus.
   std::unique_ptr<tevra::msgbus::MsgBus> bus_;
   std::unique_ptr<tevra::interfaces::ISecurityProvider> provider_;

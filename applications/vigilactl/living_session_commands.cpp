@@ -9,13 +9,14 @@
 #include "vigilactl/printable_text.h"
 #include "vigilactl/result_sentences.h"
 #include "vigilactl/text_table.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
 
 ExitCode ListSessions(Invocation& invocation, const std::string& user) {
   const Json sessions = ReadPages("Sessions", [&](const std::string& cursor) {
-    return invocation.Administration().GetSessions("", user, cursor, 0);
+    return invocation.Administration().GetSessions(invocation.OnBehalfOf(), user, cursor, 0);
   });
   TextTable table({"USER", "ID", "SINCE", "IDLE", "HOW", "FROM"});
   for (const Json& session : sessions) {
@@ -30,7 +31,8 @@ ExitCode ListSessions(Invocation& invocation, const std::string& user) {
 }
 
 ExitCode EndSession(Invocation& invocation, const std::string& id) {
-  const int code = CodeOf(ReadAnswer(invocation.Administration().EndSession("", id)));
+  const int code =
+      CodeOf(ReadAnswer(invocation.Administration().EndSession(invocation.OnBehalfOf(), id)));
   const Json object = {{"Id", id}, {"Code", code}};
   if (code == vigila::contract::kNoSuchSession) {
     return invocation.Refuse(object, "There is no session \"" + id +
@@ -41,7 +43,8 @@ ExitCode EndSession(Invocation& invocation, const std::string& id) {
 }
 
 ExitCode EndSessionsOf(Invocation& invocation, const std::string& user) {
-  const Json answer = ReadAnswer(invocation.Administration().EndSessions("", user, false));
+  const Json answer =
+      ReadAnswer(invocation.Administration().EndSessions(invocation.OnBehalfOf(), user, false));
   const int code = CodeOf(answer);
   Json object = {{"User", user}, {"Code", code}};
   if (code == vigila::contract::kUnknownUser) {
@@ -59,7 +62,7 @@ ExitCode EndSessionsOf(Invocation& invocation, const std::string& user) {
 void AddListVerb(CLI::App& session, Invocation& invocation) {
   const auto user = std::make_shared<std::string>();
   CLI::App* verb = session.add_subcommand("list", "List the sessions that live");
-  verb->add_option("--user", *user, "Only those of this account");
+  verb->add_option("--user", *user, "Only those of this account")->type_name(kAccountWord);
   verb->callback([&invocation, user] {
     invocation.Choose([&invocation, user] { return ListSessions(invocation, *user); });
   });
@@ -69,8 +72,8 @@ void AddEndVerb(CLI::App& session, Invocation& invocation) {
   const auto id = std::make_shared<std::string>();
   const auto user = std::make_shared<std::string>();
   CLI::App* verb = session.add_subcommand("end", "End one session, or all of an account");
-  verb->add_option("ID", *id, "The session, as listed");
-  verb->add_option("--user", *user, "Every session of this account");
+  verb->add_option("ID", *id, "The session, as listed")->type_name(kSessionWord);
+  verb->add_option("--user", *user, "Every session of this account")->type_name(kAccountWord);
   verb->callback([&invocation, id, user] {
     invocation.Choose([&invocation, id, user] {
       if (id->empty() == user->empty()) throw UsageError("give an ID or --user NAME, not both");
@@ -82,7 +85,7 @@ void AddEndVerb(CLI::App& session, Invocation& invocation) {
 }  // namespace
 
 void AddLivingSessionCommands(CLI::App& app, Invocation& invocation) {
-  CLI::App* session = app.add_subcommand("session", "Sessions that live");
+  CLI::App* session = app.add_subcommand("session", "Sessions that live: list, end");
   session->require_subcommand(1);
   AddListVerb(*session, invocation);
   AddEndVerb(*session, invocation);

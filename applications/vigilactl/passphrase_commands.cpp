@@ -10,6 +10,7 @@
 #include "vigilactl/printable_text.h"
 #include "vigilactl/text_table.h"
 #include "vigilactl/text_verb.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
@@ -34,22 +35,48 @@ ExitCode AddPassphrase(Invocation& invocation, const PassphraseOptions& options)
   return invocation.Answer(object, Printable(id) + "\n");
 }
 
-ExitCode ListPassphrases(Invocation& invocation) {
-  Json document;
-  TextTable table({"ID", "ALIAS"});
+Json ReadPassphrases(Invocation& invocation) {
   try {
-    document = Json::parse(JsonWithoutStrayBytes(invocation.Provider().GetPassphrases()));
+    Json document = Json::parse(JsonWithoutStrayBytes(invocation.Provider().GetPassphrases()));
     for (const Json& entry : document.at("Passphrases")) {
-      table.AddRow({entry.at("ID").get<std::string>(), entry.at("Alias").get<std::string>()});
+      entry.at("ID").get_ref<const std::string&>();
+      entry.at("Alias").get_ref<const std::string&>();
     }
+    return document;
   } catch (const Json::exception& error) {
     throw tevra::osa::Exception("the service's passphrase listing cannot be read: %s",
                                 error.what());
   }
-  return invocation.Answer(document, table.Render());
 }
 
-ExitCode ShowPassphrase(Invocation& invocation, const std::string& id) {
+ExitCode ListPassphrases(Invocation& invocation) {
+  const Json document = ReadPassphrases(invocation);
+  TextTable table({"ID", "ALIAS"});
+  for (const Json& entry : document["Passphrases"]) {
+    table.AddRow({entry["ID"].get<std::string>(), entry["Alias"].get<std::string>()});
+  }
+  return invocation.Answer(document, table.Render(invocation.Width()));
+}
+
+// The identifier of the passphrase that is called by it or by its alias; what fits neither is taken
+// for an identifier. Throws UsageError on an alias that several have.
+std::string IdentifierOf(Invocation& invocation, const std::string& called) {
+  std::string found;
+  const Json document = ReadPassphrases(invocation);
+  for (const Json& entry : document["Passphrases"]) {
+    if (entry["ID"] == called) return called;
+    if (entry["Alias"] != called) continue;
+    if (!found.empty()) {
+      throw UsageError("several passphrases have the alias \"" + called +
+                       "\"; give an identifier of \"vigilactl passphrase list\"");
+    }
+    found = entry["ID"].get<std::string>();
+  }
+  return found.empty() ? called : found;
+}
+
+ExitCode ShowPassphrase(Invocation& invocation, const std::string& called) {
+  const std::string id = IdentifierOf(invocation, called);
   const SecretText phrase(invocation.Provider().GetPassphrase(id));
   Json object = {{"ID", id}};
   if (phrase.Text().empty()) return invocation.Refuse(object, "There is no such passphrase.");
@@ -65,7 +92,8 @@ ExitCode ShowPassphrase(Invocation& invocation, const std::string& id) {
   return code;
 }
 
-ExitCode DeletePassphrase(Invocation& invocation, const std::string& id) {
+ExitCode DeletePassphrase(Invocation& invocation, const std::string& called) {
+  const std::string id = IdentifierOf(invocation, called);
   const bool deleted = invocation.Provider().DeletePassphrase(id);
   Json object = {{"ID", id}, {"Deleted", deleted}};
   if (!deleted) return invocation.Refuse(object, "There is no such passphrase.");
@@ -91,7 +119,8 @@ void AddPassphraseCommands(CLI::App& app, Invocation& invocation) {
   passphrase->add_subcommand("list", "List identifiers and aliases")->callback([&invocation] {
     invocation.Choose([&invocation] { return ListPassphrases(invocation); });
   });
-  const TextArgument id = {"ID", "The passphrase's identifier", true};
+  const TextArgument id = {"ID", "The passphrase's identifier, or its alias", true,
+                           kPassphraseWord};
   AddTextVerb(*passphrase, invocation, "show", "Print a passphrase in clear", id, ShowPassphrase);
   AddTextVerb(*passphrase, invocation, "delete", "Delete a passphrase", id, DeletePassphrase);
 }

@@ -131,7 +131,7 @@ SecretText ReadStandardInput(const std::string& what) {
     if (text.size() > kMaxSecretBytes) throw UsageError("the " + what + " is too long");
   }
   explicit_bzero(buffer, sizeof(buffer));
-  if (!text.empty() && text.back() == '\n') text.pop_back();
+  if (text.ends_with('\n')) text.erase(text.size() - (text.ends_with("\r\n") ? 2 : 1));
   return SecretText(std::move(text));
 }
 

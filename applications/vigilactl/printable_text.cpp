@@ -1,5 +1,8 @@
 #include "vigilactl/printable_text.h"
 
+#include <locale.h>
+#include <wchar.h>
+
 #include <algorithm>
 #include <cstdint>
 
@@ -62,9 +65,20 @@ std::string JsonWithoutStrayBytes(std::string_view document) {
 }
 
 size_t DisplayWidth(std::string_view printable) {
-  return static_cast<size_t>(std::count_if(printable.begin(), printable.end(), [](char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u;
-  }));
+  // The widths of the C library are those of a locale, and the one that the program was started in
+  // may know no characters but ASCII.
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(utf8);
+  size_t width = 0;
+  while (!printable.empty()) {
+    const size_t length = std::max<size_t>(Utf8SequenceLength(printable), 1);
+    const auto code = static_cast<wchar_t>(tevra::core::Utf8CodePoint(printable.substr(0, length)));
+    const int columns = wcwidth(code);
+    width += columns < 0 ? 1u : static_cast<size_t>(columns);
+    printable.remove_prefix(length);
+  }
+  uselocale(before);
+  return width;
 }
 
 }  // namespace vigilactl

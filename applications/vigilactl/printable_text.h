@@ -16,7 +16,8 @@ std::string Printable(std::string_view text);
 // odd account name does not make the whole listing unreadable.
 std::string JsonWithoutStrayBytes(std::string_view document);
 
-// Columns that a printable text takes; every character counts as one.
+// Columns that a printable text takes on a terminal: two for a wide character, none for one that is
+// drawn onto the character before it.
 size_t DisplayWidth(std::string_view printable);
 
 }  // namespace vigilactl

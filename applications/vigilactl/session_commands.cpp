@@ -9,6 +9,7 @@
 #include "vigilactl/result_sentences.h"
 #include "vigilactl/text_verb.h"
 #include "vigilactl/token_argument.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
@@ -62,7 +63,7 @@ ExitCode Invalidate(Invocation& invocation, const std::string& name, bool all) {
 void AddLoginVerb(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<LoginOptions>();
   CLI::App* verb = app.add_subcommand("login", "Open a session and print its token");
-  verb->add_option("NAME", options->name, "The account")->required();
+  verb->add_option("NAME", options->name, "The account")->required()->type_name(kAccountWord);
   verb->add_flag("--reuse", options->reuse, "Share a session that this account has already");
   verb->add_flag("--password-stdin", options->password_stdin, "Read the password from stdin");
   verb->callback([&invocation, options] {
@@ -74,7 +75,7 @@ void AddInvalidateVerb(CLI::App& app, Invocation& invocation) {
   const auto name = std::make_shared<std::string>();
   const auto all = std::make_shared<bool>(false);
   CLI::App* verb = app.add_subcommand("invalidate", "End every session of a user, or of everybody");
-  verb->add_option("NAME", *name, "The user");
+  verb->add_option("NAME", *name, "The user")->type_name(kAccountWord);
   verb->add_flag("--all", *all, "Everybody");
   verb->callback([&invocation, name, all] {
     invocation.Choose([&invocation, name, all] { return Invalidate(invocation, *name, *all); });

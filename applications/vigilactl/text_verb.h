@@ -8,11 +8,13 @@
 
 namespace vigilactl {
 
-// The one argument of a verb; empty for the verb when it is neither required nor given.
+// The one argument of a verb; empty for the verb when it is neither required nor given. Its kind is
+// one of word_kinds.h, or none.
 struct TextArgument {
   const char* name;
   const char* help;
   bool required;
+  const char* kind = "";
 };
 
 // Adds a verb that takes one text and nothing else. The invocation must outlive the application.

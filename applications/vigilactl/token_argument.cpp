@@ -6,10 +6,14 @@
 
 namespace vigilactl {
 
-std::string TokenFrom(const std::string& argument) {
-  if (!argument.empty()) return argument;
+std::string EnvironmentToken() {
   const char* token = std::getenv("VIGILA_TOKEN");
-  if (token != nullptr && *token != '\0') return token;
+  return token == nullptr ? "" : token;
+}
+
+std::string TokenFrom(const std::string& argument) {
+  const std::string token = argument.empty() ? EnvironmentToken() : argument;
+  if (!token.empty()) return token;
   throw UsageError("no token: give one or set VIGILA_TOKEN (NO_TOKEN stands for the anonymous)");
 }
 

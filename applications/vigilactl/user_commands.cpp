@@ -7,10 +7,12 @@
 #include "vigilactl/account_listing.h"
 #include "vigilactl/account_state_verbs.h"
 #include "vigilactl/commands.h"
+#include "vigilactl/confirmation.h"
 #include "vigilactl/groups.h"
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/result_sentences.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
@@ -23,6 +25,7 @@ struct UserOptions {
   std::string group;
   bool password = false;
   bool password_stdin = false;
+  bool yes = false;
 };
 
 // Accounts travel in a JSON document, and JSON is UTF-8.
@@ -97,7 +100,6 @@ ExitCode ModifyUser(Invocation& invocation, const UserOptions& options) {
 }
 
 ExitCode DeleteUsers(Invocation& invocation, const UserOptions& options) {
-  const int code = invocation.Provider().DeleteUsers(options.names);
   Json names = Json::array();
   std::string listed;
   for (const std::string& name : options.names) {
@@ -105,6 +107,10 @@ ExitCode DeleteUsers(Invocation& invocation, const UserOptions& options) {
     listed += (listed.empty() ? "" : ", ") + Printable(name);
   }
   Json object = {{"Names", names}};
+  if (!Confirmed(invocation, options.yes, "Delete " + listed + "? Their sessions end.")) {
+    return invocation.Refuse(object, "Nothing was deleted.");
+  }
+  const int code = invocation.Provider().DeleteUsers(options.names);
   return ReportCode(invocation, object, code, "Deleted " + listed + ".");
 }
 
@@ -112,8 +118,9 @@ void AddAddVerb(CLI::App& user, Invocation& invocation) {
   const auto options = std::make_shared<UserOptions>();
   CLI::App* verb = user.add_subcommand("add", "Add an account; its password is asked for");
   verb->add_option("NAME", options->name, "2 to 32 bytes, no blank, # or /")->required();
-  verb->add_option("-g,--group", options->group, "admins, managers, operators, viewers or a number")
-      ->required();
+  verb->add_option("-g,--group", options->group, "admins, managers, operators, viewers, a number")
+      ->required()
+      ->type_name(kGroupWord);
   verb->add_flag("--password-stdin", options->password_stdin, "Read the password from stdin");
   verb->callback([&invocation, options] {
     invocation.Choose([&invocation, options] { return AddUser(invocation, *options); });
@@ -123,8 +130,11 @@ void AddAddVerb(CLI::App& user, Invocation& invocation) {
 void AddModifyVerb(CLI::App& user, Invocation& invocation) {
   const auto options = std::make_shared<UserOptions>();
   CLI::App* verb = user.add_subcommand("modify", "Change an account's group, password or both");
-  verb->add_option("NAME", options->name, "An existing account")->required();
-  verb->add_option("-g,--group", options->group, "The new group; without it the group stays");
+  verb->add_option("NAME", options->name, "An existing account")
+      ->required()
+      ->type_name(kAccountWord);
+  verb->add_option("-g,--group", options->group, "The new group; without it the group stays")
+      ->type_name(kGroupWord);
   verb->add_flag("-p,--password", options->password, "Ask for a new password");
   verb->add_flag("--password-stdin", options->password_stdin, "Read a new password from stdin");
   verb->callback([&invocation, options] {
@@ -135,7 +145,10 @@ void AddModifyVerb(CLI::App& user, Invocation& invocation) {
 void AddDeleteVerb(CLI::App& user, Invocation& invocation) {
   const auto options = std::make_shared<UserOptions>();
   CLI::App* verb = user.add_subcommand("delete", "Delete accounts: all of the names or none");
-  verb->add_option("NAME", options->names, "Existing accounts")->required();
+  verb->add_option("NAME", options->names, "Existing accounts")
+      ->required()
+      ->type_name(kAccountWord);
+  verb->add_flag("-y,--yes", options->yes, kYesHelp);
   verb->callback([&invocation, options] {
     invocation.Choose([&invocation, options] { return DeleteUsers(invocation, *options); });
   });
@@ -144,7 +157,7 @@ void AddDeleteVerb(CLI::App& user, Invocation& invocation) {
 }  // namespace
 
 void AddUserCommands(CLI::App& app, Invocation& invocation) {
-  CLI::App* user = app.add_subcommand("user", "Accounts");
+  CLI::App* user = app.add_subcommand("user", "Accounts: list, add, change, delete, unlock");
   user->require_subcommand(1);
   AddAccountStateVerbs(*user, invocation);
   AddAddVerb(*user, invocation);

@@ -19,6 +19,7 @@
 #include "vigilactl/password_input.h"
 #include "vigilactl/printable_text.h"
 #include "vigilactl/text_table.h"
+#include "vigilactl/word_kinds.h"
 
 namespace vigilactl {
 namespace {
@@ -251,9 +252,11 @@ ExitCode Check(Invocation& invocation, const CheckOptions& options) {
 
 void AddWsseCheckCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App* verb = app.add_subcommand(
-      "wsse-check", "Say what is read in a SOAP envelope and why a logon with it would fail");
-  verb->add_option("FILE", options->file, "The envelope; - for standard input")->required();
+  CLI::App* verb =
+      app.add_subcommand("wsse-check", "Say why a logon with a SOAP envelope would fail");
+  verb->add_option("FILE", options->file, "The envelope; - for standard input")
+      ->required()
+      ->type_name(kFileWord);
   verb->add_flag("--password-stdin", options->password_stdin,
                  "Check the digest against the password on standard input");
   verb->callback([&invocation, options] {

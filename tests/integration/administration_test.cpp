@@ -104,6 +104,31 @@ TEST_F(AdministeredDevice, ARefusalIsExplained) {
   EXPECT_EQ(Answer({"explain", "view", "/jpeg/1"})["Rule"]["Text"], "@operators");
 }
 
+TEST_F(AdministeredDevice, AdministrationIsDoneOnBehalfOfTheSessionInTheEnvironment) {
+  const std::string viewer = TokenOf("view");
+  const auto as = [this](const std::string& token, const std::vector<std::string>& arguments) {
+    support::ProgramOptions options;
+    options.environment["VIGILA_TOKEN"] = token;
+    return device_.device.Ctl(arguments, options);
+  };
+  EXPECT_EQ(as(TokenOf("admin"), {"user", "list"}).out.rfind("NAME", 0), 0u);
+  for (const std::vector<std::string>& verb : {std::vector<std::string>{"user", "list"},
+                                               {"user", "unlock", "view"},
+                                               {"session", "list"},
+                                               {"session", "end", "--user", "admin"},
+                                               {"explain", "admin", "/jpeg/1"},
+                                               {"rule", "effect", "/jpeg*", "true"}}) {
+    Expect(as(viewer, verb), 4, "",
+           "vigilactl: not permitted: this needs the role 'admin' or an administrator's session "
+           "(the session in VIGILA_TOKEN was judged)\n");
+  }
+  Expect(as(viewer, {"explain", "view", "/jpeg/1"}), 0,
+         "granted: rule \"/jpeg*\" = \"{88049574-465a-4f41-89d4-d6d517e8c218}\" (who may: read "
+         "media); view is in viewers.\n");
+  EXPECT_EQ(as(viewer, {"session", "list", "--user", "view"}).exit_code, 0);
+  EXPECT_EQ(as("12345678", {"user", "list"}).exit_code, 4) << "a session that has ended";
+}
+
 TEST_F(AdministeredDevice, TheEffectOfARuleIsShownBeforeItIsSet) {
   TokenOf("view");
   Expect(Ctl({"rule", "effect", "/jpeg*", "@operators"}), 0,

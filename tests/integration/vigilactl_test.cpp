@@ -10,6 +10,8 @@ namespace {
 using support::DaemonProcess;
 using support::Finished;
 
+constexpr char kLookAtService[] =
+    "; is vigilad running? \"systemctl status vigilad\" and \"journalctl -u vigilad\" tell\n";
 constexpr char kReadMedia[] = "{88049574-465a-4f41-89d4-d6d517e8c218}";
 
 // One device for all tests of a suite would let them depend on each other; each has its own.
@@ -143,9 +145,13 @@ TEST_F(Vigilactl, RefusesAsUsageWhatNeverReachesTheService) {
     const char* part;
   };
   const Case cases[] = {
-      {{}, "subcommand is required"},
-      {{"frobnicate"}, ""},
-      {{"user"}, "subcommand is required"},
+      {{}, "a verb is missing; see \"vigilactl help\""},
+      {{"frobnicate"}, "there is no verb \"frobnicate\"; see \"vigilactl help\""},
+      {{"user"}, "\"user\" needs a verb: list, unlock, add, modify or delete"},
+      {{"user", "lst"}, "there is no verb \"user lst\"; did you mean \"list\"?"},
+      {{"user", "status"}, "there is no verb \"user status\"; see \"vigilactl help user\""},
+      {{"user", "list", "--jsn"}, "there is no option \"--jsn\"; did you mean \"--json\"?"},
+      {{"help", "usr"}, "there is no verb \"usr\"; did you mean \"user\"?"},
       {{"user", "add", "carl"}, "--group"},
       {{"user", "add", "carl", "-g", "kings", "--password-stdin"}, "is no group"},
       {{"user", "add", "carl", "-g", "-1", "--password-stdin"}, ""},
@@ -161,13 +167,23 @@ TEST_F(Vigilactl, RefusesAsUsageWhatNeverReachesTheService) {
       {{"invalidate"}, "--all"},
       {{"invalidate", "anna", "--all"}, "--all"},
       {{"rule", "set", "/jpeg*"}, "RULE"},
-      {{"status", "surplus"}, ""},
+      {{"status", "surplus"}, "not expected: surplus; see \"vigilactl help status\""},
   };
   for (const Case& wrong : cases) {
     const Finished end = device_.Ctl(wrong.arguments);
     EXPECT_EQ(end.exit_code, 2) << testing::PrintToString(wrong.arguments) << end.out << end.err;
     EXPECT_NE((end.out + end.err).find(wrong.part), std::string::npos) << end.out << end.err;
   }
+}
+
+TEST_F(Vigilactl, AnswersWrongUsageInJsonToo) {
+  Expect(device_.Ctl({"user", "lst", "--json"}), 2,
+         "{\"Exit\":2,\"Message\":\"there is no verb \\\"user lst\\\"; did you mean "
+         "\\\"list\\\"?\"}\n");
+  Expect(device_.Ctl({"--json", "user", "add", "carl"}), 2,
+         "{\"Exit\":2,\"Message\":\"--group is required; see \\\"vigilactl help user add\\\"\"}\n");
+  Expect(device_.Ctl({"help", "usr", "--json"}), 2,
+         "{\"Exit\":2,\"Message\":\"there is no verb \\\"usr\\\"; did you mean \\\"user\\\"?\"}\n");
 }
 
 TEST_F(Vigilactl, TakesNoPasswordFromTheArgumentList) {
@@ -197,6 +213,11 @@ TEST_F(Vigilactl, DropsOneLineBreakAtTheEndOfAPassword) {
   EXPECT_EQ(Add("carl", "viewers", "secret\n\n").exit_code, 0);
   Login("carl", "secret\n\n");
   EXPECT_EQ(device_.CtlWithSecret("secret\n", {"login", "carl"}).exit_code, 1);
+  EXPECT_EQ(Add("dora", "viewers", "secret\r\n").exit_code, 0) << "a file that Windows wrote";
+  Login("dora", "secret");
+  EXPECT_EQ(Add("emil", "viewers", "secret\r").exit_code, 0);
+  Login("emil", "secret\r");
+  EXPECT_EQ(device_.CtlWithSecret("secret", {"login", "emil"}).exit_code, 1);
 }
 
 TEST_F(Vigilactl, ChangesTheGroupAndKeepsThePassword) {
@@ -333,7 +354,19 @@ TEST_F(Vigilactl, AuthorizesByTheRulesAndAnswersInBothForms) {
          "{\"Path\":\"/jpeg/1\",\"Granted\":true}\n");
   Expect(device_.Ctl({"authorize", "00000000", "/jpeg/1", "--json"}), 1,
          "{\"Path\":\"/jpeg/1\",\"Granted\":false}\n");
-  Expect(device_.Ctl({"authorize", anna, ""}), 0, "granted\n");
+  Expect(device_.Ctl({"authorize", anna, ""}), 0, "granted\n",
+         "vigilactl: note: the path does not begin with \"/\"; it is judged as written, and web "
+         "servers ask for the canonical one\n");
+}
+
+TEST_F(Vigilactl, NotesAPathThatNoWebServerAsksFor) {
+  const std::string note =
+      "vigilactl: note: the path has a \".\" or \"..\" segment; it is judged as written, and web "
+      "servers ask for the canonical one\n";
+  Expect(device_.Ctl({"authorize", "NO_TOKEN", "/x/../inject.cgi"}), 0, "granted\n", note);
+  Expect(device_.Ctl({"protected", "/x/../inject.cgi"}), 0, "open\n", note);
+  EXPECT_EQ(device_.Ctl({"explain", "nobody", "/x/../inject.cgi"}).err, note);
+  EXPECT_EQ(device_.Ctl({"protected", "/x/../inject.cgi", "--json"}).err, "");
 }
 
 TEST_F(Vigilactl, ListsPathsAndPermissions) {
@@ -364,24 +397,23 @@ TEST_F(Vigilactl, TellsProtectedPaths) {
 }
 
 TEST_F(Vigilactl, ListsTheRules) {
-  Expect(device_.Ctl({"rule", "list"}), 0,
-         "PATH                       RULE                                    CHANGEABLE  MEANING\n"
-         "/control/*                 {d6f86cee-5c0c-41ce-a91f-b8563a2b94d6}  no          who may: "
-         "control access\n"
-         "/halvard-instrument/cgi/*  {00d8dc27-61d1-4b7d-85a8-519efb70d712}  no          who may: "
-         "API access\n"
-         "/inject.cgi                @admins                                 no          "
-         "administrators\n"
-         "/jpeg*                     {88049574-465a-4f41-89d4-d6d517e8c218}  yes         who may: "
-         "read media\n"
-         "/onvif/*                   {00d8dc27-61d1-4b7d-85a8-519efb70d712}  no          who may: "
-         "API access\n"
-         "/rtsp/*                    {88049574-465a-4f41-89d4-d6d517e8c218}  yes         who may: "
-         "read media\n"
-         "/system                    true                                    no          "
-         "everybody\n"
-         "/ws/*                      {88049574-465a-4f41-89d4-d6d517e8c218}  yes         who may: "
-         "read media\n");
+  Expect(
+      device_.Ctl({"rule", "list"}), 0,
+      "PATH                       RULE                                    FIXED  MEANING\n"
+      "/control/*                 {d6f86cee-5c0c-41ce-a91f-b8563a2b94d6}  yes    who may: control "
+      "access\n"
+      "/halvard-instrument/cgi/*  {00d8dc27-61d1-4b7d-85a8-519efb70d712}  yes    who may: API "
+      "access\n"
+      "/inject.cgi                @admins                                 yes    administrators\n"
+      "/jpeg*                     {88049574-465a-4f41-89d4-d6d517e8c218}  no     who may: read "
+      "media\n"
+      "/onvif/*                   {00d8dc27-61d1-4b7d-85a8-519efb70d712}  yes    who may: API "
+      "access\n"
+      "/rtsp/*                    {88049574-465a-4f41-89d4-d6d517e8c218}  no     who may: read "
+      "media\n"
+      "/system                    true                                    yes    everybody\n"
+      "/ws/*                      {88049574-465a-4f41-89d4-d6d517e8c218}  no     who may: read "
+      "media\n");
   const Finished json = device_.Ctl({"rule", "list", "--json"});
   EXPECT_NE(json.out.find("{\"Path\":\"/inject.cgi\",\"Rule\":\"@admins\",\"Changeable\":false}"),
             std::string::npos)
@@ -394,6 +426,11 @@ TEST_F(Vigilactl, ChangesARuleThatTakesEffectAtOnceAndSurvivesAKill) {
   Expect(device_.Ctl({"rule", "get", "/jpeg*"}), 0, std::string(kReadMedia) + "\n");
   Expect(device_.Ctl({"authorize", bert, "/jpeg/1"}), 0, "granted\n");
   Expect(device_.Ctl({"rule", "set", "/jpeg*", "@operators"}), 0,
+         "Open now        anna, bert\n"
+         "Open then       anna\n"
+         "Gain access     no one\n"
+         "Lose access     bert\n"
+         "Their sessions  1\n"
          "/jpeg* is now for: operators and above\n");
   Expect(device_.Ctl({"authorize", bert, "/jpeg/1"}), 1, "refused\n");
   EXPECT_EQ(device_.Stop(SIGKILL).signal, SIGKILL);
@@ -421,7 +458,7 @@ TEST_F(Vigilactl, RefusesToChangeARuleThatIsFixed) {
 TEST_F(Vigilactl, WarnsOfARuleThatRefusesEverybody) {
   const Finished end = device_.Ctl({"rule", "set", "/ws/*", "@admin"});
   EXPECT_EQ(end.exit_code, 0);
-  EXPECT_EQ(end.out, "/ws/* is now for: no one at all\n");
+  EXPECT_NE(end.out.find("\n/ws/* is now for: no one at all\n"), std::string::npos) << end.out;
   EXPECT_NE(end.err.find("no such group"), std::string::npos) << end.err;
   Expect(device_.Ctl({"rule", "get", "/ws/*"}), 0, "@admin\n");
   EXPECT_EQ(device_.Ctl({"rule", "set", "/ws/*", ""}).exit_code, 0);
@@ -453,6 +490,24 @@ TEST_F(Vigilactl, KeepsPassphrases) {
          "vigilactl: There is no such passphrase.\n");
 }
 
+TEST_F(Vigilactl, FindsAPassphraseByAnAliasThatOnlyOneHas) {
+  const auto add = [this](const std::string& phrase, const std::string& alias) {
+    return device_.CtlWithSecret(phrase, {"passphrase", "add", alias}).out.substr(0, 37);
+  };
+  const std::string recorder = add("one", "recorder");
+  const std::string first = add("two", "camera");
+  add("three", "camera");
+  add("four", first);  // an alias that is another's identifier
+  Expect(device_.Ctl({"passphrase", "show", "recorder"}), 0, "one\n");
+  Expect(device_.Ctl({"passphrase", "show", "camera"}), 2, "",
+         "vigilactl: several passphrases have the alias \"camera\"; give an identifier of "
+         "\"vigilactl passphrase list\"\n");
+  Expect(device_.Ctl({"passphrase", "show", first}), 0, "two\n");
+  Expect(device_.Ctl({"passphrase", "delete", "recorder"}), 0, "Deleted " + recorder + ".\n");
+  EXPECT_EQ(device_.Ctl({"passphrase", "delete", "camera"}).exit_code, 2);
+  Expect(device_.Ctl({"passphrase", "show", first}), 0, "two\n");
+}
+
 TEST_F(Vigilactl, KeepsAPassphraseOfAnyBytesAndRefusesAnEmptyOne) {
   const std::string phrase("\0\xff\x1b[31m", 7);
   const Finished added = device_.CtlWithSecret(phrase, {"passphrase", "add", "bytes"});
@@ -479,12 +534,36 @@ TEST(VigilactlWithoutService, SaysThatTheServiceIsNotReachable) {
                                                {"invalidate", "--all"}}) {
     const Finished end = device.Ctl(verb);
     EXPECT_EQ(end.exit_code, 3) << end.out << end.err;
-    EXPECT_FALSE(end.err.empty());
+    EXPECT_EQ(end.err, "vigilactl: the service is not reachable: there is no socket " +
+                           device.ServiceSocket() + kLookAtService);
     EXPECT_EQ(end.out, "");
   }
   const Finished json = device.Ctl({"status", "--json"});
   EXPECT_EQ(json.exit_code, 3);
   EXPECT_EQ(json.out.rfind("{\"Exit\":3,\"Message\":\"", 0), 0u) << json.out;
+}
+
+TEST(VigilactlWithoutService, TellsASocketThatWasLeftBehind) {
+  const DaemonProcess device;
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  device.ServiceSocket().copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const support::Fd socket_without_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(
+      bind(socket_without_listener.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)),
+      0);
+  const Finished end = device.Ctl({"status"});
+  EXPECT_EQ(end.exit_code, 3);
+  EXPECT_EQ(end.err, "vigilactl: the service is not reachable: no one answers at the socket " +
+                         device.ServiceSocket() + kLookAtService);
+}
+
+TEST(VigilactlWithoutService, HelpsWithoutAConfiguration) {
+  const Finished help = support::RunProgram(
+      {VIGILACTL_PATH, "--config", "/nonexistent/platform.ini", "help", "user"});
+  EXPECT_EQ(help.exit_code, 0);
+  EXPECT_EQ(help.out, support::RunProgram({VIGILACTL_PATH, "user", "--help"}).out);
+  EXPECT_NE(help.out.find("Usage: vigilactl user [OPTIONS] VERB\n"), std::string::npos) << help.out;
 }
 
 TEST(VigilactlWithoutService, RefusesAConfigurationThatIsNotThere) {
@@ -502,7 +581,7 @@ TEST(VigilactlWithoutService, TellsVersionAndHelp) {
   EXPECT_EQ(help.exit_code, 0);
   for (const char* verb :
        {"user", "login", "logout", "whoami", "authorize", "paths", "permissions", "protected",
-        "invalidate", "passphrase", "rule", "status", "session", "explain"}) {
+        "invalidate", "passphrase", "rule", "status", "session", "explain", "help"}) {
     EXPECT_NE(help.out.find(verb), std::string::npos) << verb;
   }
 }

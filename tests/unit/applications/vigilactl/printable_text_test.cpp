@@ -27,9 +27,13 @@ TEST(JsonWithoutStrayBytes, MakesTheDocumentReadable) {
   EXPECT_EQ(JsonWithoutStrayBytes("{\"a\xff\":\"\xc3\xa4\"}"), "{\"a\\\\xff\":\"\xc3\xa4\"}");
 }
 
-TEST(DisplayWidth, CountsCharactersNotBytes) {
+TEST(DisplayWidth, CountsColumnsNotBytes) {
   EXPECT_EQ(DisplayWidth(""), 0u);
   EXPECT_EQ(DisplayWidth("a\xc3\xa4\xe2\x82\xac"), 3u);
+  EXPECT_EQ(DisplayWidth("\xe7\x94\xb0\xe4\xb8\xad"), 4u) << "two characters of two columns";
+  EXPECT_EQ(DisplayWidth("\xf0\x9f\x98\x80"), 2u);
+  EXPECT_EQ(DisplayWidth("e\xcc\x81"), 1u) << "an accent is drawn onto the letter";
+  EXPECT_EQ(DisplayWidth("\xf4\x8f\xbf\xbf"), 1u) << "a character that no one has defined";
 }
 
 }  // namespace
