@@ -21,26 +21,26 @@ void QuietenLibraries() {
   }
 }
 
-void LoadConfiguration(const std::string& file) {
-  try {
-    if (file.empty()) {
-      tevra::core::PlatformConfig::Get();
-    } else {
-      tevra::core::PlatformConfig::LoadFrom(file);
-    }
-  } catch (const std::exception& error) {
-    throw UsageError(error.what());
-  }
-}
-
 }  // namespace
 
 Invocation::~Invocation() = default;
 
+void Invocation::Configure() const {
+  try {
+    if (config_file.empty()) {
+      tevra::core::PlatformConfig::Get();
+    } else {
+      tevra::core::PlatformConfig::LoadFrom(config_file);
+    }
+  } catch (const std::exception& error) {
+    throw UsageError(error.what());
+  }
+  QuietenLibraries();
+}
+
 ExitCode Invocation::Run() {
   try {
-    LoadConfiguration(config_file);
-    QuietenLibraries();
+    Configure();
     const ExitCode code = verb_();
     out_.flush();
     if (!out_) return Fail(kUnreachable, "the answer cannot be written");

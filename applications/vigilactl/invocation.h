@@ -34,6 +34,9 @@ class Invocation final {
   std::string config_file;  // --config
 
   void Choose(Verb verb) { verb_ = std::move(verb); }
+  // Makes --config, or the default, the configuration that the connections are opened by. Throws
+  // UsageError when it cannot be read.
+  void Configure() const;
   // Runs the chosen verb; turns every exception into its message and its exit code.
   ExitCode Run();
 

@@ -21,7 +21,8 @@ for file in usr/sbin/vigilad usr/bin/vigilactl usr/sbin/vigila-gateway etc/tevra
   usr/share/dbus-1/interfaces/tevra.interfaces.ISecurityProvider.xml \
   usr/share/dbus-1/interfaces/tevra.interfaces.IAdministration1.xml \
   usr/share/dbus-1/interfaces/krand.interfaces.PermissionTarget.xml \
-  usr/share/man/man8/vigilad.8 usr/share/bash-completion/completions/vigilactl; do
+  usr/share/man/man8/vigilad.8 usr/share/bash-completion/completions/vigilactl \
+  usr/share/zsh/vendor-completions/_vigilactl usr/share/fish/vendor_completions.d/vigilactl.fish; do
   [ -f "$work/root/$file" ] || fail "$file is missing"
 done
 grep -qx 'ExecStart=/usr/sbin/vigilad' "$work/root/usr/lib/systemd/system/vigilad.service" || fail 'the unit starts another program'
