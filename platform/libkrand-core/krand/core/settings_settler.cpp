@@ -13,11 +13,13 @@ SettingsSettler::SettingsSettler(const std::string& store, TransactionGate& gate
     : store_(store), copy_(store), gate_(gate), database_(database) {}
 
 void SettingsSettler::Start() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  running_ = true;
+  std::unique_lock<std::mutex> lock(mutex_);
   due_ = Clock::now() + kDelay;
   // Detached, because a process may end with its store open; Stop waits all the same.
   std::thread([this] { Run(); }).detach();
+  // Until the thread waits: a process that forks right behind this leaves its child no lock that a
+  // thread which is still being set up would hold.
+  changed_.wait(lock, [this] { return running_; });
 }
 
 void SettingsSettler::Stop() {
@@ -36,6 +38,8 @@ void SettingsSettler::NoteChange() {
 
 void SettingsSettler::Run() {
   std::unique_lock<std::mutex> lock(mutex_);
+  running_ = true;
+  changed_.notify_all();
   while (!stopping_) {
     if (!due_) {
       changed_.wait(lock);

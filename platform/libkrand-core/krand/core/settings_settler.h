@@ -30,7 +30,7 @@ class SettingsSettler final {
   SettingsSettler(const SettingsSettler&) = delete;
   SettingsSettler& operator=(const SettingsSettler&) = delete;
 
-  // Runs the thread; it settles once without being told.
+  // Runs the thread, which settles once without being told; returns when it waits for that.
   void Start();
   void Stop();
 

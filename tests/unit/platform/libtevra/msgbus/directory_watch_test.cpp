@@ -61,6 +61,9 @@ TEST_F(DirectoryWatchTest, TellsOfAFileThatAppears) {
 }
 
 TEST_F(DirectoryWatchTest, LooksByItselfUntilTheKernelsHelpCanBeHad) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer looks at unknown objects through a pipe, which cannot be had here";
+#endif
   {
     const NoNewDescriptors none;
     Start();
