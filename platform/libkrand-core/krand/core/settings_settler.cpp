@@ -1,7 +1,6 @@
 #include "krand/core/settings_settler.h"
 
 #include <ctime>
-#include <thread>
 
 #include "krand/core/settings_failure.h"
 #include "tevra/core/logger.h"
@@ -12,21 +11,26 @@ SettingsSettler::SettingsSettler(const std::string& store, TransactionGate& gate
                                  SettingsDatabase& database)
     : store_(store), copy_(store), gate_(gate), database_(database) {}
 
+SettingsSettler::~SettingsSettler() {
+  if (thread_.joinable()) thread_.detach();  // a process may end with its store open
+}
+
 void SettingsSettler::Start() {
   std::unique_lock<std::mutex> lock(mutex_);
   due_ = Clock::now() + kDelay;
-  // Detached, because a process may end with its store open; Stop waits all the same.
-  std::thread([this] { Run(); }).detach();
+  thread_ = std::thread([this] { Run(); });
   // Until the thread waits: a process that forks right behind this leaves its child no lock that a
   // thread which is still being set up would hold.
   changed_.wait(lock, [this] { return running_; });
 }
 
 void SettingsSettler::Stop() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  stopping_ = true;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return !running_; });
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+    changed_.notify_all();
+  }
+  if (thread_.joinable()) thread_.join();
 }
 
 void SettingsSettler::NoteChange() {
@@ -53,8 +57,6 @@ void SettingsSettler::Run() {
       if (!done && !due_) due_ = Clock::now() + kRetryDelay;
     }
   }
-  running_ = false;
-  changed_.notify_all();
 }
 
 bool SettingsSettler::TryAll() {

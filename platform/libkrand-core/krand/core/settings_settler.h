@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "krand/core/settings_copy.h"
 #include "krand/core/settings_database.h"
@@ -25,13 +26,14 @@ class SettingsSettler final {
 
   // Both must outlive it. No thread runs yet.
   SettingsSettler(const std::string& store, TransactionGate& gate, SettingsDatabase& database);
-  // After Stop, if there was a Start.
-  ~SettingsSettler() = default;
+  // After Stop, if there was a Start and the process goes on.
+  ~SettingsSettler();
   SettingsSettler(const SettingsSettler&) = delete;
   SettingsSettler& operator=(const SettingsSettler&) = delete;
 
   // Runs the thread, which settles once without being told; returns when it waits for that.
   void Start();
+  // Once; the thread has ended when it returns.
   void Stop();
 
   // There is something to settle.
@@ -64,6 +66,8 @@ class SettingsSettler final {
   std::optional<Clock::time_point> due_;
   bool running_ = false;
   bool stopping_ = false;
+
+  std::thread thread_;
 };
 
 }  // namespace krand::core
