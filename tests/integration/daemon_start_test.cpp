@@ -359,6 +359,23 @@ TEST_F(Daemon, RefusesADamagedDatabaseAndLeavesItAlone) {
   EXPECT_EQ(std::filesystem::file_size(device_.Database()), size);
 }
 
+TEST_F(Daemon, RefusesAStoreOfALaterFormatAndServesItWhenItIsUpdated) {
+  FillStore();
+  constexpr std::streamoff kFormatAt = 63;  // the last byte of the number in the file's header
+  const auto write_format = [this](char format) {
+    std::fstream database(device_.Database(), std::ios::in | std::ios::out | std::ios::binary);
+    database.seekp(kFormatAt);
+    database.put(format);
+  };
+  write_format(3);
+  ExpectRefusesToStart(kStoreUnusable, device_.Database() +
+                                           ": has the store format 3; this program reads formats "
+                                           "1 to 2");
+  write_format(2);
+  ASSERT_EQ(device_.LaunchAndAwaitReady(), DaemonProcess::Start::kReady) << device_.Log();
+  EXPECT_TRUE(EndedWith(device_.CtlWithSecret("secret-1", {"login", "anna"}), 0));
+}
+
 TEST_F(Daemon, RefusesAFileThatIsNoDatabase) {
   device_.Dir().Write("settings/vigila.db", "this is a letter, not a database\n");
   ExpectRefusesToStart(kStoreUnusable, device_.Database());

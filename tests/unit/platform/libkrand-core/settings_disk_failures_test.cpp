@@ -272,6 +272,35 @@ TEST_P(SettingsOnAFailingDisk, AreMadeWholeOrNotAtAll) {
   EXPECT_LT(operation, 500);
 }
 
+TEST_P(SettingsOnAFailingDisk, OfTheFirstFormatAreUpgradedWholeOrNotAtAll) {
+  int operation = 1;
+  for (; operation < 500; ++operation) {
+    SCOPED_TRACE("operation " + std::to_string(operation));
+    const support::PlatformFixture platform;
+    krand::core::MakeStoreOfTheFirstFormat(platform.SettingsDir() + "/vigila.db");
+    CapturingLog log;
+    FailFrom(operation);
+    const krand_core_status status = krand_core_settings_init("vigila");
+    const int failures = Disk::Failures();
+    Disk::Work();
+    if (status == KRAND_CORE_OK) {
+      krand_core_settings_deinit();
+    } else {
+      EXPECT_EQ(status, KRAND_CORE_IO_ERROR);
+    }
+    ASSERT_EQ(krand_core_settings_init("vigila"), KRAND_CORE_OK)
+        << testing::PrintToString(log.TextsOf("krand", tevra::core::Logger::kError));
+    EXPECT_EQ(SettingsFixture::Keys("user."),
+              (std::vector<std::string>{"user.admin", "user.anna"}));
+    EXPECT_EQ(SettingsFixture::GetJson("user.admin"), "{\"Groups\":1}");
+    EXPECT_EQ(SettingsFixture::GetJson("user.anna"), "{\"Groups\":8}");
+    krand_core_settings_deinit();
+    if (failures == 0 || testing::Test::HasFailure()) break;
+  }
+  EXPECT_GT(operation, 3);
+  EXPECT_LT(operation, 500);
+}
+
 INSTANTIATE_TEST_SUITE_P(Disks, SettingsOnAFailingDisk,
                          testing::Values(Failure{ENOSPC, false}, Failure{ENOSPC, true},
                                          Failure{EIO, false}, Failure{EIO, true}),

@@ -138,21 +138,9 @@ TEST_F(KilledAnywhere, WhileItRepairsAStoreLeavesTheOldOneOrTheNew) {
 }
 
 TEST_F(KilledAnywhere, WhileItUpgradesAStoreOfTheFirstFormatLosesNothing) {
-  const auto make = [this] {
-    sqlite3* database = nullptr;
-    sqlite3_open(path_.c_str(), &database);
-    const std::string sql =
-        std::string(
-            "PRAGMA synchronous=OFF; PRAGMA journal_mode=WAL; PRAGMA user_version=1;"
-            "PRAGMA application_id=0x76676c61;") +
-        SettingsFormat::kFirstSchema +
-        "; INSERT INTO settings VALUES(CAST('user.admin' AS BLOB), 2, CAST('{\"Groups\":1}' AS "
-        "BLOB)), (CAST('user.anna' AS BLOB), 2, CAST('{\"Groups\":8}' AS BLOB))";
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(database);
-  };
-  AtEveryCallOf({[this] { const SettingsDatabase database(path_, 0); }}, make,
-                [this] { ExpectTheStore("8"); });
+  AtEveryCallOf(
+      {[this] { const SettingsDatabase database(path_, 0); }},
+      [this] { MakeStoreOfTheFirstFormat(path_); }, [this] { ExpectTheStore("8"); });
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #define LIBKRAND_CORE_SETTINGS_TESTS_H_
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "krand/core/settings_format.h"
 #include "support/capturing_log.h"
 
 namespace krand::core {
@@ -48,6 +50,21 @@ class NoFlushes final {
  private:
   static inline std::atomic<int> alive_{0};
 };
+
+// With an administrator "admin" and a viewer "anna".
+inline void MakeStoreOfTheFirstFormat(const std::string& path) {
+  sqlite3* database = nullptr;
+  sqlite3_open(path.c_str(), &database);
+  const std::string sql =
+      std::string(
+          "PRAGMA synchronous=OFF; PRAGMA journal_mode=WAL; PRAGMA user_version=1;"
+          "PRAGMA application_id=0x76676c61;") +
+      SettingsFormat::kFirstSchema +
+      "; INSERT INTO settings VALUES(CAST('user.admin' AS BLOB), 2, CAST('{\"Groups\":1}' AS "
+      "BLOB)), (CAST('user.anna' AS BLOB), 2, CAST('{\"Groups\":8}' AS BLOB))";
+  EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(database);
+}
 
 }  // namespace krand::core
 
