@@ -178,6 +178,7 @@ void AddCommandLine(CLI::App& app, Invocation& invocation) {
   AddExplainCommand(app, invocation);
   AddRuleCommands(app, invocation);
   AddPassphraseCommands(app, invocation);
+  AddBackupCommands(app, invocation);
   AddWsseCheckCommand(app, invocation);
   AddHelpVerb(app);
   SetHeadings(app);

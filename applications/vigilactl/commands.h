@@ -15,6 +15,7 @@ void AddAccessCommands(CLI::App& app, Invocation& invocation);
 void AddPassphraseCommands(CLI::App& app, Invocation& invocation);
 void AddRuleCommands(CLI::App& app, Invocation& invocation);
 void AddLivingSessionCommands(CLI::App& app, Invocation& invocation);
+void AddBackupCommands(CLI::App& app, Invocation& invocation);
 void AddExplainCommand(CLI::App& app, Invocation& invocation);
 void AddStatusCommand(CLI::App& app, Invocation& invocation);
 void AddDoctorCommand(CLI::App& app, Invocation& invocation);

@@ -39,6 +39,17 @@ constexpr Sentence kSentences[] = {
     {contract::kWrongPassword, "The password is wrong, or it is too soon after a wrong one."},
     {contract::kNoSuchSession, "There is no such session."},
     {contract::kNoSuchRule, "There is no rule for this path that can be changed."},
+    {contract::kBusy, "Another backup or restoration is under way: try again in a minute."},
+    {contract::kNoSuchTask, "The service has given this up for another one: begin again."},
+    {contract::kBackupDamaged, "The file is damaged, cut short, or not a backup."},
+    {contract::kBackupNewer,
+     "The file is a backup of a later version of vigilad: update this device first."},
+    {contract::kBackupLocked, "The passphrase is not the one of the backup."},
+    {contract::kBackupTooLarge, "A backup has 8 MiB at the most, and this would be more."},
+    {contract::kPassphraseTooShort, "The passphrase of a backup has 12 bytes at least."},
+    {contract::kStoreChanged,
+     "The device's accounts have changed in the meantime and nothing was restored: look at the "
+     "backup again."},
 };
 
 struct RefusedLogon {

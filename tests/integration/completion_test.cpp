@@ -89,6 +89,8 @@ TEST_P(Completion, OffersFilesForTheVerbThatReadsOne) {
   EXPECT_EQ(Offered("wsse"), "wsse-check\n");
   EXPECT_EQ(Offered("wsse-check " + device_.Dir().File("env")), file + "\n");
   EXPECT_EQ(Offered("wsse-check " + file + " --pass"), "--password-stdin\n");
+  EXPECT_EQ(Offered("backup "), "save\nshow\nrestore\n");
+  EXPECT_EQ(Offered("backup show " + device_.Dir().File("env")), file + "\n");
 }
 
 TEST_P(Completion, NeverRunsWhatANameHolds) {

@@ -93,6 +93,39 @@ TEST_F(Prompt, ShowsAPassphraseHarmlesslyOnATerminal) {
   EXPECT_EQ(terminal.Wait(), 0);
 }
 
+TEST_F(Prompt, ShowsWhatABackupWouldReplaceAndRestoresItAfterAYesAlone) {
+  const auto add = [this](const std::string& name) {
+    return device_.CtlWithSecret("a secret", {"user", "add", name, "-g", "admins"}).exit_code;
+  };
+  ASSERT_EQ(add("anna"), 0);
+  const std::string file = device_.Dir().File("accounts");
+  {
+    AtTerminal terminal(device_, {"backup", "save", file});
+    ASSERT_TRUE(terminal.Shows("The passphrase of the backup: "));
+    terminal.Type("hidden passphrase\n");
+    ASSERT_TRUE(terminal.Shows("The passphrase of the backup again: "));
+    terminal.Type("hidden passphrase\n");
+    ASSERT_TRUE(terminal.Shows("Saved 2 accounts, 0 passphrases, 3 rules to "))
+        << terminal.Screen();
+    EXPECT_EQ(terminal.Wait(), 0);
+  }
+  ASSERT_EQ(add("bert"), 0);
+  for (const std::string answer : {"y", "", "yes"}) {
+    AtTerminal terminal(device_, {"backup", "restore", file});
+    ASSERT_TRUE(terminal.Shows("The passphrase of the backup: "));
+    terminal.Type("hidden passphrase\n");
+    ASSERT_TRUE(terminal.Shows("Accounts removed     bert\r\n")) << terminal.Screen();
+    ASSERT_TRUE(terminal.Shows("All sessions end. Type \"yes\" to replace what the device has: "));
+    terminal.Type(answer + "\n");
+    ASSERT_TRUE(terminal.Shows(answer == "yes" ? "Restored 2 accounts" : "Nothing was changed."))
+        << terminal.Screen();
+    EXPECT_EQ(WEXITSTATUS(terminal.Wait()), answer == "yes" ? 0 : 1);
+    EXPECT_EQ(terminal.Screen().find("hidden"), std::string::npos);
+    const bool there = device_.CtlWithSecret("a secret", {"login", "bert"}).exit_code == 0;
+    EXPECT_EQ(there, answer != "yes");
+  }
+}
+
 TEST(PromptWithoutTerminal, PointsToStandardInput) {
   const DaemonProcess device;
   const support::Finished end =

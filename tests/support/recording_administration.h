@@ -66,6 +66,26 @@ class RecordingAdministration final : public tevra::interfaces::IAdministration 
                              const std::string& proposed) override {
     return Record("ChangePassword", caller, current, proposed);
   }
+  std::string StartBackup(const Caller& caller, const std::string& passphrase) override {
+    return Record("StartBackup", caller, passphrase);
+  }
+  std::string GetBackup(const Caller& caller, const std::string& id, uint32_t offset) override {
+    return Record("GetBackup", caller, id, std::to_string(offset));
+  }
+  std::string PutBackup(const Caller& caller, const std::string& id, uint32_t offset,
+                        const std::string& piece) override {
+    return Record("PutBackup", caller, id, std::to_string(offset), piece);
+  }
+  std::string StartRestore(const Caller& caller, const std::string& id,
+                           const std::string& passphrase) override {
+    return Record("StartRestore", caller, id, passphrase);
+  }
+  std::string GetRestorePlan(const Caller& caller, const std::string& id) override {
+    return Record("GetRestorePlan", caller, id);
+  }
+  std::string CommitRestore(const Caller& caller, const std::string& id) override {
+    return Record("CommitRestore", caller, id);
+  }
 
  private:
   template <typename... Texts>
@@ -99,7 +119,13 @@ inline std::vector<std::string> AskEverything(tevra::interfaces::IAdministration
           administration.ExplainSession(token, "t", "/p"),
           administration.GetRuleEffect(token, "/p", "@r"),
           administration.CheckPassword(token, "n", "p"),
-          administration.ChangePassword(token, "c", "p")};
+          administration.ChangePassword(token, "c", "p"),
+          administration.StartBackup(token, "p"),
+          administration.GetBackup(token, "i", 5),
+          administration.PutBackup(token, "i", 6, "b"),
+          administration.StartRestore(token, "i", "p"),
+          administration.GetRestorePlan(token, "i"),
+          administration.CommitRestore(token, "i")};
 }
 // As the administration at the other end sees it.
 inline std::vector<std::string> EverythingAsked(const std::string& caller) {
@@ -108,7 +134,10 @@ inline std::vector<std::string> EverythingAsked(const std::string& caller) {
           "EndSession(" + caller + ": i)",        "EndSessions(" + caller + ": u true)",
           "SetSessionSource(" + caller + ": s)",  "ExplainAccount(" + caller + ": n /p)",
           "ExplainSession(" + caller + ": t /p)", "GetRuleEffect(" + caller + ": /p @r)",
-          "CheckPassword(" + caller + ": n p)",   "ChangePassword(" + caller + ": c p)"};
+          "CheckPassword(" + caller + ": n p)",   "ChangePassword(" + caller + ": c p)",
+          "StartBackup(" + caller + ": p)",       "GetBackup(" + caller + ": i 5)",
+          "PutBackup(" + caller + ": i 6 b)",     "StartRestore(" + caller + ": i p)",
+          "GetRestorePlan(" + caller + ": i)",    "CommitRestore(" + caller + ": i)"};
 }
 
 }  // namespace support

@@ -44,6 +44,14 @@ enum AdministrationResult : int {
 enum SupervisionResult : int {
   kNoSuchSession = 19,
   kNoSuchRule = 20,
+  kBusy = 21,           // another backup or restoration is under way
+  kNoSuchTask = 22,     // none with this identifier; begin again
+  kBackupDamaged = 23,  // damaged, cut short, or not a backup
+  kBackupNewer = 24,    // made by a later version
+  kBackupLocked = 25,   // not made with this passphrase
+  kBackupTooLarge = 26,
+  kPassphraseTooShort = 27,
+  kStoreChanged = 28,  // since the caller was told what would change
 };
 
 }  // namespace vigila::contract

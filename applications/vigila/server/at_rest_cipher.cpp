@@ -172,6 +172,23 @@ std::optional<SecretText> AtRestCipher::Decrypt(const std::string& stored) {
   return DecryptBlocks(stored);
 }
 
+std::unique_ptr<AtRestCipher> AtRestCipher::Duplicate() {
+  const MutexAutoLock lock(mutex_);
+  if (!MakeReady()) throw Exception("key file %s: not open", path_.c_str());
+  auto copy = std::make_unique<AtRestCipher>(path_);
+  const MutexAutoLock copy_lock(copy->mutex_);
+  copy->encryption_.reset(EVP_PKEY_CTX_dup(encryption_.get()));
+  copy->decryption_.reset(EVP_PKEY_CTX_dup(decryption_.get()));
+  if (copy->encryption_ == nullptr || copy->decryption_ == nullptr) {
+    ERR_clear_error();
+    throw Exception("key file %s: the key cannot be used twice", path_.c_str());
+  }
+  copy->cipher_block_ = cipher_block_;
+  copy->clear_block_ = clear_block_;
+  copy->decoy_ = decoy_;
+  return copy;
+}
+
 void AtRestCipher::BurnDecryption() {
   const MutexAutoLock lock(mutex_);
   if (IsReady()) DecryptBlocks("");

@@ -49,6 +49,9 @@ class AtRestCipher final {
   // The clear text of an at-rest form. Nothing when the text is not one that this key made, no key
   // is open or the library fails; that the library does not take the key is logged.
   std::optional<tevra::core::SecretText> Decrypt(const std::string& stored);
+  // Another cipher of the same key, for work that must not make logons wait for it. Throws as
+  // IsKeyOf; opens nothing.
+  std::unique_ptr<AtRestCipher> Duplicate();
   // Takes the time of one decryption, as Decrypt does of any text: no refusal is to be faster.
   void BurnDecryption();
 

@@ -14,6 +14,7 @@
 
 namespace vigila::server {
 
+using tevra::osa::MutexAutoLock;
 using tevra::settings::TevraSettingsClient;
 
 const std::string PermissionImpl::kInjectCGIRule = contract::kInjectCgiPath;
@@ -73,6 +74,7 @@ PermissionImpl::~PermissionImpl() = default;
 
 int PermissionImpl::getAccessRule(const char* path, char** rule) {
   if (path == nullptr) return 1;
+  const MutexAutoLock lock(mutex_);
   auto found = static_rules_.find(path);
   if (found == static_rules_.end()) {
     found = dynamic_rules_.find(path);
@@ -89,6 +91,7 @@ int PermissionImpl::getAccessRule(const char* path, char** rule) {
 // admits no one.
 int PermissionImpl::setAccessRule(const char* path, const char* rule) {
   if (path == nullptr || rule == nullptr) return 1;
+  const MutexAutoLock lock(mutex_);
   // Contract: the static rules are not in this list and so are read-only here.
   if (std::find(changeable_paths_.begin(), changeable_paths_.end(), path) ==
       changeable_paths_.end()) {
@@ -110,6 +113,22 @@ int PermissionImpl::setAccessRule(const char* path, const char* rule) {
   return 0;
 }
 
+std::map<std::string, std::string> PermissionImpl::GetChangeableRules() const {
+  const MutexAutoLock lock(mutex_);
+  return dynamic_rules_;
+}
+
+void PermissionImpl::ReplaceRules(
+    const std::map<std::string, std::string>& rules,
+    const std::function<void(const std::map<std::string, std::string>&)>& write) {
+  const MutexAutoLock lock(mutex_);
+  std::map<std::string, std::string> settings;
+  for (const auto& [path, rule] : rules) settings[kRuleSettingNames.at(path)] = rule;
+  write(settings);
+  dynamic_rules_ = rules;
+  rules_.SetRules(dynamic_rules_, true);
+}
+
 void PermissionImpl::InstallStaticRules() {
   for (const contract::Rule& rule : contract::kRules) {
     if (rule.setting == nullptr) static_rules_[rule.path] = rule.value;
@@ -118,6 +137,7 @@ void PermissionImpl::InstallStaticRules() {
 }
 
 void PermissionImpl::InstallDynamicRules(const TevraSettingsClient& older_settings) {
+  const MutexAutoLock lock(mutex_);
   for (const contract::Rule& rule : contract::kRules) {
     if (rule.setting == nullptr) continue;
     dynamic_rules_[rule.path] = InitialRule(rule, older_settings);

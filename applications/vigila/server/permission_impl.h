@@ -1,11 +1,13 @@
 #ifndef VIGILA_SERVER_PERMISSION_IMPL_H_
 #define VIGILA_SERVER_PERMISSION_IMPL_H_
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "krand/interfaces/permission_target.h"
+#include "tevra/osa/mutex.h"
 #include "vigila/contract/rules.h"
 
 namespace tevra::settings {
@@ -55,6 +57,15 @@ class PermissionImpl : public KrandApiPermissionTargetImplBase {
   int getAccessRule(const char* path, char** rule) override;
   int setAccessRule(const char* path, const char* rule) override;
 
+  // Any thread may call both.
+  // The rules that can be changed, path to value.
+  std::map<std::string, std::string> GetChangeableRules() const;
+  // Puts `rules` in force, whose paths are those of GetChangeableRules, once `write` has made them
+  // durable: it is given the settings that keep them, and their values. Nothing changes when it
+  // throws.
+  void ReplaceRules(const std::map<std::string, std::string>& rules,
+                    const std::function<void(const std::map<std::string, std::string>&)>& write);
+
  private:
   friend struct PermissionImplPeer;
 
@@ -71,7 +82,9 @@ class PermissionImpl : public KrandApiPermissionTargetImplBase {
 
   RuleManager& rules_;
   std::map<std::string, std::string> static_rules_;
-  std::map<std::string, std::string> dynamic_rules_;
+  // Held while they are changed, in the settings as well.
+  mutable tevra::osa::Mutex mutex_{"PermissionImpl"};
+  std::map<std::string, std::string> dynamic_rules_ TEVRA_GUARDED_BY(mutex_);
   std::vector<std::string> changeable_paths_;
 };
 

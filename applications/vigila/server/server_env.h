@@ -45,6 +45,7 @@ class VIGILA_EXPORT ServerEnv {
   VigilaServer& GetVigilaServer() { return vigila_server_; }
   SessionManager& GetSessionManager() { return session_manager_; }
   RuleManager& GetRuleManager() { return rule_manager_; }
+  PermissionImpl& GetPermission() { return *permission_; }
   AtRestCipher& GetAtRestCipher() { return *at_rest_cipher_; }
   tevra::msgbus::IMsgBus* GetMsgBus() const { return bus_.get(); }
   void* GetPlatformContext() const { return platform_context_; }

@@ -137,6 +137,12 @@ int UserMap::Delete(const UserMap& change_set) {
   return impl_->Delete(*change_set.impl_);
 }
 
+void UserMap::Restore(const StoreImage& image,
+                      const std::map<std::string, std::string>& rule_settings) {
+  impl_->Init();
+  impl_->Restore(image, rule_settings);
+}
+
 UserMap::User* UserMap::GetNobody() const {
   impl_->Init();
   return impl_->GetNobody();

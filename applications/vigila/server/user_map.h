@@ -2,6 +2,7 @@
 #define VIGILA_SERVER_USER_MAP_H_
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,6 +21,7 @@ namespace vigila::server {
 class AtRestCipher;
 class ServerEnv;
 class SessionManager;
+struct StoreImage;
 
 // The local accounts. With an environment it is the store: it loads from the settings on the first
 // call, writes every change through at once, and holds the other services' passphrases too. Without
@@ -109,6 +111,9 @@ class UserMap {
   // Stores only: deletes all accounts of a change set, or none of them; a deletion that throws may
   // have ended their sessions. kOk or kLastAdministrator.
   int Delete(const UserMap& change_set);
+  // Stores only: puts an image's accounts, histories and passphrases, and the given rule settings,
+  // in the place of everything that was there, durably and as one, and ends all sessions.
+  void Restore(const StoreImage& image, const std::map<std::string, std::string>& rule_settings);
   // The record of the anonymous account; the store's own, replaced when the account changes group.
   User* GetNobody() const;
   bool NoAdministratorsYet() const;

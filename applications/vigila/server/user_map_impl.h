@@ -24,8 +24,9 @@
 namespace vigila::server {
 
 // What UserMap is made of. Every public operation of the facade that needs the accounts runs Init
-// first; these operations rely on it. The mutex is held by Init, Set, Merge, Delete and the
-// passphrase operations, each for its whole run, and is taken before the session manager's.
+// first; these operations rely on it. The mutex is held by Init, Set, Merge, Delete,
+// Restore and the passphrase operations, each for its whole run, and is taken before the session
+// manager's.
 class UserMap::Impl final {
  public:
   using Group = ISecurityProvider::Group;
@@ -114,6 +115,8 @@ class UserMap::Impl final {
       TEVRA_EXCLUDES(mutex_);
   int Merge(const Impl& change_set) TEVRA_EXCLUDES(mutex_);
   int Delete(const Impl& change_set) TEVRA_EXCLUDES(mutex_);
+  void Restore(const StoreImage& image, const std::map<std::string, std::string>& rule_settings)
+      TEVRA_EXCLUDES(mutex_);
 
   // Quality and history.
   int CalculatePasswordScore(const std::string& password) const {
@@ -168,6 +171,9 @@ class UserMap::Impl final {
   bool ChangesAdministrators(const MergePlan& plan) const;
   void WritePlan(const MergePlan& plan) const;
   void AdoptPlan(MergePlan& plan) TEVRA_REQUIRES(mutex_);
+  void AdoptImage(const StoreImage& image) TEVRA_REQUIRES(mutex_);
+  // Takes over accounts as they are stored.
+  void AdoptUsers(Users users) TEVRA_REQUIRES(mutex_);
 
   // For a text between double quotes: it must not be able to end them and add members of its own.
   static std::string Escape(const std::string& text);

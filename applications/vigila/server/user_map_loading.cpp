@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <sstream>
 #include <utility>
 
@@ -76,12 +77,8 @@ void UserMap::Impl::CheckNobodyUser() const {
 void UserMap::Impl::PopulateMaps() {
   Users users = LoadUsers();
   PassphraseStore::Passphrases passphrases = PassphraseStore::Read();
-  uint32_t administrators = 0;
-  bool dirty = false;
-  for (const auto& [name, user] : users) {
-    if (user.group == ISecurityProvider::kAdministrators) ++administrators;
-    dirty = dirty || user.dirty;
-  }
+  const bool dirty =
+      std::any_of(users.begin(), users.end(), [](const auto& entry) { return entry.second.dirty; });
   if (dirty) {
     UserSettings::Transaction transaction;
     for (const auto& [name, user] : users) {
@@ -90,15 +87,22 @@ void UserMap::Impl::PopulateMaps() {
     }
     transaction.Commit();
   }
+  AdoptUsers(std::move(users));
+  passphrases_.Adopt(std::move(passphrases));
+  FillPermissionTable();
+}
+
+void UserMap::Impl::AdoptUsers(Users users) {
+  administrator_count_ =
+      static_cast<uint32_t>(std::count_if(users.begin(), users.end(), [](const auto& entry) {
+        return entry.second.group == ISecurityProvider::kAdministrators;
+      }));
   // Contract: only in memory. The store keeps the group that was asked for, in case the policy is
   // switched off again.
-  if (policy_enforced_ && administrators != 0) {
+  if (policy_enforced_ && administrator_count_ != 0) {
     users[User::kAnonymousUsername].group = ISecurityProvider::kNobody;
   }
   users_ = std::move(users);
-  passphrases_.Adopt(std::move(passphrases));
-  administrator_count_ = administrators;
-  FillPermissionTable();
 }
 
 UserMap::Impl::Users UserMap::Impl::LoadUsers() const {

@@ -79,6 +79,11 @@ void UserSettings::WriteJson(const std::string& key, const std::string& text) {
   Check(krand_core_settings_set_json_value(key.c_str(), text.c_str()), "cannot write setting", key);
 }
 
+void UserSettings::WriteText(const std::string& key, const std::string& text) {
+  Check(krand_core_settings_set_string_value(key.c_str(), text.c_str()), "cannot write setting",
+        key);
+}
+
 std::vector<std::string> UserSettings::ReadTexts(const std::string& key) {
   char** raw = nullptr;
   size_t count = 0;

@@ -47,6 +47,7 @@ class UserSettings {
     }
   }
   static void WriteJson(const std::string& key, const std::string& text);
+  static void WriteText(const std::string& key, const std::string& text);
   // Empty when there is no such key.
   static std::vector<std::string> ReadTexts(const std::string& key);
   static void WriteTexts(const std::string& key, const std::vector<std::string>& texts);

@@ -68,4 +68,12 @@ _REASONS = {
     18: "the password is wrong",
     19: "there is no such session",
     20: "there is no rule that can be changed",
+    21: "another backup or restoration is under way",
+    22: "the service has given this up for another one",
+    23: "the backup is damaged, cut short, or not a backup",
+    24: "the backup is of a later version",
+    25: "the passphrase is not the one of the backup",
+    26: "the backup is too large",
+    27: "the passphrase of the backup is too short",
+    28: "the accounts have changed in the meantime",
 }

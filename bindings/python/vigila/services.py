@@ -104,6 +104,12 @@ class Administration(_Base):
     def get_rule_effect(self, path: Text, rule: Text) -> Answer: return self._ask("GetRuleEffect", path, rule)
     def check_password(self, name: Text, proposed: Text) -> Answer: return self._ask("CheckPassword", name, proposed)
     def change_password(self, present: Text, proposed: Text) -> Answer: return self._ask("ChangePassword", present, proposed)
+    def start_backup(self, passphrase: Text) -> Answer: return self._ask("StartBackup", passphrase)
+    def get_backup(self, identifier: Text, offset: int = 0) -> Answer: return self._ask("GetBackup", identifier, offset)
+    def put_backup(self, identifier: Text, offset: int, piece: Text) -> Answer: return self._ask("PutBackup", identifier, offset, piece)
+    def start_restore(self, identifier: Text, passphrase: Text) -> Answer: return self._ask("StartRestore", identifier, passphrase)
+    def get_restore_plan(self, identifier: Text) -> Answer: return self._ask("GetRestorePlan", identifier)
+    def commit_restore(self, identifier: Text) -> Answer: return self._ask("CommitRestore", identifier)
     # fmt: on
 
     def accounts(self) -> Iterator[Answer]:

@@ -51,7 +51,7 @@ json::Object DescribeAccount(const AccountState& state, size_t sessions) {
 
 }  // namespace
 
-Administration::Administration(ServerEnv& env) : env_(env), start_(Now()) {}
+Administration::Administration(ServerEnv& env) : env_(env), backups_(env), start_(Now()) {}
 
 int64_t Administration::Now() const {
   tevra::osa::TimeStruct now;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tevra/interfaces/i_administration.h"
+#include "vigila/server/backup/backup_desk.h"
 
 namespace vigila::server {
 
@@ -35,12 +36,21 @@ class Administration final : public tevra::interfaces::IAdministration {
                             const std::string& proposed) override;
   std::string ChangePassword(const Caller& caller, const std::string& current,
                              const std::string& proposed) override;
+  std::string StartBackup(const Caller& caller, const std::string& passphrase) override;
+  std::string GetBackup(const Caller& caller, const std::string& id, uint32_t offset) override;
+  std::string PutBackup(const Caller& caller, const std::string& id, uint32_t offset,
+                        const std::string& piece) override;
+  std::string StartRestore(const Caller& caller, const std::string& id,
+                           const std::string& passphrase) override;
+  std::string GetRestorePlan(const Caller& caller, const std::string& id) override;
+  std::string CommitRestore(const Caller& caller, const std::string& id) override;
 
  private:
   int64_t Now() const;
   void AnnounceEndedSessions();
 
   ServerEnv& env_;
+  BackupDesk backups_;
   const int64_t start_;  // seconds since the epoch
 };
 

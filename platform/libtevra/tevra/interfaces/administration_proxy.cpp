@@ -53,6 +53,26 @@ class AdministrationProxy final : public IAdministration {
                              const std::string& proposed) override {
     return Ask("ChangePassword", caller, current, proposed);
   }
+  std::string StartBackup(const Caller& caller, const std::string& passphrase) override {
+    return Ask("StartBackup", caller, passphrase);
+  }
+  std::string GetBackup(const Caller& caller, const std::string& id, uint32_t offset) override {
+    return Ask("GetBackup", caller, id, offset);
+  }
+  std::string PutBackup(const Caller& caller, const std::string& id, uint32_t offset,
+                        const std::string& piece) override {
+    return Ask("PutBackup", caller, id, offset, piece);
+  }
+  std::string StartRestore(const Caller& caller, const std::string& id,
+                           const std::string& passphrase) override {
+    return Ask("StartRestore", caller, id, passphrase);
+  }
+  std::string GetRestorePlan(const Caller& caller, const std::string& id) override {
+    return Ask("GetRestorePlan", caller, id);
+  }
+  std::string CommitRestore(const Caller& caller, const std::string& id) override {
+    return Ask("CommitRestore", caller, id);
+  }
 
  private:
   template <typename... Arguments>

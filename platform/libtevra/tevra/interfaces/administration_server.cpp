@@ -36,6 +36,17 @@ constexpr Operation<IAdministration> kOperations[] = {
                                            Cost::kDear),
     Offer<&IAdministration::ChangePassword>("ChangePassword", "token present proposed -> answer",
                                             Cost::kDear),
+    Offer<&IAdministration::StartBackup>("StartBackup", "token passphrase -> answer", Cost::kDear),
+    Offer<&IAdministration::GetBackup>("GetBackup", "token identifier offset -> answer",
+                                       Cost::kDear),
+    Offer<&IAdministration::PutBackup>("PutBackup", "token identifier offset bytes -> answer",
+                                       Cost::kDear),
+    Offer<&IAdministration::StartRestore>("StartRestore", "token identifier passphrase -> answer",
+                                          Cost::kDear),
+    Offer<&IAdministration::GetRestorePlan>("GetRestorePlan", "token identifier -> answer",
+                                            Cost::kDear),
+    Offer<&IAdministration::CommitRestore>("CommitRestore", "token identifier -> answer",
+                                           Cost::kDear),
 };
 
 msgbus::ServedInterface DescriptionWith(const IAdministration::Counters& counters) {

@@ -90,6 +90,23 @@ class IAdministration {
   virtual std::string ChangePassword(const Caller& caller, const std::string& current,
                                      const std::string& proposed) = 0;
 
+  // Begins a backup of accounts, histories, passphrases and rules, encrypted under `passphrase`;
+  // answers its identifier.
+  virtual std::string StartBackup(const Caller& caller, const std::string& passphrase) = 0;
+  // Whether the backup is ready, and then the piece of it from `offset` on. The last piece ends it.
+  virtual std::string GetBackup(const Caller& caller, const std::string& id, uint32_t offset) = 0;
+  // Gives the server one more piece of a backup, which begins at `offset`; the first with an empty
+  // `id`, which is answered.
+  virtual std::string PutBackup(const Caller& caller, const std::string& id, uint32_t offset,
+                                const std::string& piece) = 0;
+  // Begins to find out what the backup that was put would change; changes nothing.
+  virtual std::string StartRestore(const Caller& caller, const std::string& id,
+                                   const std::string& passphrase) = 0;
+  // Whether that is known, and then what.
+  virtual std::string GetRestorePlan(const Caller& caller, const std::string& id) = 0;
+  // Puts the backup in the place of what the device has, as one change, and ends all sessions.
+  virtual std::string CommitRestore(const Caller& caller, const std::string& id) = 0;
+
   // The bus-side server of an implementation; destroying it ends the service.
   class IServer {
    public:

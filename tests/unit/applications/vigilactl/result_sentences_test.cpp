@@ -9,7 +9,8 @@ namespace {
 
 TEST(SentenceOf, KnowsEveryCodeThatAnOperationAnswers) {
   std::set<std::string> sentences;
-  for (const int code : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18, 19, 20}) {
+  for (const int code : {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 14,
+                         15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28}) {
     const std::string sentence = SentenceOf(code);
     EXPECT_EQ(sentence.find("unknown code"), std::string::npos) << code;
     EXPECT_EQ(sentence.back(), '.');
@@ -20,7 +21,7 @@ TEST(SentenceOf, KnowsEveryCodeThatAnOperationAnswers) {
 TEST(SentenceOf, NamesACodeItDoesNotKnow) {
   EXPECT_EQ(SentenceOf(13), "The service answered with the unknown code 13.");
   EXPECT_EQ(SentenceOf(-1), "The service answered with the unknown code -1.");
-  EXPECT_EQ(SentenceOf(21), "The service answered with the unknown code 21.");
+  EXPECT_EQ(SentenceOf(29), "The service answered with the unknown code 29.");
 }
 
 TEST(SentenceOfRefusedLogon, ExplainsEveryWord) {

@@ -50,6 +50,12 @@ const std::vector<Offer>& Offers() {
       {"GetRuleEffect", {S("t"), S("/p"), S("@r")}},
       {"CheckPassword", {S("t"), S("n"), S("p")}},
       {"ChangePassword", {S("t"), S("c"), S("p")}},
+      {"StartBackup", {S("t"), S("p")}},
+      {"GetBackup", {S("t"), S("i"), uint32_t{5}}},
+      {"PutBackup", {S("t"), S("i"), uint32_t{6}, S("b")}},
+      {"StartRestore", {S("t"), S("i"), S("p")}},
+      {"GetRestorePlan", {S("t"), S("i")}},
+      {"CommitRestore", {S("t"), S("i")}},
   };
   return offers;
 }

@@ -63,6 +63,17 @@ std::vector<Question> Questions() {
        [](A& a, const C& c) { return a.CheckPassword(c, "bob", "proposed1"); }},
       {"CheckPassword of a new account", Open::kAdministrators,
        [](A& a, const C& c) { return a.CheckPassword(c, "", "proposed1"); }},
+      {"StartBackup", Open::kAdministrators,
+       [](A& a, const C& c) { return a.StartBackup(c, "a passphrase"); }},
+      {"GetBackup", Open::kAdministrators, [](A& a, const C& c) { return a.GetBackup(c, "i", 0); }},
+      {"PutBackup", Open::kAdministrators,
+       [](A& a, const C& c) { return a.PutBackup(c, "i", 0, "piece"); }},
+      {"StartRestore", Open::kAdministrators,
+       [](A& a, const C& c) { return a.StartRestore(c, "i", "a passphrase"); }},
+      {"GetRestorePlan", Open::kAdministrators,
+       [](A& a, const C& c) { return a.GetRestorePlan(c, "i"); }},
+      {"CommitRestore", Open::kAdministrators,
+       [](A& a, const C& c) { return a.CommitRestore(c, "i"); }},
   };
 }
 
