@@ -102,7 +102,8 @@ class BackupTest : public AdministrationTest {
     Add("carl", "carlpass", 1);
     server_.AdvanceSeconds(2 * 86400);
     Modify(support::UserJson("admin", "another password", 1));
-    for (const Json& phrase : Json::parse(Provider().GetPassphrases())["Passphrases"]) {
+    const Json document = Json::parse(Provider().GetPassphrases());
+    for (const Json& phrase : document["Passphrases"]) {
       Provider().DeletePassphrase(phrase["ID"]);
     }
     Provider().AddPassphrase("something else", "dns");
